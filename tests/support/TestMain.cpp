@@ -1,0 +1,18 @@
+// Test entry point: a QCoreApplication on the main thread (so work handed to the main
+// thread has somewhere to go) and a private home for the whole run.
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+
+#include "DetachedThreads.h"
+#include "TempHome.h"
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    const TempHome home;
+    QCoreApplication app(argc, argv);
+    const int status = RUN_ALL_TESTS();
+    DetachedThreads::joinAll();
+    return status;
+}
