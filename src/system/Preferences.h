@@ -1,0 +1,81 @@
+#pragma once
+// The application's settings keys, their registered defaults, the start-up migration and
+// repairs, the project histories, and the analytics consent switch kept in its own file.
+
+#include <QString>
+#include <QStringList>
+#include <vector>
+
+#include "DestinationEntry.h"
+#include "SettingsStore.h"
+
+namespace SettingsKey {
+inline constexpr const char* projectName = "projectName";
+inline constexpr const char* destinationList = "destinationList";
+inline constexpr const char* processingEnabled = "processingEnabled";
+inline constexpr const char* concurrentThreads = "concurrentThreads";
+inline constexpr const char* transferType = "transferType";
+inline constexpr const char* writeDoneFlag = "writeDoneFlag";
+inline constexpr const char* verifyFileSizes = "verifyFileSizes";
+inline constexpr const char* verifyFileChecksums = "verifyFileChecksums";
+inline constexpr const char* actionGrowl = "actionGrowl";
+inline constexpr const char* actionBounceDock = "actionBounceDock";
+inline constexpr const char* metadata = "metadata";
+inline constexpr const char* checksumFormat = "checksumFormat";
+inline constexpr const char* onlyCopyQTMovies = "onlyCopyQTMovies";
+inline constexpr const char* actionProjectMetadata = "actionProjectMetadata";
+inline constexpr const char* actionEmbedQTMetadata = "actionEmbedQTMetadata";
+inline constexpr const char* actionShowFinder = "actionShowFinder";
+inline constexpr const char* actionOpenQTPlayer = "actionOpenQTPlayer";
+inline constexpr const char* actionSendFCP = "actionSendFCP";
+inline constexpr const char* actionArchive = "actionArchive";
+inline constexpr const char* actionArchiveType = "actionArchiveType";
+inline constexpr const char* archiveToCustomDir = "archiveToCustomDir";
+inline constexpr const char* actionEject = "actionEject";
+inline constexpr const char* actionSound = "actionSound";
+inline constexpr const char* archiveDirectory = "archiveDirectory";
+inline constexpr const char* fcpProjectPath = "fcpProjectPath";
+inline constexpr const char* recentProjects = "recentProjects";
+inline constexpr const char* recentProjectPaths = "recentProjectPaths";
+inline constexpr const char* ignoredVolumes = "ignoredVolumes";
+inline constexpr const char* failureCounts = "failureCounts";
+inline constexpr const char* lastTransferDate = "lastTransferDate";
+inline constexpr const char* destinations = "destinations";  // obsolete, migrated
+}  // namespace SettingsKey
+
+class Preferences {
+  public:
+    explicit Preferences(SettingsStore& store) : store_(store) {}
+
+    SettingsStore& store() const { return store_; }
+
+    static DestinationEntry defaultDestination();
+    static PropertyList::Array defaultMetadata();
+    static PropertyList::Dictionary registeredDefaults();
+
+    /// Start-up, once: registers the defaults, migrates the obsolete `destinations`
+    /// list, and returns the destination list to keep in memory (the default entry when
+    /// the stored list is empty; that repair is not written back).
+    std::vector<DestinationEntry> registerAndMigrate();
+
+    std::vector<DestinationEntry> destinationList() const;
+    void setDestinationList(const std::vector<DestinationEntry>& list);
+
+    /// When the main window is ready: a `concurrentThreads` below 1 is stored as 2.
+    void repairConcurrentThreads();
+
+    /// The project title to name folders with ("Untitled Project" when empty).
+    QString projectTitle() const;
+
+    /// Adds `text` to the front of the history under `key` (15 kept, no reordering of an
+    /// entry already there) and returns the history; empty text changes nothing.
+    QStringList addToHistory(const QString& key, const QString& text);
+
+    /// The analytics consent switch in "com.quorvant.qc.plist".
+    static QString qcFilePath();
+    static bool qcLoggingEnabled();
+    static void setQCLogging(bool enabled);
+
+  private:
+    SettingsStore& store_;
+};

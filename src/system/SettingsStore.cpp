@@ -1,0 +1,109 @@
+#include "SettingsStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include "QVLocalPaths.h"
+#include "QVLog.h"
+
+SettingsStore::SettingsStore(QString path) : path_(std::move(path)) {
+    load();
+}
+
+QString SettingsStore::defaultPath() {
+    return QVLocalPaths::prefsDirectory(true) +
+           QStringLiteral("/Quorvant/com.quorvant.Cardsweep.plist");
+}
+
+void SettingsStore::load() {
+    PropertyList::ReadStatus status = PropertyList::ReadStatus::Ok;
+    const PropertyList contents = PropertyList::readFile(path_, &status);
+    if (status == PropertyList::ReadStatus::Missing) {
+        return;
+    }
+    if (status == PropertyList::ReadStatus::Ok &&
+        contents.type() == PropertyList::Type::Dictionary) {
+        stored_ = contents.toDictionary();
+        return;
+    }
+    // Keep the damaged file for the user; never write over it unless a copy exists.
+    const QString keptPath = path_ + QStringLiteral(".corrupt");
+    QFile::remove(keptPath);
+    if (QFile::copy(path_, keptPath)) {
+        QVLog::appendLog(
+            u"Settings file %@ could not be read; kept it as %@ and started from "
+            u"the defaults",
+            path_, keptPath);
+        return;
+    }
+    writable_ = false;
+    QVLog::appendLog(
+        u"Settings file %@ could not be read or copied aside; settings will not "
+        u"be saved this session",
+        path_);
+}
+
+void SettingsStore::registerDefaults(const PropertyList::Dictionary& defaults) {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [key, value] : defaults) {
+        registered_[key] = value;
+    }
+}
+
+PropertyList::Dictionary SettingsStore::registeredDefaults() const {
+    const std::lock_guard lock(mutex_);
+    return registered_;
+}
+
+PropertyList SettingsStore::object(const QString& key) const {
+    const std::lock_guard lock(mutex_);
+    if (const auto it = stored_.find(key); it != stored_.end()) {
+        return it->second;
+    }
+    if (const auto it = registered_.find(key); it != registered_.end()) {
+        return it->second;
+    }
+    return {};
+}
+
+PropertyList::Dictionary SettingsStore::dictionary(const QString& key) const {
+    return object(key).toDictionary();
+}
+
+bool SettingsStore::hasStoredValue(const QString& key) const {
+    const std::lock_guard lock(mutex_);
+    return stored_.count(key) != 0;
+}
+
+void SettingsStore::setObject(const QString& key, const PropertyList& value) {
+    const std::lock_guard lock(mutex_);
+    if (value.isAbsent()) {
+        stored_.erase(key);
+    } else {
+        stored_[key] = value;
+    }
+    writeLocked();
+}
+
+void SettingsStore::remove(const QString& key) {
+    setObject(key, PropertyList());
+}
+
+bool SettingsStore::synchronize() {
+    const std::lock_guard lock(mutex_);
+    return writeLocked();
+}
+
+// REQUIRES: mutex_ is held.
+bool SettingsStore::writeLocked() {
+    if (!writable_) {
+        return false;
+    }
+    QDir().mkpath(QFileInfo(path_).absolutePath());
+    if (PropertyList(stored_).writeFile(path_)) {
+        return true;
+    }
+    QVLog::appendLog(u"Unable to write settings to %@", path_);
+    return false;
+}

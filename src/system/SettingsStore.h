@@ -1,0 +1,51 @@
+#pragma once
+// The per-user defaults store: values kept in an XML property-list file over defaults
+// registered in memory. A key that is neither stored nor registered reads as absent
+// (0 / NO / empty). Every write goes to disk at once, atomically. Thread-safe.
+
+#include <QString>
+#include <mutex>
+
+#include "PropertyList.h"
+
+class SettingsStore {
+  public:
+    /// Loads the file at `path`. An unreadable or malformed file is logged, copied aside
+    /// with a ".corrupt" suffix, and the store starts from the registered defaults.
+    explicit SettingsStore(QString path);
+
+    /// $XDG_CONFIG_HOME/Quorvant/com.quorvant.Cardsweep.plist
+    static QString defaultPath();
+
+    QString path() const { return path_; }
+
+    void registerDefaults(const PropertyList::Dictionary& defaults);
+    PropertyList::Dictionary registeredDefaults() const;
+
+    PropertyList object(const QString& key) const;
+    qint64 integer(const QString& key) const { return object(key).toInteger(); }
+    double real(const QString& key) const { return object(key).toDouble(); }
+    bool boolean(const QString& key) const { return object(key).toBool(); }
+    QString string(const QString& key) const { return object(key).toString(); }
+    PropertyList::Array array(const QString& key) const { return object(key).toArray(); }
+    PropertyList::Dictionary dictionary(const QString& key) const;
+    /// Integer switches are on only when they equal 1.
+    bool isOn(const QString& key) const { return integer(key) == 1; }
+    bool hasStoredValue(const QString& key) const;
+
+    void setObject(const QString& key, const PropertyList& value);
+    void remove(const QString& key);
+
+    /// Writes the stored values; false (and a log line) when the file can't be written.
+    bool synchronize();
+
+  private:
+    void load();
+    bool writeLocked();
+
+    const QString path_;
+    mutable std::mutex mutex_;
+    PropertyList::Dictionary stored_;      // guarded by mutex_
+    PropertyList::Dictionary registered_;  // guarded by mutex_
+    bool writable_ = true;  // guarded by mutex_; off when a bad file could not be kept aside
+};

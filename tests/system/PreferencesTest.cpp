@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+
+#include "Preferences.h"
+#include "QVLocalPaths.h"
+#include "TempHome.h"
+
+namespace {
+
+QString settingsPath(const TempHome& home) {
+    return home.file(QStringLiteral(".config/Quorvant/com.quorvant.Cardsweep.plist"));
+}
+
+void writeSettings(const TempHome& home, const PropertyList::Dictionary& values) {
+    QDir().mkpath(home.file(QStringLiteral(".config/Quorvant")));
+    ASSERT_TRUE(PropertyList(values).writeFile(settingsPath(home)));
+}
+
+}  // namespace
+
+TEST(PreferencesTest, FreshInstallReadsTheRegisteredDefaultsWithoutWritingThem) {
+    const TempHome home;
+    SettingsStore store(SettingsStore::defaultPath());
+    Preferences preferences(store);
+    const std::vector<DestinationEntry> destinations = preferences.registerAndMigrate();
+
+    ASSERT_EQ(destinations.size(), 1U);
+    EXPECT_EQ(destinations[0].path,
+              QVLocalPaths::documentDirectory(true) + QStringLiteral("/Transferred Media"));
+    EXPECT_TRUE(destinations[0].isSelected());
+    EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 1);
+    EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
+    EXPECT_TRUE(store.isOn(SettingsKey::writeDoneFlag));
+    EXPECT_TRUE(store.isOn(SettingsKey::verifyFileChecksums));
+    EXPECT_FALSE(store.isOn(SettingsKey::actionEject));
+    EXPECT_FALSE(store.boolean(SettingsKey::processingEnabled));
+
+    const PropertyList::Array metadata = store.array(SettingsKey::metadata);
+    ASSERT_EQ(metadata.size(), 3U);
+    EXPECT_EQ(metadata[0][QStringLiteral("title")].toString(), QStringLiteral("Day"));
+    EXPECT_EQ(metadata[1][QStringLiteral("defaultVal")].toString(), QStringLiteral("0"));
+    EXPECT_EQ(metadata[2][QStringLiteral("visible")].toInteger(), 0);
+    EXPECT_EQ(metadata[2][QStringLiteral("type")].toInteger(), 3);
+
+    EXPECT_FALSE(QFile::exists(settingsPath(home)));
+    preferences.repairConcurrentThreads();
+    EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 1);
+}
+
+TEST(PreferencesTest, MigratesTheObsoleteListAndRepairsBadValues) {
+    const TempHome home;
+    writeSettings(
+        home, {{SettingsKey::destinations,
+                PropertyList::Array{QStringLiteral("/a"), 7, QStringLiteral("/b")}},
+               {SettingsKey::destinationList,
+                PropertyList::Array{DestinationEntry{1, QStringLiteral("/old")}.toPropertyList()}},
+               {SettingsKey::concurrentThreads, -3}});
+    {
+        SettingsStore store(SettingsStore::defaultPath());
+        Preferences preferences(store);
+        const std::vector<DestinationEntry> expected = {{1, QStringLiteral("/a")},
+                                                        {1, QStringLiteral("/b")}};
+        EXPECT_EQ(preferences.registerAndMigrate(), expected);
+        preferences.repairConcurrentThreads();
+    }
+    // What was migrated and repaired is on disk for the next start.
+    const PropertyList onDisk = PropertyList::readFile(settingsPath(home));
+    EXPECT_FALSE(onDisk.contains(SettingsKey::destinations));
+    EXPECT_EQ(DestinationEntry::listFrom(onDisk[SettingsKey::destinationList]).size(), 2U);
+    EXPECT_EQ(onDisk[SettingsKey::concurrentThreads].toInteger(), 2);
+}
+
+TEST(PreferencesTest, EmptyListIsReplacedInMemoryOnlyAndUnticked2IsSkipped) {
+    const TempHome home;
+    writeSettings(home, {{SettingsKey::destinationList, PropertyList::Array{}},
+                         {SettingsKey::concurrentThreads, 0}});
+    SettingsStore store(SettingsStore::defaultPath());
+    Preferences preferences(store);
+    const std::vector<DestinationEntry> list = preferences.registerAndMigrate();
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0], Preferences::defaultDestination());
+    EXPECT_TRUE(preferences.destinationList().empty());
+
+    preferences.repairConcurrentThreads();
+    EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 2);
+
+    EXPECT_FALSE((DestinationEntry{2, QStringLiteral("/x")}).isSelected());
+    EXPECT_FALSE((DestinationEntry{0, QStringLiteral("/x")}).isSelected());
+    store.setObject(SettingsKey::actionEject, 2);
+    EXPECT_FALSE(store.isOn(SettingsKey::actionEject));
+}
+
+TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
+    const TempHome home;
+    SettingsStore store(SettingsStore::defaultPath());
+    Preferences preferences(store);
+    for (int i = 1; i <= 16; ++i) {
+        preferences.addToHistory(SettingsKey::recentProjects, QStringLiteral("Project %1").arg(i));
+    }
+    QStringList history = store.object(SettingsKey::recentProjects).toStringList();
+    ASSERT_EQ(history.size(), 15);
+    EXPECT_EQ(history.first(), QStringLiteral("Project 16"));
+    EXPECT_EQ(history.last(), QStringLiteral("Project 2"));
+
+    EXPECT_EQ(preferences.addToHistory(SettingsKey::recentProjects, QStringLiteral("Project 5")),
+              history);
+    EXPECT_EQ(preferences.addToHistory(SettingsKey::recentProjects, QString()), history);
+    EXPECT_EQ(store.object(SettingsKey::recentProjects).toStringList(), history);
+
+    preferences.addToHistory(SettingsKey::recentProjectPaths, QStringLiteral("/p/a.fcp"));
+    EXPECT_EQ(store.object(SettingsKey::recentProjectPaths).toStringList(),
+              QStringList{QStringLiteral("/p/a.fcp")});
+
+    store.setObject(SettingsKey::projectName, QString());
+    EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
+}
+
+TEST(PreferencesTest, MalformedSettingsFileIsKeptAsideNotOverwritten) {
+    const TempHome home;
+    const QByteArray garbage("<plist><dict><key>projectName</key><string>Half written");
+    QDir().mkpath(home.file(QStringLiteral(".config/Quorvant")));
+    {
+        QFile file(settingsPath(home));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(garbage);
+    }
+    SettingsStore store(SettingsStore::defaultPath());
+    Preferences preferences(store);
+    preferences.registerAndMigrate();
+    EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
+
+    QFile kept(settingsPath(home) + QStringLiteral(".corrupt"));
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), garbage);
+
+    store.setObject(SettingsKey::projectName, QStringLiteral("Feature"));
+    EXPECT_EQ(PropertyList::readFile(settingsPath(home))[SettingsKey::projectName].toString(),
+              QStringLiteral("Feature"));
+}
+
+TEST(PreferencesTest, AnalyticsSwitchLivesInItsOwnFileAndKeepsOtherKeys) {
+    const TempHome home;
+    EXPECT_FALSE(Preferences::qcLoggingEnabled());
+    ASSERT_TRUE(PropertyList(PropertyList::Dictionary{{QStringLiteral("lastUpload"), 5}})
+                    .writeFile(Preferences::qcFilePath()));
+    Preferences::setQCLogging(true);
+    EXPECT_TRUE(Preferences::qcLoggingEnabled());
+    const PropertyList file = PropertyList::readFile(Preferences::qcFilePath());
+    EXPECT_EQ(file[QStringLiteral("lastUpload")].toInteger(), 5);
+    EXPECT_EQ(file[QStringLiteral("logQC")].type(), PropertyList::Type::Boolean);
+
+    {
+        QFile broken(Preferences::qcFilePath());
+        ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
+        broken.write("garbage");
+    }
+    EXPECT_FALSE(Preferences::qcLoggingEnabled());
+    Preferences::setQCLogging(false);
+    EXPECT_FALSE(Preferences::qcLoggingEnabled());
+}
