@@ -1,0 +1,65 @@
+#include "DetachedThreads.h"
+
+#include <algorithm>
+
+DetachedThreads& DetachedThreads::shared() {
+    static DetachedThreads instance;
+    return instance;
+}
+
+// At exit, anything still running is waited for rather than torn down mid-work.
+DetachedThreads::~DetachedThreads() {
+    joinAll();
+}
+
+void DetachedThreads::start(std::function<void()> fn) {
+    DetachedThreads& self = shared();
+    self.reap();
+    const std::lock_guard lock(self.mutex_);
+    self.running_.emplace_back([&self, fn = std::move(fn)] {
+        fn();
+        const std::lock_guard done(self.mutex_);
+        self.finished_.push_back(std::this_thread::get_id());
+    });
+}
+
+// Joins the threads that have already returned so the list doesn't grow without bound.
+void DetachedThreads::reap() {
+    std::list<std::thread> done;
+    {
+        const std::lock_guard lock(mutex_);
+        for (const std::thread::id id : finished_) {
+            const auto it = std::find_if(running_.begin(), running_.end(),
+                                         [id](const std::thread& t) { return t.get_id() == id; });
+            if (it != running_.end()) {
+                done.splice(done.end(), running_, it);
+            }
+        }
+        finished_.clear();
+    }
+    for (std::thread& t : done) {
+        t.join();
+    }
+}
+
+void DetachedThreads::joinAll() {
+    DetachedThreads& self = shared();
+    for (;;) {
+        std::list<std::thread> all;
+        {
+            const std::lock_guard lock(self.mutex_);
+            if (self.running_.empty()) {
+                self.finished_.clear();
+                return;
+            }
+            all.swap(self.running_);
+        }
+        for (std::thread& t : all) {
+            if (t.get_id() != std::this_thread::get_id()) {
+                t.join();
+            } else {
+                t.detach();
+            }
+        }
+    }
+}

@@ -1,0 +1,28 @@
+#pragma once
+// "Detached" worker threads that are still tracked, so the process can join every one
+// of them before it exits instead of tearing them down mid-work.
+
+#include <functional>
+#include <list>
+#include <mutex>
+#include <thread>
+
+class DetachedThreads {
+  public:
+    /// Starts fn on a new thread that joinAll() will wait for.
+    static void start(std::function<void()> fn);
+
+    /// Waits for every started thread, including ones started while waiting.
+    static void joinAll();
+
+    ~DetachedThreads();
+
+  private:
+    DetachedThreads() = default;
+    static DetachedThreads& shared();
+    void reap();
+
+    std::mutex mutex_;
+    std::list<std::thread> running_;       // guarded by mutex_
+    std::list<std::thread::id> finished_;  // guarded by mutex_
+};
