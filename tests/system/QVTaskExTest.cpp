@@ -1,0 +1,401 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <QEventLoop>
+#include <QFile>
+#include <QPointer>
+#include <QTemporaryDir>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <thread>
+
+#include "DetachedThreads.h"
+#include "MainThread.h"
+#include "QVException.h"
+#include "QVLog.h"
+#include "QVTaskEx.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+const QString kShell = QStringLiteral("/bin/sh");
+const QString kSleep = QStringLiteral("/bin/sleep");
+
+QStringList shell(const QString& script, const QStringList& positional = {}) {
+    return QStringList{QStringLiteral("-c"), script, QStringLiteral("sh")} + positional;
+}
+
+// The lines logged since it was made.
+class LogTail {
+  public:
+    LogTail() : start_(size()) {}
+    QString text() const {
+        QFile file(QVLog::sharedController().currentLogPath());
+        if (!file.open(QIODevice::ReadOnly)) {
+            return {};
+        }
+        file.seek(file.size() >= start_ ? start_ : 0);
+        return QString::fromUtf8(file.readAll());
+    }
+
+  private:
+    static qint64 size() {
+        QVLog::finishWriting();
+        return QFile(QVLog::sharedController().currentLogPath()).size();
+    }
+    qint64 start_;
+};
+
+QString logSince(const LogTail& tail) {
+    QVLog::finishWriting();
+    return tail.text();
+}
+
+// Runs work on a worker thread while this (main) thread spins its event loop, as the
+// application does while a tool runs in the background.
+class Worker {
+  public:
+    explicit Worker(std::function<void()> work)
+        : thread_([loop = QPointer<QEventLoop>(&loop_), work = std::move(work)] {
+              work();
+              // Checked on the main thread, where a failed test may already have dropped it.
+              MainThread::performOnMainThread(
+                  [loop] {
+                      if (loop) {
+                          loop->quit();
+                      }
+                  },
+                  false);
+          }) {}
+    ~Worker() {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+    void spinMainLoopUntilDone() {
+        loop_.exec();
+        thread_.join();
+    }
+
+  private:
+    QEventLoop loop_;
+    std::thread thread_;
+};
+
+template <typename Predicate>
+bool eventually(Predicate predicate) {
+    const auto deadline = Clock::now() + seconds(20);
+    while (!predicate()) {
+        if (Clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+bool wasReaped(pid_t pid) {
+    return ::waitpid(pid, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+class QVTaskExTest : public testing::Test {
+  protected:
+    // Earlier suites may leave the writer on a log in a home that is gone.
+    static void SetUpTestSuite() { QVLog::createNewLog(); }
+    // Every watchdog and reading thread of these runs has ended or been woken by now.
+    static void TearDownTestSuite() { DetachedThreads::joinAll(); }
+
+    QString writeFile(const QString& name, const QByteArray& contents,
+                      QFile::Permissions permissions) {
+        const QString path = dir_.filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(contents);
+        file.close();
+        file.setPermissions(permissions);
+        return path;
+    }
+
+    QTemporaryDir dir_;
+};
+
+}  // namespace
+
+TEST_F(QVTaskExTest, UnusableLaunchPathsStartNothing) {
+    const QString script = writeFile(QStringLiteral("plain.sh"), "#!/bin/sh\necho ran\n",
+                                     QFile::ReadOwner | QFile::WriteOwner);
+    const QStringList paths{dir_.path(), script, dir_.filePath(QStringLiteral("missing")),
+                            QString()};
+    for (const QString& path : paths) {
+        SCOPED_TRACE(path.toStdString());
+        const LogTail tail;
+        EXPECT_FALSE(QVTaskEx::runTask(path, {}));
+        EXPECT_FALSE(QVTaskEx::runTask(path, {}, 1.0));
+        EXPECT_EQ(QVTaskEx::runTaskAndReturn(path, {}), nullptr);
+        EXPECT_EQ(QVTaskEx::dataFromTask(path, {}, nullptr), std::nullopt);
+        const QString text = QVTaskEx::stringFromTask(path, {});
+        EXPECT_TRUE(text.isEmpty());
+        EXPECT_FALSE(text.isNull());
+        EXPECT_EQ(QVTaskEx::terminationCodeFromTask(path, {}), -1);
+        EXPECT_EQ(QVTaskEx::terminationCodeFromTask(path, {}, 1.0), -1);
+        if (!path.isEmpty()) {
+            EXPECT_TRUE(
+                logSince(tail).contains(QStringLiteral("Error: %1 is not executable").arg(path)));
+        }
+    }
+}
+
+TEST_F(QVTaskExTest, CapturingRunReturnsOutputElseErrors) {
+    EXPECT_EQ(QVTaskEx::dataFromTask(kShell, shell(QStringLiteral("echo oops >&2")), nullptr),
+              QByteArray("oops\n"));
+    EXPECT_EQ(QVTaskEx::stringFromTask(kShell, shell(QStringLiteral("echo out; echo err >&2"))),
+              QStringLiteral("out\n"));
+    // Output left to our own stdout: only the errors come back.
+    EXPECT_EQ(QVTaskEx::dataFromTask(kShell, shell(QStringLiteral("echo out; echo err >&2")),
+                                     nullptr, std::nullopt, false),
+              QByteArray("err\n"));
+
+    const std::optional<QByteArray> nothing =
+        QVTaskEx::dataFromTask(QStringLiteral("/bin/true"), {}, nullptr);
+    ASSERT_TRUE(nothing.has_value());
+    EXPECT_TRUE(nothing->isEmpty());
+    const QString empty = QVTaskEx::stringFromTask(QStringLiteral("/bin/true"), {});
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_FALSE(empty.isNull());
+
+    // More than a pipe holds, and on both streams at once, arrives whole.
+    const std::optional<QByteArray> big = QVTaskEx::dataFromTask(
+        kShell, shell(QStringLiteral("head -c 300000 /dev/zero; echo e >&2")), nullptr);
+    ASSERT_TRUE(big.has_value());
+    EXPECT_EQ(big->size(), 300000);
+
+    // Errors flooding in before the output ends don't stall the tool on a full pipe.
+    const std::optional<QByteArray> flood = QVTaskEx::dataFromTask(
+        kShell, shell(QStringLiteral("head -c 300000 /dev/zero >&2; echo done")), nullptr);
+    EXPECT_EQ(flood, QByteArray("done\n"));
+
+    // A tool reading its input sees an open pipe, not the test's terminal.
+    EXPECT_EQ(
+        QVTaskEx::stringFromTask(kShell, shell(QStringLiteral("[ -p /dev/stdin ] && echo pipe"))),
+        QStringLiteral("pipe\n"));
+
+    const QStringList eAcute = shell(QStringLiteral("printf '\\303\\251'"));
+    EXPECT_EQ(QVTaskEx::stringFromTask(kShell, eAcute, QVTaskEx::Encoding::UTF8),
+              QString(QChar(0xE9)));
+    EXPECT_EQ(QVTaskEx::stringFromTask(kShell, eAcute), QStringLiteral("\u00C3\u00A9"));
+    EXPECT_EQ(QVTaskEx::stringFromTask(kShell, eAcute, QVTaskEx::Encoding::Latin1),
+              QStringLiteral("\u00C3\u00A9"));
+}
+
+TEST_F(QVTaskExTest, ArgumentsAndEnvironmentArriveVerbatim) {
+    const QStringList tricky{QStringLiteral("it's \"quoted\""),
+                             QStringLiteral("$(touch pwned)"),
+                             QStringLiteral("two\nlines"),
+                             QStringLiteral("-n"),
+                             QString(),
+                             QStringLiteral("  spaced  "),
+                             QStringLiteral("caf\u00E9")};
+    const QString printed = QVTaskEx::stringFromTask(
+        kShell, shell(QStringLiteral("for a; do printf '[%s]' \"$a\"; done"), tricky),
+        QVTaskEx::Encoding::UTF8);
+    EXPECT_EQ(printed, QStringLiteral("[it's \"quoted\"][$(touch pwned)][two\nlines][-n][][  "
+                                      "spaced  ][caf\u00E9]"));
+
+    const QString show = QStringLiteral(
+        "printf '%s|%s' \"${CARDSWEEP_TASK_VALUE-unset}\" "
+        "\"${CARDSWEEP_TASK_PARENT-unset}\"");
+    qputenv("CARDSWEEP_TASK_PARENT", "inherited");
+    const QVTaskEx::Environment environment{
+        {QStringLiteral("CARDSWEEP_TASK_VALUE"), QStringLiteral("a b=c")}};
+    EXPECT_EQ(QVTaskEx::dataFromTask(kShell, shell(show), nullptr, environment),
+              QByteArray("a b=c|unset"));
+    EXPECT_EQ(QVTaskEx::dataFromTask(kShell, shell(show), nullptr), QByteArray("unset|inherited"));
+    qunsetenv("CARDSWEEP_TASK_PARENT");
+}
+
+TEST_F(QVTaskExTest, ExitStatusesAndTerminationFromAnotherThread) {
+    EXPECT_EQ(QVTaskEx::terminationCodeFromTask(QStringLiteral("/bin/true"), {}), 0);
+    EXPECT_EQ(QVTaskEx::terminationCodeFromTask(kShell, shell(QStringLiteral("exit 3"))), 3);
+    EXPECT_EQ(QVTaskEx::terminationCodeFromTask(kShell, shell(QStringLiteral("kill -TERM $$"))),
+              128 + SIGTERM);
+    // A failing tool is still a run that happened.
+    EXPECT_TRUE(QVTaskEx::runTask(kShell, shell(QStringLiteral("exit 1"))));
+
+    const std::shared_ptr<QVTask> child =
+        QVTaskEx::runTaskAndReturn(kSleep, {QStringLiteral("60")});
+    ASSERT_NE(child, nullptr);
+    EXPECT_TRUE(child->isRunning());
+    child->terminate();
+    child->waitUntilExit();
+    EXPECT_FALSE(child->isRunning());
+    EXPECT_EQ(child->terminationStatus(), 128 + SIGTERM);
+    EXPECT_TRUE(wasReaped(child->processIdentifier()));
+
+    // The slot lets this thread stop a run that blocks another one.
+    QVTaskEx::TaskSlot slot;
+    const auto started = Clock::now();
+    std::atomic<bool> result{false};
+    std::thread runner([&] { result = QVTaskEx::runTask(kSleep, {QStringLiteral("60")}, &slot); });
+    ASSERT_TRUE(eventually([&] { return slot.task() && slot.task()->isRunning(); }));
+    slot.task()->terminate();
+    runner.join();
+    EXPECT_TRUE(result);
+    EXPECT_LT(Clock::now() - started, seconds(30));
+    EXPECT_EQ(slot.task()->terminationStatus(), 128 + SIGTERM);
+    EXPECT_TRUE(wasReaped(slot.task()->processIdentifier()));
+}
+
+TEST_F(QVTaskExTest, ToolsThatCannotBeStartedAreReported) {
+    const QString junk = writeFile(QStringLiteral("junk"), QByteArray("\x01\x02 not a program"),
+                                   QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const LogTail tail;
+    EXPECT_FALSE(QVTaskEx::runTask(junk, {}));
+    EXPECT_EQ(QVTaskEx::dataFromTask(junk, {}, nullptr), std::nullopt);
+    EXPECT_EQ(QVTaskEx::stringFromTask(junk, {}), QString());
+    EXPECT_EQ(QVTaskEx::runTaskAndReturn(junk, {}), nullptr);
+    EXPECT_THROW(QVTaskEx::terminationCodeFromTask(junk, {}), QVException);
+    EXPECT_TRUE(logSince(tail).contains(QStringLiteral("Exception running task %1: ").arg(junk)));
+}
+
+TEST_F(QVTaskExTest, TimeOutTerminatesTheChildWhileTheMainLoopRuns) {
+    const LogTail tail;
+    const auto started = Clock::now();
+    bool ran = false;
+    std::optional<QByteArray> partial;
+    Worker worker([&] {
+        ran = QVTaskEx::runTask(kSleep, {QStringLiteral("60")}, 5.0);
+        partial = QVTaskEx::dataFromTask(
+            kShell, shell(QStringLiteral("echo partial; exec /bin/sleep 60")), 1.0);
+    });
+    worker.spinMainLoopUntilDone();
+
+    EXPECT_LT(Clock::now() - started, seconds(40));
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(partial, QByteArray("partial\n"));
+    const QString log = logSince(tail);
+    EXPECT_TRUE(log.contains(QStringLiteral("Task /bin/sleep timed out. Terminating...")));
+    EXPECT_TRUE(log.contains(QStringLiteral("Task /bin/sh timed out. Terminating...")));
+}
+
+TEST_F(QVTaskExTest, FractionalTimeOutFiresAsSoonAsTheMainThreadIsFree) {
+    const auto taskEx = QVTaskEx::create();
+    const auto started = Clock::now();
+    int status = 0;
+    Worker worker([&] {
+        status = taskEx->terminationCodeFromTaskWithTimeout(kSleep, {QStringLiteral("60")}, 0.9);
+    });
+    // Keep the main thread busy until the child runs: the watchdog's call waits for it.
+    ASSERT_TRUE(eventually([&] { return taskEx->theTask() && taskEx->theTask()->isRunning(); }));
+    worker.spinMainLoopUntilDone();
+
+    EXPECT_LT(Clock::now() - started, seconds(30));
+    EXPECT_EQ(status, 128 + SIGTERM);
+    EXPECT_EQ(taskEx->theTask(), nullptr);
+}
+
+TEST_F(QVTaskExTest, FinishedRunsWatchdogLeavesLaterRunsAlone) {
+    const auto taskEx = QVTaskEx::create();
+    int first = -1;
+    int second = -1;
+    Worker worker([&] {
+        first = taskEx->terminationCodeFromTaskWithTimeout(QStringLiteral("/bin/true"), {}, 1.0);
+        second = taskEx->terminationCodeFromTaskWithTimeout(kSleep, {QStringLiteral("2")}, 30.0);
+    });
+    worker.spinMainLoopUntilDone();
+    EXPECT_EQ(first, 0);
+    EXPECT_EQ(second, 0);
+}
+
+namespace {
+
+// Records what a delegate receives, for a test thread to wait on.
+struct Received {
+    std::mutex mutex;
+    std::condition_variable changed;
+    QList<QByteArray> pieces;  // guarded by mutex
+    QVariant object;           // guarded by mutex
+    bool sameInstance = true;  // guarded by mutex
+
+    QVTaskEx::Delegate delegate(const std::shared_ptr<QVTaskEx>& expected,
+                                const std::shared_ptr<int>& lifetime) {
+        return [this, expected = expected.get(), lifetime](const QByteArray& data, QVTaskEx& task,
+                                                           const QVariant& passed) {
+            const std::lock_guard lock(mutex);
+            pieces << data;
+            object = passed;
+            sameInstance = sameInstance && &task == expected;
+            changed.notify_all();
+        };
+    }
+    bool waitFor(qsizetype count) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, seconds(20), [&] { return pieces.size() >= count; });
+    }
+    bool waitForEnd() {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, seconds(20),
+                                [&] { return !pieces.isEmpty() && pieces.last().isEmpty(); });
+    }
+};
+
+}  // namespace
+
+TEST_F(QVTaskExTest, AsyncRunDeliversPiecesInOrderThenOneEmptyPiece) {
+    const auto taskEx = QVTaskEx::create();
+    Received received;
+    auto lifetime = std::make_shared<int>(0);
+    const std::weak_ptr<int> delegateAlive = lifetime;
+    taskEx->asyncDataFromTask(
+        kShell,
+        shell(
+            QStringLiteral("echo one; sleep 0.2; echo two >&2; echo three; sleep 0.2; echo four")),
+        received.delegate(taskEx, lifetime), QStringLiteral("card"));
+    lifetime.reset();
+    ASSERT_TRUE(received.waitForEnd());
+    ASSERT_TRUE(eventually([&] { return delegateAlive.expired() && !taskEx->theTask(); }));
+
+    const std::lock_guard lock(received.mutex);
+    QByteArray joined;
+    for (qsizetype i = 0; i + 1 < received.pieces.size(); ++i) {
+        EXPECT_FALSE(received.pieces[i].isEmpty());
+        joined += received.pieces[i];
+    }
+    EXPECT_EQ(joined, QByteArray("one\nthree\nfour\n"));
+    EXPECT_EQ(received.object, QVariant(QStringLiteral("card")));
+    EXPECT_TRUE(received.sameInstance);
+}
+
+TEST_F(QVTaskExTest, AsyncRunStopsOnRequestAndReportsWhatItCannotRun) {
+    const auto taskEx = QVTaskEx::create();
+    Received received;
+    auto lifetime = std::make_shared<int>(0);
+    const std::weak_ptr<int> delegateAlive = lifetime;
+    taskEx->asyncDataFromTask(kShell, shell(QStringLiteral("echo started; exec /bin/sleep 60")),
+                              received.delegate(taskEx, lifetime));
+    lifetime.reset();
+    ASSERT_TRUE(received.waitFor(1));
+    const std::shared_ptr<QVTask> child = taskEx->theTask();
+    ASSERT_NE(child, nullptr);
+    const auto started = Clock::now();
+    taskEx->terminateAsyncTask();
+    EXPECT_EQ(taskEx->theTask(), nullptr);
+    // A delivery still under way holds its own reference until it returns.
+    EXPECT_TRUE(eventually([&] { return delegateAlive.expired(); }));
+    child->waitUntilExit();
+    EXPECT_LT(Clock::now() - started, seconds(30));
+    EXPECT_EQ(child->terminationStatus(), 128 + SIGTERM);
+
+    const LogTail tail;
+    QVTaskEx::create()->launchAsyncTask();
+    taskEx->asyncDataFromTask(dir_.path(), {}, received.delegate(taskEx, nullptr));
+    ASSERT_TRUE(eventually([&] {
+        return logSince(tail).contains(QStringLiteral(
+            "Unable to launch async task - task does not exist or is not executable"));
+    }));
+    EXPECT_TRUE(
+        logSince(tail).contains(QStringLiteral("Unable to launch async task - no task set")));
+}
