@@ -1,0 +1,68 @@
+#pragma once
+// Where things are: the user's and the machine's standard folders (XDG on Linux), fresh
+// temporary names, the console user, and the test for directories that must never be
+// deleted, emptied or overwritten. Class-level operations only.
+//
+// As the superuser, "user" folders are those of the person at the console.
+
+#include <QString>
+#include <QStringList>
+
+class QVLocalPaths {
+  public:
+    enum class Directory {
+        Applications,
+        AdminApplications,
+        Documents,
+        Library,
+        Preferences,
+        Caches,
+        ApplicationSupport,
+        Movies,
+        Desktop,
+        SystemLibrary,
+        Documentation,
+        Logs,
+    };
+
+    /// The folder of that kind in the user (true) or local (false) domain; empty if none.
+    static QString pathForDirectory(Directory kind, bool userDomain);
+
+    static QString applicationDirectory(bool user);
+    static QString adminApplicationDirectory(bool user);
+    static QString documentDirectory(bool user);
+    static QString libraryDirectory(bool user);
+    static QString prefsDirectory(bool user);
+    static QString cacheDirectory(bool user);
+    static QString appSupportDirectory(bool user);
+    static QString logDirectory(bool user);
+    static QString movieDirectory();
+    static QString desktopDirectory();
+    static QString systemLibraryDirectory();
+    static QString localDocumentationDirectory();
+    static QString trashDirectory();
+    static QString userDirectory();
+    static QString username();
+    static QString darwinCacheDirectory();
+    static QString tempDirectory();
+
+    /// tempDirectory + uuid + 8 random characters; the file is not created.
+    static QString tempFile();
+    static QString uuid();
+    static QString randomString(int length);
+
+    static bool isPathSystemDirectory(const QString& path, bool exactMatch = false);
+    static bool isPathOnTimeMachineVolume(const QString& path);
+
+    /// Login name of the user of the active graphical session, else $SUDO_USER; empty
+    /// when nobody is logged in.
+    static QString currentConsoleUser();
+
+    /// The media roots under which removable volumes are mounted, each ending in "/".
+    static QStringList mediaRoots();
+
+    static bool isSuperuser();
+    /// Running as the superuser on behalf of someone else at the console (sudo, pkexec):
+    /// then "user" folders are that person's.
+    static bool isElevated();
+};
