@@ -100,37 +100,38 @@ class Reader {
     }
 
     static QString number(const Directive& d, const QVariant& value) {
-        QString spec = u'%' + d.flags + d.width;
+        QString printfFormat = u'%' + d.flags + d.width;
         if (d.hasPrecision) {
-            spec += u'.' + (d.precision.isEmpty() ? QStringLiteral("0") : d.precision);
+            printfFormat += u'.' + (d.precision.isEmpty() ? QStringLiteral("0") : d.precision);
         }
         const char conversion = d.conversion.toLatin1();
         char buffer[512];
         switch (conversion) {
             case 'd':
             case 'i':
-                spec += QStringLiteral("lld");
-                std::snprintf(buffer, sizeof buffer, spec.toLatin1().constData(),
+                printfFormat += QStringLiteral("lld");
+                std::snprintf(buffer, sizeof buffer, printfFormat.toLatin1().constData(),
                               static_cast<long long>(value.toLongLong()));
                 break;
             case 'o':
             case 'u':
             case 'x':
             case 'X':
-                spec += QStringLiteral("ll") + d.conversion;
-                std::snprintf(buffer, sizeof buffer, spec.toLatin1().constData(),
+                printfFormat += QStringLiteral("ll") + d.conversion;
+                std::snprintf(buffer, sizeof buffer, printfFormat.toLatin1().constData(),
                               static_cast<unsigned long long>(value.toULongLong()));
                 break;
             case 'c':
                 return pad(d, QString(QChar(static_cast<char16_t>(value.toUInt()))));
             case 'p':
-                spec = QStringLiteral("%p");
+                printfFormat = QStringLiteral("%p");
                 std::snprintf(buffer, sizeof buffer, "%p",
                               reinterpret_cast<void*>(value.toULongLong()));
                 break;
             default:
-                spec += d.conversion;
-                std::snprintf(buffer, sizeof buffer, spec.toLatin1().constData(), value.toDouble());
+                printfFormat += d.conversion;
+                std::snprintf(buffer, sizeof buffer, printfFormat.toLatin1().constData(),
+                              value.toDouble());
                 break;
         }
         return QString::fromLatin1(buffer);
