@@ -98,7 +98,7 @@ LoopCard::LoopCard(const QString& label, qint64 sizeBytes, const QString& mountP
 LoopCard::~LoopCard() {
     unmount();
     detach();
-    if (!isMountedNow()) {
+    if (madeMountPoint_ && !isMountedNow()) {
         QDir().rmdir(mountPoint_);  // only ever an empty folder, never the card's files
     }
 }
@@ -148,6 +148,7 @@ bool LoopCard::attach() {
 }
 
 bool LoopCard::mount() {
+    madeMountPoint_ = madeMountPoint_ || !QFileInfo::exists(mountPoint_);
     if (!QDir().mkpath(mountPoint_)) {
         return fail(QStringLiteral("cannot make the mount point %1").arg(mountPoint_));
     }

@@ -21,7 +21,7 @@ class LoopCard {
 
     /// Formats, attaches and mounts the card at mountPoint (made if missing); see ok().
     LoopCard(const QString& label, qint64 sizeBytes, const QString& mountPoint);
-    /// Unmounts, detaches the loop device and removes the (then empty) mount point.
+    /// Unmounts, detaches the loop device and removes the mount point if it made it.
     ~LoopCard();
     LoopCard(const LoopCard&) = delete;
     LoopCard& operator=(const LoopCard&) = delete;
@@ -57,4 +57,5 @@ class LoopCard {
     QString device_;
     QString error_;
     bool mounted_ = false;
+    bool madeMountPoint_ = false;
 };
