@@ -1,0 +1,18 @@
+#pragma once
+// The disk-information dictionary of a mounted volume: its device, file-system and
+// partition identities, name, sizes and whether it is removable. Read from the mount
+// table, libblkid, /sys and the udev database; nothing is ever written to a device.
+
+#include <QString>
+#include <optional>
+
+#include "PropertyList.h"
+
+class DiskInfo {
+  public:
+    /// A Dictionary with DeviceNode, VolumeUUID, DiskUUID, VolumeName, FilesystemType,
+    /// TotalSize, FreeSpace, Removable and MountPoint; keys that can't be learnt are left
+    /// out (the UUIDs need read access to the device). nullopt when mountPoint is not
+    /// where a block device is mounted.
+    static std::optional<PropertyList> forMountPoint(const QString& mountPoint);
+};
