@@ -307,6 +307,29 @@ QStringList QVLocalPaths::mediaRoots() {
     return roots;
 }
 
+QString QVLocalPaths::mediaDriveForPath(const QString& path) {
+    QString best;
+    for (const QString& root : mediaRoots()) {
+        if (path.startsWith(root) && root.size() > best.size())
+            best = root;
+    }
+    if (best.isEmpty())
+        return {};
+    const QString component = path.mid(best.size()).section(u'/', 0, 0);
+    if (component.isEmpty())
+        return {};
+    return best + component;
+}
+
+bool QVLocalPaths::isConfiguredMediaRoot(const QString& root) {
+    for (const QString& extra :
+         environment("CARDSWEEP_MEDIA_ROOTS").split(u':', Qt::SkipEmptyParts)) {
+        if (QDir::cleanPath(extra) + u'/' == root)
+            return true;
+    }
+    return false;
+}
+
 bool QVLocalPaths::isPathSystemDirectory(const QString& input, bool exactMatch) {
     if (input == QStringLiteral("/")) {
         return true;

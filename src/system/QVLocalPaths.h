@@ -60,6 +60,11 @@ class QVLocalPaths {
 
     /// The media roots under which removable volumes are mounted, each ending in "/".
     static QStringList mediaRoots();
+    /// The drive a path lies on: the longest media root it begins with plus the next path
+    /// component ("/media/ann/CARD" for "/media/ann/CARD/CLIP"); empty for other paths.
+    static QString mediaDriveForPath(const QString& path);
+    /// True for roots named in CARDSWEEP_MEDIA_ROOTS, where plain folders stand in for drives.
+    static bool isConfiguredMediaRoot(const QString& root);
 
     static bool isSuperuser();
     /// Running as the superuser on behalf of someone else at the console (sudo, pkexec):

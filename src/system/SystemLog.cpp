@@ -1,0 +1,48 @@
+#include "SystemLog.h"
+
+#include <syslog.h>
+
+#include <mutex>
+
+namespace {
+
+// The one piece of shared state: the lines of an active capture (tests only).
+struct Captured {
+    std::mutex mutex;
+    int captures = 0;   // guarded by mutex
+    QStringList lines;  // guarded by mutex
+};
+
+Captured& captured() {
+    static Captured instance;
+    return instance;
+}
+
+}  // namespace
+
+void SystemLog::write(const QString& line) {
+    ::syslog(LOG_NOTICE, "%s", line.toUtf8().constData());
+    Captured& shared = captured();
+    const std::lock_guard lock(shared.mutex);
+    if (shared.captures > 0)
+        shared.lines << line;
+}
+
+SystemLog::Capture::Capture() {
+    Captured& shared = captured();
+    const std::lock_guard lock(shared.mutex);
+    if (shared.captures++ == 0)
+        shared.lines.clear();
+}
+
+SystemLog::Capture::~Capture() {
+    Captured& shared = captured();
+    const std::lock_guard lock(shared.mutex);
+    --shared.captures;
+}
+
+QStringList SystemLog::Capture::lines() const {
+    Captured& shared = captured();
+    const std::lock_guard lock(shared.mutex);
+    return shared.lines;
+}
