@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <numeric>
+#include <vector>
+
+#include "DigestContext.h"
+#include "FileHash.h"
+#include "QVFileManager.h"
+#include "QVTaskEx.h"
+
+namespace {
+
+constexpr std::uint64_t k150MiB = 157286400;
+
+QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes) {
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+    return path;
+}
+
+// Sparse, so a large file costs no disk.
+QString sparseFile(const QTemporaryDir& dir, const QString& name, qint64 size) {
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_TRUE(file.resize(size));
+    return path;
+}
+
+struct Reports {
+    std::vector<std::uint64_t> sizes;
+    FileHashProgress callback() {
+        return [this](std::uint64_t bytes) { sizes.push_back(bytes); };
+    }
+    std::uint64_t total() const { return std::accumulate(sizes.begin(), sizes.end(), 0ull); }
+};
+
+QString toolDigest(const QString& tool, const QString& path) {
+    return QVTaskEx::stringFromTask(tool, {path}).section(u' ', 0, 0);
+}
+
+}  // namespace
+
+TEST(FileHash, KnownVectorsThroughBothPaths) {
+    QTemporaryDir dir;
+    const QString empty = writeFile(dir, "empty", {});
+    const QString abc = writeFile(dir, "abc", "abc");
+
+    Reports reports;
+    EXPECT_EQ(FileMD5HashCreateWithPath(empty, 4096, reports.callback()),
+              "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(FileSHA1HashCreateWithPath(empty, 0, reports.callback()),
+              "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    EXPECT_TRUE(reports.sizes.empty()) << "an empty file makes no report";
+
+    EXPECT_EQ(FileMD5HashCreateWithPath(abc), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(FileSHA1HashCreateWithPath(abc), "a9993e364706816aba3e25717850c26c9cd0d89d");
+
+    // Fed piecemeal; finishing a copy leaves the running context usable.
+    DigestContext md5(DigestContext::Kind::MD5);
+    DigestContext sha1(DigestContext::Kind::SHA1);
+    md5.update("ab", 2);
+    sha1.update("ab", 2);
+    EXPECT_EQ(QVFileManager::md5HashWithContext(md5), "187ef4436122d1cc2f40dc2b92f0eba0");
+    md5.update("c", 1);
+    sha1.update("c", 1);
+    EXPECT_EQ(QVFileManager::md5HashWithContext(md5), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(QVFileManager::sha1HashWithContext(sha1), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    const DigestContext copy = sha1;
+    sha1.update("d", 1);
+    EXPECT_EQ(copy.hexDigest(), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
+    QTemporaryDir dir;
+    QByteArray bytes(5 * 1024 * 1024 + 123, Qt::Uninitialized);
+    QRandomGenerator generator(42);
+    for (char& byte : bytes)
+        byte = char(generator.generate() & 0xFF);
+    const QString path = writeFile(dir, "clip with spaces.mxf", bytes);
+
+    Reports md5Reports;
+    const auto md5 = FileMD5HashCreateWithPath(path, 4096, md5Reports.callback());
+    const auto sha1 = FileSHA1HashCreateWithPath(path, 1000);
+    ASSERT_TRUE(md5 && sha1);
+    EXPECT_EQ(*md5, toolDigest("/usr/bin/md5sum", path));
+    EXPECT_EQ(*sha1, toolDigest("/usr/bin/sha1sum", path));
+    EXPECT_EQ(md5->size(), 32);
+    EXPECT_EQ(sha1->size(), 40);
+    EXPECT_EQ(*md5, md5->toLower());
+    EXPECT_EQ(md5Reports.total(), std::uint64_t(bytes.size()));
+    EXPECT_EQ(md5Reports.sizes.size(), std::size_t((bytes.size() + 4095) / 4096));
+
+    DigestContext context(DigestContext::Kind::SHA1);
+    for (qsizetype offset = 0; offset < bytes.size(); offset += 777)
+        context.update(bytes.mid(offset, 777));
+    EXPECT_EQ(context.hexDigest(), *sha1);
+}
+
+TEST(FileHash, ReportOnAnExactMultipleOf150MiBIsCarriedToTheNext) {
+    QTemporaryDir dir;
+    const QString exact = sparseFile(dir, "exact", qint64(k150MiB));
+    const QString over = sparseFile(dir, "over", qint64(k150MiB) + 10);
+
+    Reports exactReports;
+    ASSERT_TRUE(FileMD5HashCreateWithPath(exact, k150MiB, exactReports.callback()));
+    EXPECT_EQ(exactReports.sizes, std::vector<std::uint64_t>{k150MiB}) << "only the last report";
+
+    Reports overReports;
+    ASSERT_TRUE(FileSHA1HashCreateWithPath(over, k150MiB, overReports.callback()));
+    EXPECT_EQ(overReports.sizes, std::vector<std::uint64_t>{k150MiB + 10});
+}
+
+TEST(FileHash, UnreadableInputGivesNoDigest) {
+    QTemporaryDir dir;
+    Reports reports;
+    EXPECT_FALSE(FileMD5HashCreateWithPath(dir.filePath("missing"), 4096, reports.callback()));
+    // A folder opens but every read fails.
+    EXPECT_FALSE(FileSHA1HashCreateWithPath(dir.path(), 4096, reports.callback()));
+    EXPECT_TRUE(reports.sizes.empty());
+
+    // A throwing callback doesn't escape either.
+    const QString abc = writeFile(dir, "abc", "abc");
+    EXPECT_FALSE(FileMD5HashCreateWithPath(abc, 1, [](std::uint64_t) { throw 1; }));
+}
