@@ -1,0 +1,171 @@
+#include "ItemCopier.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace {
+
+class Fd {
+  public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+
+  private:
+    int fd_;
+};
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+bool fail(QString* error, const QByteArray& path, int code) {
+    if (error)
+        *error = QStringLiteral("%1: %2").arg(QFile::decodeName(path),
+                                              QString::fromLocal8Bit(std::strerror(code)));
+    return false;
+}
+
+void applyTimes(int fd, const struct stat& status) {
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    ::futimens(fd, times);
+}
+
+// Kernel-side copy first; plain reads and writes where the file systems can't do it.
+bool copyBytes(int in, int out, off_t size) {
+    off_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, size_t(size - done), 0);
+        if (n > 0) {
+            done += n;
+            continue;
+        }
+        if (n == 0)
+            break;
+        if (errno == EINTR)
+            continue;
+        if (errno != EXDEV && errno != ENOSYS && errno != EOPNOTSUPP && errno != EINVAL)
+            return false;
+        break;
+    }
+    if (done >= size)
+        return true;
+    std::vector<char> buffer(1 << 20);
+    for (;;) {
+        const ssize_t n = ::pread(in, buffer.data(), buffer.size(), done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return false;
+        if (n == 0)
+            return true;
+        for (ssize_t written = 0; written < n;) {
+            const ssize_t w =
+                ::pwrite(out, buffer.data() + written, size_t(n - written), done + written);
+            if (w < 0 && errno == EINTR)
+                continue;
+            if (w <= 0)
+                return false;
+            written += w;
+        }
+        done += n;
+    }
+}
+
+}  // namespace
+
+bool ItemCopier::copy(const QString& source, const QString& destination, QString* error) {
+    return copyEntry(QFile::encodeName(source), QFile::encodeName(destination), error);
+}
+
+bool ItemCopier::copyEntry(const QByteArray& source, const QByteArray& destination,
+                           QString* error) {
+    struct stat status {};
+    if (::lstat(source.constData(), &status) != 0)
+        return fail(error, source, errno);
+    if (S_ISLNK(status.st_mode))
+        return copyLink(source, destination, error);
+    if (S_ISDIR(status.st_mode))
+        return copyFolder(source, destination, status, error);
+    if (S_ISREG(status.st_mode))
+        return copyRegularFile(source, destination, status, error);
+    return fail(error, source, ENOTSUP);
+}
+
+bool ItemCopier::copyRegularFile(const QByteArray& source, const QByteArray& destination,
+                                 const struct stat& status, QString* error) {
+    const Fd in(::open(source.constData(), O_RDONLY | O_CLOEXEC));
+    if (in.get() < 0)
+        return fail(error, source, errno);
+    const Fd out(::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                        status.st_mode & 07777));
+    if (out.get() < 0)
+        return fail(error, destination, errno);
+    if (!copyBytes(in.get(), out.get(), status.st_size) ||
+        ::fchmod(out.get(), status.st_mode & 07777) != 0) {
+        const int code = errno;
+        ::unlink(destination.constData());
+        return fail(error, destination, code);
+    }
+    applyTimes(out.get(), status);
+    return true;
+}
+
+bool ItemCopier::copyFolder(const QByteArray& source, const QByteArray& destination,
+                            const struct stat& status, QString* error) {
+    if (::mkdir(destination.constData(), 0700) != 0)
+        return fail(error, destination, errno);
+    const std::unique_ptr<DIR, DirCloser> dir(::opendir(source.constData()));
+    bool ok = dir != nullptr;
+    if (!ok)
+        fail(error, source, errno);
+    while (ok) {
+        errno = 0;
+        const dirent* entry = ::readdir(dir.get());
+        if (!entry) {
+            ok = errno == 0 || fail(error, source, errno);
+            break;
+        }
+        const QByteArray name(entry->d_name);
+        if (name == "." || name == "..")
+            continue;
+        ok = copyEntry(source + '/' + name, destination + '/' + name, error);
+    }
+    if (!ok) {
+        std::error_code ignored;
+        std::filesystem::remove_all(destination.constData(), ignored);
+        return false;
+    }
+    const Fd folder(::open(destination.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() >= 0) {
+        ::fchmod(folder.get(), status.st_mode & 07777);
+        applyTimes(folder.get(), status);
+    }
+    return true;
+}
+
+bool ItemCopier::copyLink(const QByteArray& source, const QByteArray& destination, QString* error) {
+    std::vector<char> target(PATH_MAX + 1);
+    const ssize_t length = ::readlink(source.constData(), target.data(), target.size() - 1);
+    if (length < 0)
+        return fail(error, source, errno);
+    target[size_t(length)] = '\0';
+    if (::symlink(target.data(), destination.constData()) != 0)
+        return fail(error, destination, errno);
+    return true;
+}

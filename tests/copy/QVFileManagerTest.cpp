@@ -1,0 +1,283 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <thread>
+
+#include "QVFileManager.h"
+#include "QVLocalPaths.h"
+#include "TempHome.h"
+
+namespace {
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+QString linkTarget(const QString& path) {
+    char target[4096] = {};
+    const ssize_t n = ::readlink(QFile::encodeName(path).constData(), target, sizeof target - 1);
+    return n < 0 ? QString() : QFile::decodeName(QByteArray(target, n));
+}
+
+QStringList tree(const QString& root) {
+    QStringList entries;
+    const QDir base(root);
+    const auto filters = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    std::function<void(const QString&)> walk = [&](const QString& folder) {
+        for (const QFileInfo& info : QDir(folder).entryInfoList(filters, QDir::Name)) {
+            entries << base.relativeFilePath(info.filePath()) + u'|' +
+                           (info.isSymLink()
+                                ? QStringLiteral("->") + linkTarget(info.filePath())
+                                : QString::fromLatin1(readFile(info.filePath()).toHex()));
+            if (info.isDir() && !info.isSymLink())
+                walk(info.filePath());
+        }
+    };
+    walk(root);
+    return entries;
+}
+
+}  // namespace
+
+TEST(QVFileManager, SizesAndNamesForDisplay) {
+    EXPECT_EQ(QVFileManager::formatFileSize(0), "0 B");
+    EXPECT_EQ(QVFileManager::formatFileSize(1023), "1023 B");
+    EXPECT_EQ(QVFileManager::formatFileSize(1024), "1.00 KB");
+    EXPECT_EQ(QVFileManager::formatFileSize(1048575), "1024.00 KB");
+    EXPECT_EQ(QVFileManager::formatFileSize(1048576), "1.00 MB");
+    EXPECT_EQ(QVFileManager::formatFileSize(1073741824.0), "1.00 GB");
+    EXPECT_EQ(QVFileManager::formatFileSize(1.5 * 1099511627776.0), "1536.00 GB");
+
+    EXPECT_EQ(QVFileManager::validateFilename("..My:Clip/1 "), "MyClip1");
+    EXPECT_EQ(QVFileManager::validateFilename("\n  A001 \t"), "A001");
+    EXPECT_EQ(QVFileManager::validateFilename("..."), "");
+}
+
+TEST(QVFileManager, UniqueFilenamesCountUpFromTwo) {
+    QTemporaryDir dir;
+    const QString clip = dir.filePath("clip.mov");
+    EXPECT_EQ(QVFileManager::uniqueFilename(clip), clip);
+    writeFile(clip, "a");
+    EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 2.mov"));
+    writeFile(dir.filePath("clip 2.mov"), "b");
+    EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 3.mov"));
+
+    QDir(dir.path()).mkdir("A001");
+    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath("A001")), dir.filePath("A001 2"));
+    writeFile(dir.filePath(".hidden"), "c");
+    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath(".hidden")), dir.filePath(".hidden 2"));
+    // A dangling link still occupies the name.
+    ASSERT_EQ(::symlink("nowhere", QFile::encodeName(dir.filePath("link.txt")).constData()), 0);
+    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath("link.txt")), dir.filePath("link 2.txt"));
+}
+
+TEST(QVFileManager, WildcardsMatchAcrossSeveralComponents) {
+    QTemporaryDir dir;
+    const QString base = dir.path();
+    writeFile(base + "/CONTENTS/CLIP/A001C001.MXF", "1");
+    writeFile(base + "/CONTENTS/CLIP/A001C002.MXF", "2");
+    writeFile(base + "/CONTENTS/CLIP/A001C002.XML", "x");
+    writeFile(base + "/CONTENTS/PROXY/A001C001.MXF", "p");
+    writeFile(base + "/OTHER/CLIP/B001C001.MXF", "o");
+
+    EXPECT_EQ(
+        QVFileManager::filesMatchingWildcardPath("CONTENTS/*/A001C00?*.MXF", base),
+        QStringList({base + "/CONTENTS/CLIP/A001C001.MXF", base + "/CONTENTS/CLIP/A001C002.MXF",
+                     base + "/CONTENTS/PROXY/A001C001.MXF"}));
+    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("*/CLIP/*.XML", base),
+              QStringList({base + "/CONTENTS/CLIP/A001C002.XML"}));
+    EXPECT_TRUE(QVFileManager::filesMatchingWildcardPath("*/CLIP/A001C00?.MXF", base).isEmpty())
+        << "\"?\" is a wildcard only beside a \"*\"";
+    EXPECT_TRUE(QVFileManager::filesMatchingWildcardPath("*/CLIP/*.mxf", base).isEmpty())
+        << "matching is case-sensitive";
+    // A leading "/" starts again from the base path.
+    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("/OTHER/*/B*", base),
+              QStringList({base + "/OTHER/CLIP/B001C001.MXF"}));
+    // Without "*" the pattern is simply joined, existing or not.
+    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("NOPE/x?.MXF", base),
+              QStringList({base + "/NOPE/x?.MXF"}));
+    EXPECT_EQ(QVFileManager::decodeWildcardPath("*/PROXY/*.MXF", base),
+              base + "/CONTENTS/PROXY/A001C001.MXF");
+    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath(base + "/CONT*/CLIP/A001C001.MXF"),
+              QStringList({base + "/CONTENTS/CLIP/A001C001.MXF"}));
+}
+
+TEST(QVFileManager, FolderEmptinessAndRecursiveSize) {
+    QTemporaryDir dir;
+    const QString card = dir.filePath("card");
+    EXPECT_TRUE(QVFileManager::isFolderEmpty(card)) << "a folder that can't be listed is empty";
+    writeFile(card + "/.DS_Store", "junk");
+    writeFile(card + "/Icon\r", "");
+    QDir().mkpath(card + "/CONTENTS/CLIP");
+    EXPECT_TRUE(QVFileManager::isFolderEmpty(card));
+    writeFile(card + "/CONTENTS/CLIP/.hidden", "h");
+    EXPECT_FALSE(QVFileManager::isFolderEmpty(card));
+
+    writeFile(card + "/CONTENTS/a.bin", QByteArray(1000, 'a'));
+    ASSERT_EQ(::symlink("a.bin", QFile::encodeName(card + "/CONTENTS/link").constData()), 0);
+    EXPECT_EQ(QVFileManager::fileSize(card), 4u + 0u + 1u + 1000u + 5u);
+    EXPECT_EQ(QVFileManager::fileSize(card + "/CONTENTS/a.bin"), 1000u);
+    EXPECT_EQ(QVFileManager::fileSize(dir.filePath("missing")), 0u);
+}
+
+TEST(QVFileManager, CopyKeepsTreeBytesModesAndTimesAndNeverOverwrites) {
+    QTemporaryDir dir;
+    const QString source = dir.filePath("A001 'card' $(x)");
+    writeFile(source + "/CLIP/a.mov", QByteArray(3 * 1024 * 1024 + 7, 'm'));
+    writeFile(source + "/CLIP/empty", "");
+    QDir().mkpath(source + "/EMPTYDIR");
+    ASSERT_EQ(::symlink("CLIP/a.mov", QFile::encodeName(source + "/shortcut").constData()), 0);
+    ::chmod(QFile::encodeName(source + "/CLIP/empty").constData(), 0640);
+    const QDateTime old = QDateTime::fromSecsSinceEpoch(1'500'000'000);
+    ASSERT_TRUE(QVFileManager::setModificationDate(old, source + "/CLIP/a.mov"));
+
+    const QString copy = dir.filePath("dest/copy");
+    QDir().mkpath(dir.filePath("dest"));
+    ASSERT_TRUE(QVFileManager::copyFile(source, copy));
+    EXPECT_EQ(tree(copy), tree(source));
+    EXPECT_EQ(QFileInfo(copy + "/CLIP/a.mov").lastModified(), old);
+    EXPECT_EQ(QFileInfo(copy + "/CLIP/empty").permissions(),
+              QFileInfo(source + "/CLIP/empty").permissions());
+
+    writeFile(dir.filePath("other"), "keep me");
+    EXPECT_FALSE(QVFileManager::copyFile(source + "/CLIP/a.mov", dir.filePath("other"), false));
+    EXPECT_EQ(readFile(dir.filePath("other")), "keep me");
+    EXPECT_FALSE(QVFileManager::copyFile(QString(), copy));
+    EXPECT_FALSE(QVFileManager::copyFile(source, QString()));
+}
+
+TEST(QVFileManager, MovesNeverReplaceAndCaseOnlyMovesSucceed) {
+    QTemporaryDir dir;
+    writeFile(dir.filePath("a"), "a");
+    writeFile(dir.filePath("b"), "b");
+    EXPECT_FALSE(QVFileManager::moveFile(dir.filePath("a"), dir.filePath("b"), false));
+    EXPECT_EQ(readFile(dir.filePath("a")), "a");
+    EXPECT_EQ(readFile(dir.filePath("b")), "b");
+
+    writeFile(dir.filePath("Clip.MOV"), "clip");
+    ASSERT_TRUE(QVFileManager::moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov"), 5));
+    EXPECT_EQ(QDir(dir.path()).entryList({"*.mov", "*.MOV"}), QStringList({"clip.mov"}));
+    EXPECT_EQ(readFile(dir.filePath("clip.mov")), "clip");
+
+    QDir().mkpath(dir.filePath("sub"));
+    ASSERT_TRUE(QVFileManager::moveFile(dir.filePath("clip.mov"), dir.filePath("sub/clip.mov")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("clip.mov")));
+}
+
+TEST(QVFileManager, CreateDirectoryRefusesADriveThatIsNotThere) {
+    TempHome home;
+    const QString root = home.file("media");
+    QDir().mkpath(root);
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(root));
+
+    EXPECT_FALSE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"));
+    EXPECT_TRUE(QDir(root).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty());
+    EXPECT_FALSE(QVFileManager::isVolumeMountedForPath(root + "/CARD/x"));
+
+    // A leftover folder under a system media root is not a mounted drive.
+    EXPECT_FALSE(QVFileManager::isDriveMountedForPath("/media/cardsweep-not-mounted/DCIM"));
+    EXPECT_FALSE(QVFileManager::createDirectory("/media/cardsweep-not-mounted/DCIM"));
+    EXPECT_FALSE(QFileInfo::exists("/media/cardsweep-not-mounted"));
+
+    QDir().mkpath(root + "/CARD");
+    EXPECT_TRUE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"));
+    EXPECT_TRUE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"))
+        << "an existing folder is fine";
+    EXPECT_TRUE(QVFileManager::isVolumeMountedForPath(home.file("elsewhere/x")));
+    EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/CARD/x"), QString())
+        << "a plain folder is no volume";
+    EXPECT_EQ(QVFileManager::volumeMountPointForPath(home.file("x")), "/");
+    EXPECT_FALSE(QVFileManager::infoForDiskAtMountpoint(root + "/CARD"));
+}
+
+TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
+    QTemporaryDir dir;
+    const QString folder = dir.filePath("made/here");
+    const QString file = dir.filePath("file.txt");
+    writeFile(file, "payload");
+    bool results[6] = {};
+    std::thread worker([&] {
+        results[0] = QVFileManager::createDirectory(folder, 2);
+        results[1] = QVFileManager::copyFile(file, folder + "/copy.txt", 2);
+        results[2] = QVFileManager::moveFile(folder + "/copy.txt", folder + "/moved.txt", 2);
+        results[3] = QVFileManager::createDirectory(dir.filePath("again"), 2) &&
+                     QVFileManager::copyContentsOfDirectory(folder, dir.filePath("again"), 2);
+        results[4] = QVFileManager::removeFile(folder + "/moved.txt", 2);
+        results[5] = QVFileManager::trashFile(file, 2);
+    });
+    worker.join();
+    for (bool result : results)
+        EXPECT_TRUE(result);
+    EXPECT_FALSE(QFileInfo::exists(folder + "/moved.txt"));
+    EXPECT_FALSE(QFileInfo::exists(file));
+    EXPECT_EQ(readFile(dir.filePath("again/moved.txt")), "payload");
+    EXPECT_TRUE(QFileInfo::exists(QVLocalPaths::trashDirectory() + "/files/file.txt"));
+}
+
+TEST(QVFileManager, TrashKeepsEveryCollidingItem) {
+    QTemporaryDir dir;
+    for (const char* folder : {"one", "two", "three"}) {
+        writeFile(dir.filePath(QString::fromLatin1(folder) + "/clip.mov"), folder);
+        EXPECT_TRUE(
+            QVFileManager::trashFile(dir.filePath(QString::fromLatin1(folder) + "/clip.mov")));
+    }
+    EXPECT_TRUE(QVFileManager::trashFile(dir.filePath("never existed")));
+    const QDir files(QVLocalPaths::trashDirectory() + "/files");
+    QStringList contents;
+    for (const QString& name : files.entryList({"clip*.mov"}, QDir::Files))
+        contents << readFile(files.filePath(name));
+    contents.sort();
+    EXPECT_EQ(contents, QStringList({"one", "three", "two"}));
+
+    writeFile(dir.filePath("cards/x/A.MOV"), "1");
+    writeFile(dir.filePath("cards/y/b.mov"), "2");
+    writeFile(dir.filePath("cards/y/c.mxf"), "3");
+    EXPECT_EQ(QVFileManager::trashFilesOfType("mov", dir.filePath("cards")).size(), 2);
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("cards/y/c.mxf")));
+}
+
+TEST(QVFileManager, ArchiveRoundTripReplacesAnOldArchive) {
+    QTemporaryDir dir;
+    const QString card = dir.filePath("CARD");
+    writeFile(card + "/CLIP/a.mov", QByteArray(200000, 'z'));
+    writeFile(card + "/note.txt", "hello");
+    const QString zip = dir.filePath("CARD Archive.zip");
+    writeFile(zip, "stale");
+    ASSERT_TRUE(QVFileManager::compressFile(card, zip));
+    ASSERT_TRUE(QVFileManager::decompressFile(zip, dir.filePath("out")));
+    EXPECT_EQ(tree(dir.filePath("out/CARD")), tree(card));
+}
+
+TEST(QVFileManager, ExtendedAttributesAndColourLabels) {
+    QTemporaryDir dir;
+    const QString file = dir.filePath("clip.mov");
+    writeFile(file, "x");
+    if (!QVFileManager::setMetadataValue("Scene 1 — take 2", "com.cardsweep.note", file))
+        GTEST_SKIP() << "this file system has no user extended attributes";
+    EXPECT_EQ(QVFileManager::metadataValueForKey("com.cardsweep.note", file), "Scene 1 — take 2");
+    EXPECT_FALSE(QVFileManager::metadataValueForKey("absent", file));
+    ASSERT_TRUE(QVFileManager::setMetadataValue(QString(300, u'a'), "long", file));
+    EXPECT_EQ(QVFileManager::metadataValueForKey("long", file), QString(300, QChar(0)))
+        << "reads go through a 255-byte window";
+
+    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 0);
+    EXPECT_FALSE(QVFileManager::finderColorForPath(file));
+    ASSERT_TRUE(QVFileManager::setFinderColorIndex(4, file));
+    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 4);
+    EXPECT_NEAR(QVFileManager::finderColorForPath(file)->hue, 0.2056, 1e-9);
+    ASSERT_TRUE(QVFileManager::setFinderColorIndex(0xFF, file));
+    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 0x0E);
+}

@@ -1,0 +1,142 @@
+// File operations and the copy engine on real exFAT cards on loop devices.
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <memory>
+#include <thread>
+
+#include "CopyDelegate.h"
+#include "LoopCard.h"
+#include "QVFileManager.h"
+#include "SystemLog.h"
+
+namespace {
+
+QByteArray randomBytes(qsizetype size, quint32 seed) {
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator generator(seed);
+    for (char& byte : bytes)
+        byte = char(generator.generate() & 0xFF);
+    return bytes;
+}
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+class FailureRecorder : public CopyDelegate {
+  public:
+    void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>&,
+                                    const QString& file) override {
+        failed << file;
+    }
+    QStringList failed;
+};
+
+class CardCopyE2ETest : public testing::Test {
+  protected:
+    void SetUp() override {
+        const QString reason = LoopCard::unavailableReason();
+        if (!reason.isEmpty())
+            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
+    }
+
+    std::unique_ptr<LoopCard> mountCard(const QString& label) {
+        auto card = std::make_unique<LoopCard>(label, LoopCard::kDefaultSize,
+                                               work_.filePath("mnt/" + label));
+        EXPECT_TRUE(card->ok()) << card->error().toStdString();
+        return card->ok() ? std::move(card) : nullptr;
+    }
+
+    QTemporaryDir work_;
+};
+
+}  // namespace
+
+TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCard) {
+    const auto card = mountCard("A001 CARD");
+    ASSERT_TRUE(card);
+    const QString root = card->mountPoint();
+
+    const auto info = QVFileManager::infoForDiskAtMountpoint(root);
+    ASSERT_TRUE(info);
+    EXPECT_FALSE((*info)["VolumeUUID"].toString().isEmpty());
+    EXPECT_EQ((*info)["FilesystemType"].toString(), "exfat");
+    EXPECT_FALSE(QVFileManager::infoForDiskAtMountpoint(work_.path()));
+    EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/DCIM/100CANON"), root);
+
+    // exFAT keeps case but ignores it: the new name "exists" already.
+    writeFile(root + "/DCIM/Clip.MOV", "clip");
+    ASSERT_TRUE(QVFileManager::moveFile(root + "/DCIM/Clip.MOV", root + "/DCIM/clip.mov", 5));
+    EXPECT_EQ(QDir(root + "/DCIM").entryList(QDir::Files), QStringList({"clip.mov"}));
+    EXPECT_EQ(readFile(root + "/DCIM/clip.mov"), "clip");
+
+    writeFile(root + "/DCIM/other.mov", "other");
+    EXPECT_FALSE(QVFileManager::moveFile(root + "/DCIM/other.mov", root + "/DCIM/CLIP.MOV", false))
+        << "a move never replaces another file";
+    EXPECT_EQ(readFile(root + "/DCIM/clip.mov"), "clip");
+    EXPECT_EQ(readFile(root + "/DCIM/other.mov"), "other");
+}
+
+TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
+    const auto card = mountCard("FULL");
+    ASSERT_TRUE(card);
+    const QByteArray clip = randomBytes(80 * 1024 * 1024 + 11, 1);
+    const QString source = work_.filePath("source/A001C001.MXF");
+    writeFile(source, clip);
+    const QString onCard = card->mountPoint() + "/CLIP/A001C001.MXF";
+    const QString onDisk = work_.filePath("backup/CLIP/A001C001.MXF");
+
+    SystemLog::Capture log;
+    FailureRecorder delegate;
+    QVFileManager::copyFileWithProgress(source, {onCard, onDisk}, VerificationType::MD5, &delegate);
+    EXPECT_EQ(delegate.failed, QStringList({onCard}));
+    EXPECT_FALSE(log.lines().filter("Error writing file " + onCard).isEmpty());
+    EXPECT_EQ(readFile(onDisk), clip);
+}
+
+TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
+    const auto first = mountCard("CARD_A");
+    const auto second = mountCard("CARD_B");
+    ASSERT_TRUE(first && second);
+    const QByteArray a = randomBytes(20 * 1024 * 1024 + 3, 2);
+    const QByteArray b = randomBytes(12 * 1024 * 1024 + 5, 3);
+    writeFile(first->mountPoint() + "/CLIP/A.MXF", a);
+    writeFile(second->mountPoint() + "/CLIP/B.MXF", b);
+
+    bool results[2] = {};
+    FailureRecorder delegates[2];
+    std::thread copyA([&] {
+        results[0] = QVFileManager::copyFileWithProgress(
+            first->mountPoint() + "/CLIP/A.MXF",
+            {work_.filePath("d1/CARD_A/A.MXF"), work_.filePath("d2/CARD_A/A.MXF")},
+            VerificationType::SHA1, &delegates[0]);
+    });
+    std::thread copyB([&] {
+        results[1] = QVFileManager::copyFileWithProgress(
+            second->mountPoint() + "/CLIP/B.MXF",
+            {work_.filePath("d1/CARD_B/B.MXF"), work_.filePath("d2/CARD_B/B.MXF")},
+            VerificationType::SHA1, &delegates[1]);
+    });
+    copyA.join();
+    copyB.join();
+    EXPECT_TRUE(results[0] && results[1]);
+    EXPECT_TRUE(delegates[0].failed.isEmpty() && delegates[1].failed.isEmpty());
+    for (const char* destination : {"d1", "d2"}) {
+        EXPECT_EQ(readFile(work_.filePath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
+        EXPECT_EQ(readFile(work_.filePath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
+    }
+}
