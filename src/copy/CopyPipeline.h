@@ -1,0 +1,61 @@
+#pragma once
+// Moves the bytes of one file: reads the source once, in large blocks, and writes every block to
+// each destination, reading each write back for the destination's digest. With more than one
+// block the reader, the source digest and every destination run on threads of their own, a few
+// blocks apart, so a slow disk or a digest never holds the others up more than the ring allows.
+// Memory is fixed: kSlots source blocks plus one read-back block per destination.
+
+#include <QByteArray>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "CopyInfo.h"
+#include "DigestContext.h"
+#include "FileLayer.h"
+
+class CopyPipeline {
+  public:
+    static constexpr std::size_t kBlockSize = 4 * 1024 * 1024;  // divides the 40 MiB cadence
+    static constexpr std::size_t kSlots = 4;
+
+    struct Destination {
+        QByteArray path;
+        int fd = -1;
+    };
+    struct Result {
+        std::uint64_t copied = 0;  // bytes read from the source
+        bool readFailed = false;   // the source stopped with an error, not at its end
+        bool stopped = false;      // the boundary callback asked to stop
+        std::optional<DigestContext> sourceDigest;
+        std::vector<DigestContext> destinationDigests;
+    };
+    /// Called on the running thread, in order, with the bytes every destination holds so far,
+    /// each time a block is complete everywhere; false stops the copy.
+    using Boundary = std::function<bool(std::uint64_t completed)>;
+
+    CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
+                 std::vector<Destination> destinations, VerificationType type);
+
+    Result run(const Boundary& boundary);
+
+  private:
+    struct Block;
+    class Ring;
+
+    std::size_t readBlock(char* buffer, std::size_t capacity, std::uint64_t offset, bool* failed);
+    void writeBlock(std::size_t destination, const char* data, std::size_t size,
+                    std::uint64_t offset, char* readBack);
+    Result runInline(const Boundary& boundary);
+    Result runThreaded(const Boundary& boundary);
+
+    FileLayer& layer_;
+    const int sourceFd_;
+    const std::uint64_t expectedSize_;
+    const std::vector<Destination> destinations_;
+    const VerificationType type_;
+    std::optional<DigestContext> sourceDigest_;
+    std::vector<DigestContext> destinationDigests_;  // one per destination when verifying
+};

@@ -1,0 +1,317 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <thread>
+
+#include "CopyEngine.h"
+#include "FaultyFileLayer.h"
+#include "FileHash.h"
+#include "QVFileManager.h"
+#include "QVTaskEx.h"
+#include "SystemLog.h"
+
+namespace {
+
+constexpr std::uint64_t MiB = 1024 * 1024;
+
+QByteArray randomBytes(qsizetype size, quint32 seed) {
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator generator(seed);
+    for (char& byte : bytes)
+        byte = char(generator.generate() & 0xFF);
+    return bytes;
+}
+
+QString writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+    return path;
+}
+
+QString sparseFile(const QString& path, qint64 size) {
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_TRUE(file.resize(size));
+    return path;
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+// Records every message, in order; can cancel at the n-th question.
+class RecordingDelegate : public CopyDelegate {
+  public:
+    explicit RecordingDelegate(int cancelAt = -1) : cancelAt_(cancelAt) {}
+
+    void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>&) override {
+        events << QStringLiteral("bytes %1").arg(bytes);
+    }
+    bool fileCopyShouldContinue(const std::shared_ptr<CopyInfo>&) override {
+        events << QStringLiteral("continue?");
+        return ++questions != cancelAt_;
+    }
+    void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
+                                    const QString& file) override {
+        events << QStringLiteral("failed %1").arg(QFileInfo(file).fileName());
+        failedChecksums << info->destChecksum.value_or(QString());
+    }
+    void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override {
+        events << QStringLiteral("finished");
+        finished = info;
+    }
+
+    QStringList events;
+    QStringList failedChecksums;
+    std::shared_ptr<CopyInfo> finished;
+    int questions = 0;
+
+  private:
+    const int cancelAt_;
+};
+
+QString toolDigest(const QString& tool, const QString& path) {
+    return QVTaskEx::stringFromTask(tool, {path}).section(u' ', 0, 0);
+}
+
+}  // namespace
+
+TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
+    QTemporaryDir dir;
+    struct Case {
+        qsizetype size;
+        int destinations;
+        VerificationType type;
+        const char* tool;
+    };
+    // Sizes either side of the engine's block, so both the inline and the threaded paths run.
+    for (const Case& c : {Case{9 * MiB + 5, 3, VerificationType::MD5, "/usr/bin/md5sum"},
+                          Case{100 * 1024 + 1, 2, VerificationType::SHA1, "/usr/bin/sha1sum"}}) {
+        const QString source = writeFile(dir.filePath("card/CLIP/A001 'x' $(y).mov"),
+                                         randomBytes(c.size, quint32(c.size)));
+        QStringList destinations;
+        for (int d = 0; d < c.destinations; ++d)
+            destinations << dir.filePath(
+                QStringLiteral("dest%1/%2/new folder/A001.mov").arg(d).arg(c.size));
+        RecordingDelegate delegate;
+        ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, destinations, c.type, &delegate,
+                                                        std::any(7), std::any()));
+        for (const QString& destination : destinations)
+            EXPECT_EQ(readFile(destination), readFile(source)) << destination.toStdString();
+
+        ASSERT_TRUE(delegate.finished);
+        const CopyInfo& info = *delegate.finished;
+        EXPECT_EQ(info.operationtype, "copy");
+        EXPECT_EQ(info.destinations, destinations);
+        EXPECT_EQ(std::any_cast<int>(info.object), 7);
+        EXPECT_EQ(info.sourceChecksum, toolDigest(c.tool, source));
+        EXPECT_EQ(info.destChecksums, QStringList(c.destinations, *info.sourceChecksum));
+        EXPECT_FALSE(info.destChecksum);
+        // Under 40 MiB: no report in the loop, one at the end, never a question.
+        EXPECT_EQ(delegate.events,
+                  QStringList({QStringLiteral("bytes %1").arg(c.size), "finished"}));
+    }
+}
+
+TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
+    QTemporaryDir dir;
+    for (const qint64 size :
+         {qint64(0), qint64(3 * 32768), qint64(3 * 32768 + 1), qint64(8 * MiB)}) {
+        const QString source =
+            writeFile(dir.filePath(QStringLiteral("src%1").arg(size)), randomBytes(size, 3));
+        const QString destination = dir.filePath(QStringLiteral("dst%1").arg(size));
+        SystemLog::Capture log;
+        RecordingDelegate delegate;
+        ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {destination},
+                                                        VerificationType::MD5, &delegate));
+        EXPECT_EQ(log.count(source + " returned 0 bytes"), size % 32768 == 0 ? 1 : 0) << size;
+        EXPECT_EQ(readFile(destination), readFile(source));
+        EXPECT_EQ(delegate.finished->sourceChecksum, FileMD5HashCreateWithPath(source));
+    }
+    EXPECT_EQ(*FileMD5HashCreateWithPath(dir.filePath("dst0")), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
+    QTemporaryDir dir;
+    const QString source = sparseFile(dir.filePath("big.mxf"), qint64(100 * MiB + 3));
+    RecordingDelegate delegate;
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {dir.filePath("copy.mxf")},
+                                                    VerificationType::None, &delegate));
+    EXPECT_EQ(delegate.events,
+              QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?",
+                           QStringLiteral("bytes %1").arg(80 * MiB), "continue?",
+                           QStringLiteral("bytes %1").arg(100 * MiB + 3), "finished"}));
+    EXPECT_FALSE(delegate.finished->sourceChecksum) << "no digests without verification";
+    EXPECT_FALSE(delegate.finished->destChecksums);
+
+    // Data ending exactly on a report is reported twice: in the loop and at the end.
+    const QString exact = sparseFile(dir.filePath("exact.mxf"), qint64(80 * MiB));
+    RecordingDelegate exactDelegate;
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(exact, {dir.filePath("exact copy.mxf")},
+                                                    VerificationType::None, &exactDelegate));
+    EXPECT_EQ(exactDelegate.events.count(QStringLiteral("bytes %1").arg(80 * MiB)), 2);
+
+    RecordingDelegate canceller(1);
+    const QStringList copies = {dir.filePath("a/part.mxf"), dir.filePath("b/part.mxf")};
+    EXPECT_FALSE(
+        QVFileManager::copyFileWithProgress(source, copies, VerificationType::MD5, &canceller));
+    EXPECT_EQ(canceller.events,
+              QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?"}));
+    for (const QString& copy : copies) {
+        EXPECT_GE(QFileInfo(copy).size(), qint64(40 * MiB)) << "partial files stay";
+        EXPECT_LT(QFileInfo(copy).size(), qint64(100 * MiB + 3));
+    }
+}
+
+TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
+    QTemporaryDir dir;
+    const QByteArray bytes = randomBytes(qsizetype(12 * MiB + 77), 9);
+    const QString source = writeFile(dir.filePath("src.mov"), bytes);
+    const QString full = dir.filePath("full/disk.mov");
+    const QString corrupt = dir.filePath("bad/ram.mov");
+    const QString good = dir.filePath("good/copy.mov");
+    QDir().mkpath(dir.filePath("full"));
+    QDir().mkpath(dir.filePath("bad"));
+
+    FaultyFileLayer layer;
+    layer.failWritesAfter(full, qint64(5 * MiB + 1));
+    layer.corruptWriteAt(corrupt, qint64(7 * MiB + 3));
+    RecordingDelegate delegate;
+    SystemLog::Capture log;
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(
+        source, {full, good, corrupt}, VerificationType::SHA1, &delegate, {}, {}, layer));
+    EXPECT_TRUE(log.contains(QStringLiteral("Error writing file %1: %2").arg(full).arg(ENOSPC)));
+    EXPECT_EQ(delegate.events.filter("failed"), QStringList({"failed disk.mov", "failed ram.mov"}));
+    const CopyInfo& info = *delegate.finished;
+    EXPECT_EQ(info.destChecksums->at(1), *info.sourceChecksum);
+    EXPECT_NE(info.destChecksums->at(0), *info.sourceChecksum);
+    EXPECT_NE(info.destChecksums->at(2), *info.sourceChecksum);
+    EXPECT_EQ(delegate.failedChecksums,
+              QStringList({info.destChecksums->at(0), info.destChecksums->at(2)}));
+    EXPECT_EQ(readFile(good), bytes);
+    EXPECT_EQ(info.destChecksum, info.destChecksums->at(2)) << "the record keeps the last failure";
+
+    // Without digests the damage can't be seen, and nothing claims otherwise.
+    RecordingDelegate blind;
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {corrupt}, VerificationType::None,
+                                                    &blind, {}, {}, layer));
+    EXPECT_TRUE(blind.events.filter("failed").isEmpty());
+}
+
+TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
+    QTemporaryDir dir;
+    for (const qint64 size : {qint64(300 * 1024), qint64(10 * MiB)}) {
+        const QString source =
+            writeFile(dir.filePath(QStringLiteral("card%1.mov").arg(size)), randomBytes(size, 5));
+        FaultyFileLayer layer;
+        layer.failReadsAfter(source, size / 2);
+        RecordingDelegate delegate;
+        SystemLog::Capture log;
+        EXPECT_FALSE(QVFileManager::copyFileWithProgress(
+            source, {dir.filePath("copy.mov")}, VerificationType::MD5, &delegate, {}, {}, layer));
+        EXPECT_TRUE(log.contains(source + " returned 0 bytes"));
+        EXPECT_TRUE(
+            log.contains("Error: copied file size does not match original source " + source));
+        EXPECT_FALSE(delegate.finished);
+    }
+}
+
+TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
+    QTemporaryDir dir;
+    const QString source = writeFile(dir.filePath("src.mov"), "data");
+    writeFile(dir.filePath("plainfile"), "x");
+    SystemLog::Capture log;
+
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(dir.filePath("gone.mov"), {dir.filePath("o")},
+                                                     VerificationType::MD5, nullptr));
+    EXPECT_TRUE(log.contains("Error: File " + dir.filePath("gone.mov") +
+                             " doesn't exist. Aborting copy process..."));
+    EXPECT_FALSE(
+        QVFileManager::copyFileWithProgress(source, QStringList(), VerificationType::MD5, nullptr));
+    EXPECT_TRUE(
+        log.contains("Error: You must have at least one destination. Aborting copy process..."));
+
+    const QString blocked = dir.filePath("plainfile/sub");
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(source, {dir.filePath("ok/a"), blocked + "/a"},
+                                                     VerificationType::MD5, nullptr));
+    EXPECT_TRUE(log.contains("Unable to copy file " + source + " - destination directory " +
+                             blocked + " doesn't exist. Aborting copy process..."));
+    EXPECT_TRUE(QFileInfo(dir.filePath("ok")).isDir()) << "earlier folders stay";
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("ok/a")));
+
+    QDir().mkpath(dir.filePath("isafolder"));
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(source, {dir.filePath("isafolder")},
+                                                     VerificationType::MD5, nullptr));
+    EXPECT_TRUE(log.contains("Error: Unable to open destination file " + dir.filePath("isafolder") +
+                             ". Aborting copy process..."));
+}
+
+TEST(CopyEngine, CopiesModeOwnerAndTimes) {
+    QTemporaryDir dir;
+    const QString source = writeFile(dir.filePath("src.mov"), "attributes");
+    const QByteArray path = QFile::encodeName(source);
+    ASSERT_EQ(::chmod(path.constData(), 0640), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(path.constData(), 1234, 5678), 0);
+    }
+    const timespec times[2] = {{1'400'000'000, 5}, {1'500'000'000, 123456789}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.constData(), times, 0), 0);
+
+    const QString copy = dir.filePath("copy.mov");
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, copy, nullptr));
+    struct stat status {};
+    ASSERT_EQ(::stat(QFile::encodeName(copy).constData(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(status.st_mtim.tv_sec, 1'500'000'000);
+    EXPECT_EQ(status.st_mtim.tv_nsec, 123456789);
+    struct stat sourceStatus {};
+    ASSERT_EQ(::stat(path.constData(), &sourceStatus), 0);
+    EXPECT_EQ(status.st_atim.tv_sec, sourceStatus.st_atim.tv_sec) << "as the source has it after";
+    if (root) {
+        EXPECT_EQ(status.st_uid, 1234u);
+        EXPECT_EQ(status.st_gid, 5678u);
+    }
+}
+
+TEST(CopyEngine, SeveralCardsAtOnce) {
+    QTemporaryDir dir;
+    std::vector<std::thread> cards;
+    bool results[3] = {};
+    QByteArray data[3];
+    for (int card = 0; card < 3; ++card) {
+        data[card] = randomBytes(qsizetype(6 * MiB + card), quint32(card));
+        writeFile(dir.filePath(QStringLiteral("card%1/clip.mov").arg(card)), data[card]);
+    }
+    for (int card = 0; card < 3; ++card) {
+        cards.emplace_back([&, card] {
+            RecordingDelegate delegate;
+            const QString name = QStringLiteral("card%1").arg(card);
+            results[card] =
+                QVFileManager::copyFileWithProgress(dir.filePath(name + "/clip.mov"),
+                                                    {dir.filePath("d1/" + name + "/clip.mov"),
+                                                     dir.filePath("d2/" + name + "/clip.mov")},
+                                                    VerificationType::MD5, &delegate);
+            results[card] = results[card] && delegate.events.filter("failed").isEmpty();
+        });
+    }
+    for (std::thread& card : cards)
+        card.join();
+    for (int card = 0; card < 3; ++card) {
+        EXPECT_TRUE(results[card]);
+        for (const char* destination : {"d1", "d2"})
+            EXPECT_EQ(readFile(dir.filePath(
+                          QStringLiteral("%1/card%2/clip.mov").arg(destination).arg(card))),
+                      data[card]);
+    }
+}

@@ -1,0 +1,39 @@
+#pragma once
+// The real file system with faults injected by path: a disk that fills up after some bytes, a
+// write that lands corrupted, a card that stops answering part-way through a read.
+
+#include <QByteArray>
+#include <QString>
+#include <map>
+#include <mutex>
+
+#include "PosixFileLayer.h"
+
+class FaultyFileLayer : public PosixFileLayer {
+  public:
+    /// Writes to the file beyond this many bytes fail with ENOSPC (the part before still lands).
+    void failWritesAfter(const QString& path, off_t bytes);
+    /// The byte at this offset is written inverted.
+    void corruptWriteAt(const QString& path, off_t offset);
+    /// Reads beyond this many bytes fail with EIO.
+    void failReadsAfter(const QString& path, off_t bytes);
+
+    int openRead(const QByteArray& path) override;
+    int openReadWrite(const QByteArray& path) override;
+    ssize_t read(int fd, void* buffer, size_t size, off_t offset) override;
+    ssize_t write(int fd, const void* buffer, size_t size, off_t offset) override;
+    int close(int fd) override;
+
+  private:
+    struct Faults {
+        off_t writeLimit = -1;
+        off_t corruptAt = -1;
+        off_t readLimit = -1;
+    };
+    Faults faultsFor(int fd) const;
+    int track(int fd, const QByteArray& path);
+
+    mutable std::mutex mutex_;
+    std::map<QByteArray, Faults> faults_;  // guarded by mutex_
+    std::map<int, QByteArray> open_;       // guarded by mutex_
+};
