@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -119,18 +120,19 @@ CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expecte
       sourceFd_(sourceFd),
       expectedSize_(expectedSize),
       destinations_(std::move(destinations)),
-      type_(type) {
-    if (const auto kind = digestKind(type)) {
-        sourceDigest_.emplace(*kind);
-        destinationDigests_.assign(destinations_.size(), DigestContext(*kind));
+      kind_(digestKind(type)) {
+    if (kind_) {
+        sourceDigest_.emplace(*kind_);
+        destinationDigests_.resize(destinations_.size());
     }
 }
 
 CopyPipeline::Result CopyPipeline::run(const Boundary& boundary) {
     layer_.adviseSequential(sourceFd_);
     Result result = expectedSize_ < kBlockSize ? runInline(boundary) : runThreaded(boundary);
+    for (std::optional<DigestContext>& digest : destinationDigests_)
+        result.destinationDigests.push_back(digest ? std::move(*digest) : *sourceDigest_);
     result.sourceDigest = std::move(sourceDigest_);
-    result.destinationDigests = std::move(destinationDigests_);
     return result;
 }
 
@@ -164,19 +166,55 @@ void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t s
         }
         written += std::size_t(n);
     }
-    if (destinationDigests_.empty())
-        return;
-    // The digest covers what the destination really holds: a short read-back feeds fewer bytes,
-    // so damage can never pass as a match.
-    std::size_t readBackSize = 0;
-    while (readBackSize < size) {
-        const ssize_t n = layer_.read(destination.fd, readBack + readBackSize, size - readBackSize,
-                                      off_t(offset + readBackSize));
+    if (kind_)
+        verifyBlock(index, data, size, offset, readBack);
+}
+
+// Reads the block back in cache-sized pieces. While every byte read back equals the source's,
+// this copy's digest is the source's digest and needn't be computed twice. At the first
+// difference it gets a digest of its own over what the destination really holds; a short
+// read-back feeds fewer bytes, so damage can never pass as a match.
+void CopyPipeline::verifyBlock(std::size_t index, const char* data, std::size_t size,
+                               std::uint64_t offset, char* scratch) {
+    const int fd = destinations_[index].fd;
+    std::optional<DigestContext>& digest = destinationDigests_[index];
+    for (std::size_t position = 0; position < size;) {
+        const std::size_t wanted = std::min(kReadBackSize, size - position);
+        std::size_t got = 0;
+        while (got < wanted) {
+            const ssize_t n =
+                layer_.read(fd, scratch + got, wanted - got, off_t(offset + position + got));
+            if (n <= 0)
+                break;
+            got += std::size_t(n);
+        }
+        if (!digest) {
+            if (got == wanted && std::memcmp(scratch, data + position, wanted) == 0) {
+                position += wanted;
+                continue;
+            }
+            digest = digestOfPrefix(fd, offset + position);
+        }
+        digest->update(scratch, got);
+        if (got < wanted)
+            return;
+        position += wanted;
+    }
+}
+
+DigestContext CopyPipeline::digestOfPrefix(int fd, std::uint64_t length) {
+    DigestContext digest(*kind_);
+    std::vector<char> buffer(1024 * 1024);
+    for (std::uint64_t done = 0; done < length;) {
+        const std::size_t wanted =
+            std::size_t(std::min<std::uint64_t>(buffer.size(), length - done));
+        const ssize_t n = layer_.read(fd, buffer.data(), wanted, off_t(done));
         if (n <= 0)
             break;
-        readBackSize += std::size_t(n);
+        digest.update(buffer.data(), std::size_t(n));
+        done += std::uint64_t(n);
     }
-    destinationDigests_[index].update(readBack, readBackSize);
+    return digest;
 }
 
 CopyPipeline::Result CopyPipeline::runInline(const Boundary& boundary) {
@@ -186,7 +224,7 @@ CopyPipeline::Result CopyPipeline::runInline(const Boundary& boundary) {
     const std::size_t capacity =
         std::min<std::size_t>(kBlockSize, std::max<std::size_t>(expectedSize_ + 1, 65536));
     const auto block = std::make_unique_for_overwrite<char[]>(capacity);
-    const auto readBack = std::make_unique_for_overwrite<char[]>(capacity);
+    const auto readBack = std::make_unique_for_overwrite<char[]>(kReadBackSize);
     for (;;) {
         const std::size_t n = readBlock(block.get(), capacity, result.copied, &result.readFailed);
         if (sourceDigest_)
@@ -239,7 +277,7 @@ CopyPipeline::Result CopyPipeline::runThreaded(const Boundary& boundary) {
     };
     for (std::size_t d = 0; d < destinations_.size(); ++d) {
         threads.emplace_back([&, d] {
-            const auto readBack = std::make_unique_for_overwrite<char[]>(kBlockSize);
+            const auto readBack = std::make_unique_for_overwrite<char[]>(kReadBackSize);
             consume(d, [&](const Block& block) {
                 writeBlock(d, block.data.get(), block.size, block.offset, readBack.get());
             });

@@ -1,9 +1,10 @@
 #pragma once
 // Moves the bytes of one file: reads the source once, in large blocks, and writes every block to
-// each destination, reading each write back for the destination's digest. With more than one
+// each destination, reading each write back for the destination's digest (the source's own as
+// long as the read-back is identical byte for byte). With more than one
 // block the reader, the source digest and every destination run on threads of their own, a few
 // blocks apart, so a slow disk or a digest never holds the others up more than the ring allows.
-// Memory is fixed: kSlots source blocks plus one read-back block per destination.
+// Memory is fixed: kSlots source blocks plus a small read-back buffer per destination.
 
 #include <QByteArray>
 #include <QString>
@@ -20,6 +21,7 @@ class CopyPipeline {
   public:
     static constexpr std::size_t kBlockSize = 4 * 1024 * 1024;  // divides the 40 MiB cadence
     static constexpr std::size_t kSlots = 4;
+    static constexpr std::size_t kReadBackSize = 128 * 1024;  // stays in the CPU's cache
 
     struct Destination {
         QByteArray path;
@@ -48,6 +50,9 @@ class CopyPipeline {
     std::size_t readBlock(char* buffer, std::size_t capacity, std::uint64_t offset, bool* failed);
     void writeBlock(std::size_t destination, const char* data, std::size_t size,
                     std::uint64_t offset, char* readBack);
+    void verifyBlock(std::size_t destination, const char* data, std::size_t size,
+                     std::uint64_t offset, char* scratch);
+    DigestContext digestOfPrefix(int fd, std::uint64_t length);
     Result runInline(const Boundary& boundary);
     Result runThreaded(const Boundary& boundary);
 
@@ -55,7 +60,9 @@ class CopyPipeline {
     const int sourceFd_;
     const std::uint64_t expectedSize_;
     const std::vector<Destination> destinations_;
-    const VerificationType type_;
+    const std::optional<DigestContext::Kind> kind_;  // none without verification
     std::optional<DigestContext> sourceDigest_;
-    std::vector<DigestContext> destinationDigests_;  // one per destination when verifying
+    // One per destination when verifying; empty while the copy reads back identical to the
+    // source. Each is touched only by its destination's thread.
+    std::vector<std::optional<DigestContext>> destinationDigests_;
 };

@@ -199,6 +199,10 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     EXPECT_EQ(delegate.failedChecksums,
               QStringList({info.destChecksums->at(0), info.destChecksums->at(2)}));
     EXPECT_EQ(readFile(good), bytes);
+    // A damaged copy's digest is that of what it really holds.
+    EXPECT_EQ(info.destChecksums->at(0), FileSHA1HashCreateWithPath(full));
+    EXPECT_EQ(info.destChecksums->at(2), FileSHA1HashCreateWithPath(corrupt));
+    EXPECT_EQ(QFileInfo(full).size(), qint64(5 * MiB + 1));
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(2)) << "the record keeps the last failure";
 
     // Without digests the damage can't be seen, and nothing claims otherwise.
