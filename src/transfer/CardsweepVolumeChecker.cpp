@@ -1,0 +1,126 @@
+#include "CardsweepVolumeChecker.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <QFile>
+#include <QStringList>
+#include <memory>
+#include <optional>
+
+#include "CardFormat.h"
+#include "QVFileManager.h"
+#include "QVLog.h"
+
+namespace {
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+// Any kind of entry counts, a dangling symbolic link included.
+bool exists(const QString& path) {
+    struct stat status {};
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+}
+
+// Names directly inside a folder as the file system reports them; nullopt when it can't be read.
+std::optional<QStringList> readFolder(const QString& folder) {
+    const DirHandle dir(::opendir(QFile::encodeName(folder).constData()));
+    if (!dir)
+        return std::nullopt;
+    QStringList names;
+    while (const dirent* entry = ::readdir(dir.get())) {
+        const QByteArray name(entry->d_name);
+        if (name != "." && name != "..")
+            names << QFile::decodeName(name);
+    }
+    return names;
+}
+
+QStringList entryNames(const QString& folder) {
+    return readFolder(folder).value_or(QStringList());
+}
+
+// The last component, ignoring trailing slashes ("/media/A001/" names "A001").
+QString lastComponent(const QString& path) {
+    qsizetype end = path.size();
+    while (end > 1 && path[end - 1] == u'/')
+        --end;
+    const QString trimmed = path.left(end);
+    if (trimmed == QLatin1String("/"))
+        return trimmed;
+    return trimmed.mid(trimmed.lastIndexOf(u'/') + 1);
+}
+
+bool anyHasExtension(const QStringList& names, QStringView extension) {
+    for (const QString& name : names) {
+        const qsizetype dot = name.lastIndexOf(u'.');
+        if (dot >= 0 && QStringView(name).mid(dot + 1) == extension)
+            return true;
+    }
+    return false;
+}
+
+bool anyStartsWith(const QStringList& names, QStringView prefix) {
+    for (const QString& name : names) {
+        if (name.startsWith(prefix))
+            return true;
+    }
+    return false;
+}
+
+// A camera's reel folder named like the card, its editing list, and a movie of the reel.
+bool isArriCard(const QString& path) {
+    const QString volume = lastComponent(path);
+    if (volume.size() < 4)
+        return false;
+    const QString reel = path + u'/' + volume;
+    if (!exists(reel) || !exists(reel + u'/' + volume + QLatin1String("_FCP.xml")))
+        return false;
+    const QString prefix = volume.left(4);
+    for (const QString& name : entryNames(reel)) {
+        if (name.startsWith(prefix) && name.endsWith(QLatin1String(".mov")))
+            return true;
+    }
+    return false;
+}
+
+int code(CardFormat format) {
+    return static_cast<int>(format);
+}
+
+}  // namespace
+
+int CardsweepVolumeChecker::verifyVolumeType(const QString& path) {
+    if (path.isEmpty())
+        return code(CardFormat::Unknown);
+    const std::optional<QStringList> listing = readFolder(path);
+    if (!listing)
+        QVLog::fastAppendLog(u"Unable to read the volume at %@", path);
+    const QStringList names = listing.value_or(QStringList());
+    const auto under = [&path](const char* relative) {
+        return path + u'/' + QLatin1String(relative);
+    };
+
+    if (exists(under("CONTENTS/LASTCLIP.TXT")))
+        return code(CardFormat::P2);
+    if (anyHasExtension(names, u"RDM"))
+        return code(CardFormat::RED);
+    if (exists(under("MEDIAPRO.XML")))
+        return code(CardFormat::XDCAM);
+    if (names.contains(QLatin1String("BPAV")))
+        return code(CardFormat::XDCAMEX);
+    if (exists(under("PRIVATE/AVCHD")) || exists(under("AVCHD")))
+        return code(CardFormat::AVCHD);
+    if (exists(under("DCIM")) && anyStartsWith(entryNames(under("DCIM")), u"100EOS"))
+        return code(CardFormat::EOSHD);
+    if (isArriCard(path))
+        return code(CardFormat::ARRI);
+    if (!exists(under("CONTENTS")))
+        return code(CardFormat::Unknown);
+    if (!QVFileManager::filesMatchingWildcardPath(under("CONTENTS/CLIPS*/*/*.MXF")).isEmpty())
+        return code(CardFormat::CanonXF);
+    return code(CardFormat::Unknown);
+}
