@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <initializer_list>
+#include <thread>
+
+#include "CardFormat.h"
+#include "CardsweepVolumeChecker.h"
+
+namespace {
+
+// Builds cards in a fresh folder each: entries are relative paths, a trailing "/" makes a
+// folder, anything else an empty file.
+class Cards {
+  public:
+    QString make(std::initializer_list<const char*> entries, const QString& name = "CARD") {
+        const QString card = root_.filePath(QString::number(++count_)) + u'/' + name;
+        QDir().mkpath(card);
+        for (const char* entry : entries) {
+            const QString path = card + u'/' + QString::fromUtf8(entry);
+            QDir().mkpath(path.endsWith(u'/') ? path : QFileInfo(path).path());
+            if (!path.endsWith(u'/'))
+                QFile(path).open(QIODevice::WriteOnly);
+        }
+        return card;
+    }
+    int type(std::initializer_list<const char*> entries, const QString& name = "CARD") {
+        return CardsweepVolumeChecker::verifyVolumeType(make(entries, name));
+    }
+    QString root() const { return root_.path(); }
+
+  private:
+    QTemporaryDir root_;
+    int count_ = 0;
+};
+
+constexpr int code(CardFormat format) {
+    return static_cast<int>(format);
+}
+
+}  // namespace
+
+TEST(CardsweepVolumeChecker, RecognisesEachFormatFromItsRoot) {
+    Cards cards;
+    EXPECT_EQ(cards.type({"CONTENTS/LASTCLIP.TXT", "CONTENTS/VIDEO/0001AB.MXF"}), 0);
+    EXPECT_EQ(cards.type({"A001_C001_0101XY.RDM/A001_C001_0101XY_001.R3D"}), 1);
+    EXPECT_EQ(cards.type({"MEDIAPRO.XML", "Clip/C0001.MXF"}), 2);
+    EXPECT_EQ(cards.type({"BPAV/MEDIAPRO.XML", "BPAV/CLPR/"}), 3);
+    EXPECT_EQ(cards.type({"PRIVATE/AVCHD/BDMV/STREAM/00000.MTS"}), 4);
+    EXPECT_EQ(cards.type({"AVCHD/BDMV/STREAM/00000.MTS"}), 4);
+    EXPECT_EQ(cards.type({"DCIM/100EOS5D/MVI_0001.MOV"}), 5);
+    EXPECT_EQ(cards.type({"A001/A001_FCP.xml", "A001/A001C001_120101_R1AB.mov"}, "A001"), 6);
+    EXPECT_EQ(cards.type({"CONTENTS/CLIPS001/AA0001/AA0001.MXF"}), 7);
+    EXPECT_EQ(cards.type({}), -1);
+    EXPECT_EQ(cards.type({"bpav/", "mediapro.xml", "PRIVATE/avchd/", "avchd/", "DCIM/100eos/",
+                          "CONTENTS/lastclip.txt"}),
+              -1);
+}
+
+TEST(CardsweepVolumeChecker, EarlierTestsWin) {
+    Cards cards;
+    EXPECT_EQ(cards.type({"CONTENTS/LASTCLIP.TXT", "MEDIAPRO.XML"}), code(CardFormat::P2));
+    EXPECT_EQ(cards.type({"BPAV/", "PRIVATE/AVCHD/"}), code(CardFormat::XDCAMEX));
+    EXPECT_EQ(cards.type({"X.RDM/", "MEDIAPRO.XML"}), code(CardFormat::RED));
+    // A Canon stills folder doesn't stop the later tests.
+    EXPECT_EQ(cards.type({"DCIM/100CANON/"}), -1);
+    EXPECT_EQ(cards.type({"DCIM/100CANON/", "CONTENTS/CLIPS001/X/A.MXF"}), 7);
+    EXPECT_EQ(cards.type({"DCIM/100EOS5D/", "CONTENTS/CLIPS001/X/A.MXF"}), 5);
+    EXPECT_EQ(cards.type({"DCIM"}), -1);
+}
+
+TEST(CardsweepVolumeChecker, ArriNeedsReelFolderEditListAndMovieOfTheReel) {
+    Cards cards;
+    EXPECT_EQ(cards.type({"A001/A001_FCP.xml", "A001/B001C001.mov"}, "A001"), -1);
+    EXPECT_EQ(cards.type({"A01/A01_FCP.xml", "A01/A01C001.mov"}, "A01"), -1);
+    EXPECT_EQ(cards.type({"A001/A001_FCP.xml", "A001/A001C001.MOV"}, "A001"), -1);
+    EXPECT_EQ(cards.type({"A001/A001_FCP.XML", "A001/A001C001.mov"}, "A001"), -1);
+    EXPECT_EQ(cards.type({"A001/A001C001.mov"}, "A001"), -1);
+    EXPECT_EQ(cards.type({"B001/B001_FCP.xml", "B001/B001C001.mov"}, "A001"), -1);
+    // Only the first four characters of the volume name must open the movie's name.
+    EXPECT_EQ(cards.type({"A001X/A001X_FCP.xml", "A001X/A001Y.mov"}, "A001X"), 6);
+    const char* odd = "A 'b\"\n$(touch pwned) -x";
+    const QString name = QString::fromUtf8(odd);
+    const QByteArray reel = name.toUtf8() + '/' + name.toUtf8();
+    EXPECT_EQ(cards.type({(reel + "_FCP.xml").constData(), (reel + "A 'bC.mov").constData()}, name),
+              6);
+    // A trailing slash doesn't change the volume's name.
+    const QString card = cards.make({"A001/A001_FCP.xml", "A001/A001C001.mov"}, "A001");
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(card + "//"), 6);
+}
+
+TEST(CardsweepVolumeChecker, CanonXfNeedsUpperCaseMxfTwoFoldersDown) {
+    Cards cards;
+    EXPECT_EQ(cards.type({"CONTENTS/"}), -1);
+    EXPECT_EQ(cards.type({"CONTENTS/CLIPS001/XYZ/a.mxf"}), -1);
+    EXPECT_EQ(cards.type({"CONTENTS/CLIPS001/A.MXF"}), -1);
+    EXPECT_EQ(cards.type({"CONTENTS/clips001/XYZ/A.MXF"}), -1);
+    EXPECT_EQ(cards.type({"CONTENTS/CLIPS/XYZ/A.MXF"}), 7);
+    EXPECT_EQ(cards.type({"CONTENTS/CLIPS001/XYZ/A.MXF"}, "Card \"one\"\nA"), 7);
+}
+
+TEST(CardsweepVolumeChecker, RedNeedsTheExactLastExtension) {
+    Cards cards;
+    EXPECT_EQ(cards.type({"clip.rdm/"}), -1);
+    EXPECT_EQ(cards.type({"x.RDM.bak"}), -1);
+    EXPECT_EQ(cards.type({"RDM/"}), -1);
+    EXPECT_EQ(cards.type({"A001.RDM/"}), 1);
+    EXPECT_EQ(cards.type({"a.b.RDM"}), 1);
+    // Only the card's root counts.
+    EXPECT_EQ(cards.type({"CLIPS/A001.RDM/"}), -1);
+}
+
+TEST(CardsweepVolumeChecker, AnyKindOfEntryCountsAndNothingIsCached) {
+    Cards cards;
+    const QString p2 = cards.make({"CONTENTS/"});
+    ASSERT_TRUE(QFile::link(p2 + "/nowhere", p2 + "/CONTENTS/LASTCLIP.TXT"));
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(p2), 0);
+    ASSERT_TRUE(QFile::remove(p2 + "/CONTENTS/LASTCLIP.TXT"));
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(p2), -1);
+
+    const QString fifo = cards.make({});
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo + "/MEDIAPRO.XML").constData(), 0600), 0);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(fifo), 2);
+    EXPECT_EQ(cards.type({"AVCHD"}), 4);
+}
+
+TEST(CardsweepVolumeChecker, MissingOrUnreadablePathsAreNotRecognised) {
+    Cards cards;
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(cards.root() + "/missing"), -1);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(QString()), -1);
+    const QString file = cards.make({"f"}) + "/f";
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(file), -1);
+
+    // A card the caller may not enter; root must give up its file-system rights for this
+    // thread to see what a user would.
+    const QString card = cards.make({"CONTENTS/LASTCLIP.TXT"});
+    ::chmod(QFile::encodeName(cards.root()).constData(), 0755);
+    ::chmod(QFile::encodeName(QFileInfo(card).path()).constData(), 0755);
+    const auto typeAsUser = [](const QString& path) {
+        int type = -2;
+        bool dropped = true;
+        std::thread([&] {
+            if (::geteuid() == 0) {
+                ::setfsuid(65534);
+                dropped = ::setfsuid(-1) == 65534;
+            }
+            type = CardsweepVolumeChecker::verifyVolumeType(path);
+        }).join();
+        return dropped ? type : -2;
+    };
+    ASSERT_EQ(::chmod(QFile::encodeName(card).constData(), 0755), 0);
+    const int readable = typeAsUser(card);
+    if (readable == -2)
+        GTEST_SKIP() << "cannot drop file-system rights (setfsuid refused)";
+    EXPECT_EQ(readable, 0);
+    ASSERT_EQ(::chmod(QFile::encodeName(card).constData(), 0), 0);
+    EXPECT_EQ(typeAsUser(card), -1);
+    ::chmod(QFile::encodeName(card).constData(), 0755);
+}
