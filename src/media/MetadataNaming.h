@@ -1,0 +1,66 @@
+#pragma once
+// How a new volume's metadata values are filled from the field defaults, how numbers
+// advance from card to card, and how the values name the volume's destination folder.
+
+#include <QDateTime>
+#include <QString>
+#include <vector>
+
+#include "Clock.h"
+#include "MetadataField.h"
+#include "SettingsStore.h"
+
+class MetadataNaming {
+  public:
+    /// The next number after `s`: an all-digit string (or "") counts up keeping its
+    /// width ("007" -> "008", "" -> "1"); otherwise the tail after the last
+    /// non-alphanumeric character counts up from its first digit ("A1B2" -> "A002").
+    /// A tail that does not end in a digit ("CARD", "Reel-") is returned unchanged.
+    static QString incrementNumber(const QString& s);
+
+    /// `s` left-padded with "0" to `length`; never shortened.
+    static QString padNumberString(const QString& s, int length);
+
+    /// The moment in local time as "YYYY_MM_DD_hh_mm_ss".
+    static QString timestamp(const QDateTime& local);
+    /// The day in local time as "YYYY-MM-DD".
+    static QString date(const QDateTime& local);
+
+    /// A new volume's values, one per field of the settings' `metadata` array. Each
+    /// incrementing field takes its next number, which is saved at once as that field's
+    /// default. A field titled "Day" counts one up when the last transfer fell on another
+    /// day of the month. REQUIRES: callers sharing `settings` do not run this at the same
+    /// time (the incrementing defaults are read, changed and written back).
+    static MetadataValues populateDefaultMetadata(SettingsStore& settings, const Clock& clock,
+                                                  const QString& userName);
+
+    /// `destination` (a leading "~" meaning the home folder) / `projectTitle` / the value
+    /// of each field used in the path, in order. Timestamp fields take a fresh stamp,
+    /// which is also stored into `values`; an empty or missing value names the level
+    /// "Unknown". Values are not cleaned: a "/" inside one makes a further level.
+    static QString composeDestination(const QString& destination, const QString& projectTitle,
+                                      MetadataValues& values,
+                                      const std::vector<MetadataField>& fields, const Clock& clock);
+
+    /// "/Title" for each field used in the path, or "/" when there is none.
+    static QString pathPreview(const std::vector<MetadataField>& fields);
+
+    /// The volume's value for `identifier`, else the default of the field it names.
+    static QString displayValue(const MetadataValues& values, const QString& identifier,
+                                const std::vector<MetadataField>& fields);
+
+    /// Stores `value` for the volume and, so the next card starts from it, as the default
+    /// of the field `identifier` names (saved at once).
+    static void setValue(MetadataValues& values, const QString& identifier, const QString& value,
+                         SettingsStore& settings);
+
+    /// "Untitled", or "Untitled-N" with the first N from 2 not already taken.
+    static QString proposeFieldTitle(const std::vector<MetadataField>& fields);
+
+    /// False when `newTitle` is empty once spaces are removed, or when some field (the
+    /// one being renamed included) already has exactly that title.
+    static bool canRenameField(const std::vector<MetadataField>& fields, const QString& newTitle);
+
+    /// `value` with every double quote removed, as edited values are stored.
+    static QString cleanEditedValue(const QString& value);
+};

@@ -1,0 +1,235 @@
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include "FakeClock.h"
+#include "MetadataNaming.h"
+#include "Preferences.h"
+
+namespace {
+
+const QString kDay = QStringLiteral("QVMetaDay");
+const QString kReel = QStringLiteral("QVMetaReel");
+const QString kStamp = QStringLiteral("QVMetaTimestamp");
+
+// 2024-03-07 14:05:09 on the machine's own clock, whatever its time zone.
+QDateTime localMoment(int month = 3, int day = 7) {
+    return QDateTime(QDate(2024, month, day), QTime(14, 5, 9));
+}
+
+// A settings store on a file of its own, holding the application's registered defaults.
+class Settings {
+  public:
+    Settings() : store_(dir_.filePath(QStringLiteral("settings.plist"))) {
+        store_.registerDefaults(Preferences::registeredDefaults());
+    }
+    SettingsStore& store() { return store_; }
+    std::vector<MetadataField> fields() const {
+        return MetadataField::listFrom(store_.object(SettingsKey::metadata));
+    }
+    std::vector<MetadataField> fieldsOnDisk() const {
+        return MetadataField::listFrom(SettingsStore(store_.path()).object(SettingsKey::metadata));
+    }
+    void setFields(const PropertyList::Array& records) {
+        store_.setObject(SettingsKey::metadata, records);
+    }
+
+  private:
+    QTemporaryDir dir_;
+    SettingsStore store_;
+};
+
+PropertyList::Dictionary record(const QString& title, MetadataFieldType type,
+                                const QString& defaultVal, qint64 useInPath = 1) {
+    return {{QStringLiteral("title"), title},
+            {QStringLiteral("type"), static_cast<qint64>(type)},
+            {QStringLiteral("defaultVal"), defaultVal},
+            {QStringLiteral("useInPath"), useInPath}};
+}
+
+}  // namespace
+
+TEST(MetadataNamingTest, IncrementNumberAndPadding) {
+    const std::vector<std::pair<QString, QString>> cases = {
+        {"0", "1"},
+        {"A001", "A002"},
+        {"A009", "A010"},
+        {"A999", "A1000"},
+        {"Reel_09", "Reel_10"},
+        {"A1B2", "A002"},  // counts from the tail's first digit; the B is lost
+        {"CARD", "CARD"},
+        {"", "1"},
+        {"007", "008"},
+        {"Reel-", "Reel-"},
+        {"Day 3 Cam_A1B2", "Day 3 Cam_A002"},
+        {"x-9", "x-10"},
+        {"B7 ", "B7 "},
+        // A character outside the basic plane is one separator and is kept as it was.
+        {QStringLiteral("\U0001F3AC01"), QStringLiteral("\U0001F3AC02")},
+        // Digits of other scripts count by their value.
+        {QStringLiteral("A\u0660\u0669"), "A10"},
+        // A digit run too long to read saturates instead of overflowing.
+        {"99999999999999999999", "09223372036854775807"},
+    };
+    for (const auto& [input, expected] : cases) {
+        EXPECT_EQ(MetadataNaming::incrementNumber(input), expected) << input.toStdString();
+    }
+
+    EXPECT_EQ(MetadataNaming::padNumberString("7", 3), "007");
+    EXPECT_EQ(MetadataNaming::padNumberString("", 2), "00");
+    EXPECT_EQ(MetadataNaming::padNumberString("12345", 2), "12345");
+}
+
+TEST(MetadataNamingTest, NewVolumesTakeDefaultsAndTheNextReel) {
+    Settings settings;
+    FakeClock clock(localMoment());
+    MetadataValues first = MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann");
+    const MetadataValues expected = {{kDay, "1"}, {kReel, "1"}, {kStamp, "2024_03_07_14_05_09"}};
+    EXPECT_EQ(first, expected);
+    // The number handed out is on disk at once, and the next card takes the one after.
+    EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "1");
+    EXPECT_EQ(MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann").at(kReel),
+              "2");
+    EXPECT_EQ(settings.fields().at(0).defaultVal, "1");
+
+    settings.setFields({record("Roll", MetadataFieldType::IncrementingNumber, "A999"),
+                        record("Cam Roll", MetadataFieldType::IncrementingNumber, ""),
+                        record("Shot Date", MetadataFieldType::Date, "ignored"),
+                        record("Operator", MetadataFieldType::UserName, "ignored"),
+                        record("Notes", MetadataFieldType::Text, "wide \"lens\""),
+                        record("Odd", static_cast<MetadataFieldType>(9), "ignored")});
+    const MetadataValues values =
+        MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann o'neil");
+    EXPECT_EQ(values.at("QVMetaRoll"), "A1000");
+    EXPECT_EQ(values.at("QVMetaCamRoll"), "1");
+    EXPECT_EQ(values.at("QVMetaShotDate"), "2024-03-07");
+    EXPECT_EQ(values.at("QVMetaOperator"), "ann o'neil");
+    EXPECT_EQ(values.at("QVMetaNotes"), "wide \"lens\"");
+    EXPECT_EQ(values.at("QVMetaOdd"), "");
+    EXPECT_EQ(settings.fieldsOnDisk().at(0).defaultVal, "A1000");
+    EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "1");
+}
+
+TEST(MetadataNamingTest, DayCountsUpOnlyWhenTheDayOfMonthChanged) {
+    Settings settings;
+    FakeClock clock(localMoment());
+    const auto dayAfterTransferOn = [&](const QDateTime& lastTransfer) {
+        settings.store().setObject(SettingsKey::lastTransferDate, lastTransfer);
+        return MetadataNaming::populateDefaultMetadata(settings.store(), clock, "").at(kDay);
+    };
+    EXPECT_EQ(dayAfterTransferOn(localMoment(3, 6)), "2");
+    EXPECT_EQ(settings.fields().at(0).defaultVal, "1");  // not written back
+    EXPECT_EQ(dayAfterTransferOn(localMoment(3, 7).addSecs(-3600)), "1");
+    // Same day number of an earlier month: not a new day.
+    EXPECT_EQ(dayAfterTransferOn(localMoment(2, 7)), "1");
+
+    // Any field titled Day, whatever its type; zero, negative or non-numeric never counts.
+    const std::vector<std::pair<QString, QString>> days = {
+        {"3", "4"}, {"0", "0"}, {"x", "x"}, {"-2", "-2"}, {" 5 rolls", "6"}, {"", ""}};
+    for (const auto& [stored, expected] : days) {
+        settings.setFields({record("Day", MetadataFieldType::Text, stored)});
+        EXPECT_EQ(dayAfterTransferOn(localMoment(3, 1)), expected) << stored.toStdString();
+    }
+    settings.setFields({record("day", MetadataFieldType::Number, "3")});  // case counts
+    settings.store().setObject(SettingsKey::lastTransferDate, localMoment(3, 1));
+    EXPECT_EQ(MetadataNaming::populateDefaultMetadata(settings.store(), clock, "").at("QVMetaday"),
+              "3");
+    settings.store().setObject(SettingsKey::lastTransferDate, QStringLiteral("2024-03-01"));
+    settings.setFields({record("Day", MetadataFieldType::Number, "3")});
+    EXPECT_EQ(MetadataNaming::populateDefaultMetadata(settings.store(), clock, "").at(kDay), "3");
+}
+
+TEST(MetadataNamingTest, DestinationLevelsFollowTheFieldsInPath) {
+    Settings settings;
+    FakeClock clock(localMoment());
+    MetadataValues values = MetadataNaming::populateDefaultMetadata(settings.store(), clock, "");
+    clock.advance(std::chrono::seconds(5));
+    const std::vector<MetadataField> fields = settings.fields();
+    EXPECT_EQ(MetadataNaming::composeDestination("/D", "P", values, fields, clock),
+              "/D/P/1/1/2024_03_07_14_05_14");
+    EXPECT_EQ(values.at(kStamp), "2024_03_07_14_05_14");  // the stamp that named the folder
+    EXPECT_EQ(MetadataNaming::composeDestination("/D/", "P", values, {}, clock), "/D/P");
+    EXPECT_EQ(MetadataNaming::composeDestination("/", "P", values, {}, clock), "/P");
+    EXPECT_EQ(MetadataNaming::composeDestination("~", "P", values, {}, clock),
+              QDir::homePath() + "/P");
+    EXPECT_EQ(MetadataNaming::composeDestination("~/Media", "P", values, {}, clock),
+              QDir::homePath() + "/Media/P");
+
+    // Empty and missing values name "Unknown"; a "/" in a value makes a further level;
+    // fields outside the path are skipped.
+    MetadataValues odd = {{kDay, ""}, {"QVMetaScene", "12/B"}, {"QVMetaNotes", "n"}};
+    const std::vector<MetadataField> oddFields = MetadataField::listFrom(
+        PropertyList::Array{record("Day", MetadataFieldType::Number, "1"),
+                            record("Reel", MetadataFieldType::IncrementingNumber, "4"),
+                            record("Scene", MetadataFieldType::Text, ""),
+                            record("Notes", MetadataFieldType::Text, "", 0)});
+    EXPECT_EQ(MetadataNaming::composeDestination("/D", "My \"Film\" $(x)", odd, oddFields, clock),
+              "/D/My \"Film\" $(x)/Unknown/Unknown/12/B");
+    EXPECT_EQ(odd.count(kReel), 0U);
+
+    EXPECT_EQ(MetadataNaming::pathPreview(fields), "/Day/Reel/Timestamp");
+    EXPECT_EQ(MetadataNaming::pathPreview(oddFields), "/Day/Reel/Scene");
+    EXPECT_EQ(MetadataNaming::pathPreview({}), "/");
+}
+
+TEST(MetadataNamingTest, FieldRecordsKeepWhatTheyDoNotKnow) {
+    PropertyList::Dictionary reel =
+        record("Reel Name", MetadataFieldType::IncrementingNumber, "A1");
+    reel[QStringLiteral("colour")] = QStringLiteral("red");
+    reel[QStringLiteral("qtMetadataKey")] = QStringLiteral("com.apple.quicktime.comment");
+    const PropertyList::Dictionary bare = {{QStringLiteral("title"), QStringLiteral("Bare")}};
+    std::vector<MetadataField> fields = MetadataField::listFrom(PropertyList::Array{reel, bare});
+    ASSERT_EQ(fields.size(), 2U);
+    EXPECT_EQ(fields[0].identifier(), "QVMetaReelName");
+    EXPECT_EQ(fields[0].qtMetadataKey, QStringLiteral("com.apple.quicktime.comment"));
+    EXPECT_EQ(fields[1].type, 0);
+    EXPECT_EQ(fields[1].visible, 0);
+    EXPECT_EQ(fields[1].defaultVal, "");
+    EXPECT_FALSE(fields[1].qtMetadataKey.has_value());
+
+    fields[0].defaultVal = "A2";
+    fields[0].qtMetadataKey.reset();
+    const PropertyList written = MetadataField::toArray(fields);
+    EXPECT_EQ(written[0][QStringLiteral("colour")].toString(), "red");
+    EXPECT_EQ(written[0][QStringLiteral("defaultVal")].toString(), "A2");
+    EXPECT_FALSE(written[0].contains(QStringLiteral("qtMetadataKey")));
+    EXPECT_EQ(MetadataField::listFrom(written), fields);
+    EXPECT_TRUE(MetadataField::listFrom(PropertyList(QStringLiteral("junk"))).empty());
+}
+
+TEST(MetadataNamingTest, EditingValuesAndFieldTitles) {
+    Settings settings;
+    std::vector<MetadataField> fields = settings.fields();
+    MetadataValues values = {{kDay, "4"}};
+    EXPECT_EQ(MetadataNaming::displayValue(values, kDay, fields), "4");
+    EXPECT_EQ(MetadataNaming::displayValue(values, kReel, fields), "0");
+    EXPECT_EQ(MetadataNaming::displayValue(values, "QVMetaNone", fields), "");
+
+    // What the user types becomes the next card's starting point.
+    MetadataNaming::setValue(values, kReel, "B041", settings.store());
+    EXPECT_EQ(values.at(kReel), "B041");
+    EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "B041");
+    FakeClock clock(localMoment());
+    EXPECT_EQ(MetadataNaming::populateDefaultMetadata(settings.store(), clock, "").at(kReel),
+              "B042");
+    MetadataNaming::setValue(values, "QVMetaNone", "v", settings.store());
+    EXPECT_EQ(values.at("QVMetaNone"), "v");
+    EXPECT_EQ(settings.fields().size(), 3U);
+
+    fields.clear();
+    for (int i = 0; i < 3; ++i) {
+        MetadataField added;
+        added.title = MetadataNaming::proposeFieldTitle(fields);
+        fields.push_back(added);
+    }
+    EXPECT_EQ(fields[0].title, "Untitled");
+    EXPECT_EQ(fields[1].title, "Untitled-2");
+    EXPECT_EQ(fields[2].title, "Untitled-3");
+
+    EXPECT_FALSE(MetadataNaming::canRenameField(fields, "Untitled-2"));  // its own title
+    EXPECT_FALSE(MetadataNaming::canRenameField(fields, "   "));
+    EXPECT_FALSE(MetadataNaming::canRenameField(fields, ""));
+    EXPECT_TRUE(MetadataNaming::canRenameField(fields, "untitled"));
+    EXPECT_EQ(MetadataNaming::cleanEditedValue("\"A\"\"1\"\" "), "A1 ");
+}
