@@ -120,7 +120,9 @@ int CardsweepVolumeChecker::verifyVolumeType(const QString& path) {
         return code(CardFormat::ARRI);
     if (!exists(under("CONTENTS")))
         return code(CardFormat::Unknown);
-    if (!QVFileManager::filesMatchingWildcardPath(under("CONTENTS/CLIPS*/*/*.MXF")).isEmpty())
+    // The card's own path is the base, so a "*" or "?" in a card name stays a plain character.
+    if (!QVFileManager::filesMatchingWildcardPath(QStringLiteral("CONTENTS/CLIPS*/*/*.MXF"), path)
+             .isEmpty())
         return code(CardFormat::CanonXF);
     return code(CardFormat::Unknown);
 }

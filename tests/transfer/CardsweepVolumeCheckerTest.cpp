@@ -103,6 +103,12 @@ TEST(CardsweepVolumeChecker, CanonXfNeedsUpperCaseMxfTwoFoldersDown) {
     EXPECT_EQ(cards.type({"CONTENTS/clips001/XYZ/A.MXF"}), -1);
     EXPECT_EQ(cards.type({"CONTENTS/CLIPS/XYZ/A.MXF"}), 7);
     EXPECT_EQ(cards.type({"CONTENTS/CLIPS001/XYZ/A.MXF"}, "Card \"one\"\nA"), 7);
+
+    // A "*" in a card's name never reaches into a neighbouring card.
+    const QString neighbour = cards.make({"CONTENTS/CLIPS001/XYZ/A.MXF"}, "AB");
+    const QString starred = QFileInfo(neighbour).path() + "/A*";
+    QDir().mkpath(starred + "/CONTENTS");
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(starred), -1);
 }
 
 TEST(CardsweepVolumeChecker, RedNeedsTheExactLastExtension) {
