@@ -109,6 +109,9 @@ class QVFileManager {
     /// Waits while the modification time is under 4 s old.
     static void waitForFileWrites(const QString& path, const QString& lockFile = QString());
 
+    /// The four-character file type code from FinderInfo where a file system carries one
+    /// (e.g. 'MooV' for a QuickTime movie), else 0.
+    static quint32 hfsTypeCodeForPath(const QString& path);
     /// The FinderInfo flags word where a file system carries one, else 0.
     static int finderColorIndexForPath(const QString& path);
     /// Hue, saturation, brightness (alpha is 1) for a flags value of 2..15; nullopt otherwise.

@@ -319,6 +319,14 @@ bool QVFileManager::setMetadataValue(const QString& value, const QString& key,
                       size_t(bytes.size()), 0) == 0;
 }
 
+quint32 QVFileManager::hfsTypeCodeForPath(const QString& path) {
+    const auto info = readFinderInfo(path);
+    if (!info)
+        return 0;
+    return (quint32((*info)[0]) << 24) | (quint32((*info)[1]) << 16) | (quint32((*info)[2]) << 8) |
+           quint32((*info)[3]);
+}
+
 int QVFileManager::finderColorIndexForPath(const QString& path) {
     const auto info = readFinderInfo(path);
     if (!info)

@@ -42,6 +42,14 @@ void DetachedThreads::reap() {
     }
 }
 
+std::size_t DetachedThreads::unfinished() {
+    DetachedThreads& self = shared();
+    const std::lock_guard lock(self.mutex_);
+    const std::size_t running = self.running_.size();
+    const std::size_t finished = self.finished_.size();
+    return running > finished ? running - finished : 0;
+}
+
 void DetachedThreads::joinAll() {
     DetachedThreads& self = shared();
     for (;;) {

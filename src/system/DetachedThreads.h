@@ -12,6 +12,9 @@ class DetachedThreads {
     /// Starts fn on a new thread that joinAll() will wait for.
     static void start(std::function<void()> fn);
 
+    /// How many started threads haven't returned yet.
+    static std::size_t unfinished();
+
     /// Waits for every started thread, including ones started while waiting.
     static void joinAll();
 
