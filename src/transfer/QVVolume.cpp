@@ -1,0 +1,337 @@
+#include "QVVolume.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include "MetadataNaming.h"
+#include "QVFileManager.h"
+#include "QVLocalPaths.h"
+#include "QVLog.h"
+
+namespace {
+
+template <typename T>
+T locked(std::mutex& mutex, const T& field) {
+    const std::lock_guard lock(mutex);
+    return field;
+}
+
+template <typename T>
+void assign(std::mutex& mutex, T& field, const T& value) {
+    const std::lock_guard lock(mutex);
+    field = value;
+}
+
+// System litter at the top of a card that a transfer leaves out of its total.
+bool isLitter(const QString& name) {
+    static const QStringList litter = {QStringLiteral(".DS_Store"), QStringLiteral(".fseventsd"),
+                                       QStringLiteral(".Spotlight-V100"),
+                                       QStringLiteral(".TemporaryItems"),
+                                       QStringLiteral(".Trashes")};
+    return litter.contains(name);
+}
+
+constexpr quint32 kMovieTypeCode = 0x4D6F6F56;  // 'MooV'
+
+}  // namespace
+
+std::shared_ptr<QVVolume> QVVolume::volumeWithName(const QString& name, const QString& path,
+                                                   int type, SettingsStore& settings,
+                                                   std::shared_ptr<const Clock> clock) {
+    auto volume = std::make_shared<QVVolume>(std::move(clock));
+    volume->setName(name);
+    volume->setPath(path);
+    volume->setType(type);
+    volume->setStatus(type == -1 ? Unrecognised : Idle);
+    volume->populateDefaultMetadata(settings);
+    return volume;
+}
+
+QVVolume::QVVolume(std::shared_ptr<const Clock> clock)
+    : clock_(std::move(clock)), timeEstimate_(clock_) {
+    spinner_.indeterminate = true;
+    spinner_.animating = true;
+    progressBar_.animating = true;
+}
+
+QString QVVolume::name() const {
+    return locked(mutex_, name_);
+}
+void QVVolume::setName(const QString& name) {
+    assign(mutex_, name_, name);
+}
+QString QVVolume::path() const {
+    return locked(mutex_, path_);
+}
+void QVVolume::setPath(const QString& path) {
+    assign(mutex_, path_, path);
+}
+qint64 QVVolume::type() const {
+    return locked(mutex_, type_);
+}
+void QVVolume::setType(qint64 type) {
+    assign(mutex_, type_, type);
+}
+QVVolume::ProgressIndicator QVVolume::spinner() const {
+    return locked(mutex_, spinner_);
+}
+QVVolume::ProgressIndicator QVVolume::progressBar() const {
+    return locked(mutex_, progressBar_);
+}
+std::optional<QString> QVVolume::errorString() const {
+    return locked(mutex_, errorString_);
+}
+void QVVolume::setErrorString(const std::optional<QString>& error) {
+    assign(mutex_, errorString_, error);
+}
+std::optional<std::map<QString, std::uint64_t>> QVVolume::progressDict() const {
+    return locked(mutex_, progressDict_);
+}
+void QVVolume::setProgressDict(const std::optional<std::map<QString, std::uint64_t>>& progress) {
+    assign(mutex_, progressDict_, progress);
+}
+QStringList QVVolume::destinations() const {
+    return locked(mutex_, destinations_);
+}
+void QVVolume::setDestinations(const QStringList& destinations) {
+    assign(mutex_, destinations_, destinations);
+}
+std::optional<QStringList> QVVolume::outputs() const {
+    return locked(mutex_, outputs_);
+}
+void QVVolume::setOutputs(const std::optional<QStringList>& outputs) {
+    assign(mutex_, outputs_, outputs);
+}
+QVVolume::ChecksumMap QVVolume::sourceChecksumDict() const {
+    return locked(mutex_, sourceChecksumDict_);
+}
+void QVVolume::setSourceChecksumDict(const ChecksumMap& checksums) {
+    assign(mutex_, sourceChecksumDict_, checksums);
+}
+std::vector<QVVolume::ChecksumMap> QVVolume::destChecksums() const {
+    return locked(mutex_, destChecksums_);
+}
+void QVVolume::setDestChecksums(const std::vector<ChecksumMap>& checksums) {
+    assign(mutex_, destChecksums_, checksums);
+}
+std::optional<QDateTime> QVVolume::lastProgressUpdate() const {
+    return locked(mutex_, lastProgressUpdate_);
+}
+void QVVolume::setLastProgressUpdate(const std::optional<QDateTime>& date) {
+    assign(mutex_, lastProgressUpdate_, date);
+}
+bool QVVolume::isFolder() const {
+    return locked(mutex_, isFolder_);
+}
+void QVVolume::setIsFolder(bool isFolder) {
+    assign(mutex_, isFolder_, isFolder);
+}
+QVVolume::MetadataValues QVVolume::metadata() const {
+    return locked(mutex_, metadata_);
+}
+void QVVolume::setMetadata(const MetadataValues& metadata) {
+    assign(mutex_, metadata_, metadata);
+}
+bool QVVolume::hasQTMovies() const {
+    return locked(mutex_, hasQTMovies_);
+}
+void QVVolume::setHasQTMovies(bool has) {
+    assign(mutex_, hasQTMovies_, has);
+}
+std::optional<QStringList> QVVolume::qtMoviePaths() const {
+    return locked(mutex_, qtMoviePaths_);
+}
+void QVVolume::setQtMoviePaths(const std::optional<QStringList>& paths) {
+    assign(mutex_, qtMoviePaths_, paths);
+}
+std::vector<std::shared_ptr<CopyInfo>> QVVolume::failedFiles() const {
+    return locked(mutex_, failedFiles_);
+}
+void QVVolume::setFailedFiles(const std::vector<std::shared_ptr<CopyInfo>>& files) {
+    assign(mutex_, failedFiles_, files);
+}
+void QVVolume::addFailedFile(const std::shared_ptr<CopyInfo>& file) {
+    const std::lock_guard lock(mutex_);
+    failedFiles_.push_back(file);
+}
+
+void QVVolume::addDestination(const QString& path) {
+    const std::lock_guard lock(mutex_);
+    destinations_.append(path);
+}
+
+void QVVolume::reset() {
+    resetProgress();
+    {
+        const std::lock_guard lock(mutex_);
+        progressBar_.visible = false;
+        destinations_.clear();
+    }
+    setStatus(Idle);
+    transferCount_.store(0);
+    threadCount_.store(0);
+}
+
+void QVVolume::makeDeterminate(ProgressIndicator& bar) {
+    if (!bar.indeterminate)
+        return;
+    bar.indeterminate = false;
+    bar.animating = true;
+}
+
+void QVVolume::resetProgress() {
+    {
+        const std::lock_guard lock(mutex_);
+        makeDeterminate(progressBar_);
+        progressBar_.doubleValue = 0;
+        progressDict_.reset();
+        errorString_.reset();
+        sourceChecksumDict_.clear();
+        destChecksums_.clear();
+        failedFiles_.clear();
+    }
+    timeEstimate_.reset();
+}
+
+void QVVolume::setMaxProgressValue(double value) {
+    {
+        const std::lock_guard lock(mutex_);
+        makeDeterminate(progressBar_);
+        progressBar_.maxValue = value;
+        progressBar_.doubleValue = 0;
+    }
+    timeEstimate_.setTotalValue(value);
+}
+
+void QVVolume::incrementProgress(double amount) {
+    {
+        const std::lock_guard lock(mutex_);
+        makeDeterminate(progressBar_);
+        progressBar_.doubleValue += amount;
+    }
+    timeEstimate_.incrementCurrentValue(amount);
+}
+
+void QVVolume::incrementMaxProgress(double amount) {
+    const double total = progressBar().maxValue + amount;
+    timeEstimate_.setTotalValue(total);
+    setMaxProgressValue(total);
+}
+
+void QVVolume::makeProgressIndeterminate() {
+    const std::lock_guard lock(mutex_);
+    progressBar_.indeterminate = true;
+    progressBar_.animating = true;
+}
+
+void QVVolume::setProgressValue(double value) {
+    const std::lock_guard lock(mutex_);
+    progressBar_.doubleValue = value;
+}
+
+std::uint64_t QVVolume::totalMediaUsage() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (totalMediaUsage_ != 0)
+            return totalMediaUsage_;
+    }
+    const QString root = path();
+    QStringList candidates;
+    const bool movies = hasQTMovies();
+    if (movies) {
+        if (!qtMoviePaths())
+            populateQuickTimeMovies();
+        candidates = qtMoviePaths().value_or(QStringList());
+    } else {
+        candidates = QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                          QDir::NoDotAndDotDot);
+    }
+    std::uint64_t total = 0;
+    for (const QString& candidate : candidates) {
+        if (isLitter(candidate))
+            continue;
+        total += QVFileManager::fileSize(movies ? candidate : root + u'/' + candidate);
+    }
+    const std::lock_guard lock(mutex_);
+    totalMediaUsage_ = total;
+    return total;
+}
+
+QString QVVolume::udid() const {
+    const auto info = QVFileManager::infoForDiskAtMountpoint(path());
+    if (!info)
+        return {};
+    QVLog::appendLog(u"output dict: %@", QString::fromUtf8(info->toXml()));
+    return (*info)["VolumeUUID"].toString();
+}
+
+QString QVVolume::typeName() const {
+    return typeName(type());
+}
+
+QString QVVolume::typeName(qint64 type) {
+    static const char* const names[] = {"P2",    "RED",   "XDCAM", "XDCAM EX",
+                                        "AVCHD", "EOSHD", "ARRI",  "Canon XF"};
+    if (type < 0 || type > 7)
+        return QStringLiteral("Unknown");
+    return QString::fromLatin1(names[type]);
+}
+
+QString QVVolume::statusText() const {
+    switch (status()) {
+        case Failed: {
+            const auto error = errorString();
+            return error ? QStringLiteral("Error: %1").arg(*error) : QStringLiteral("Error");
+        }
+        case Idle:
+            return QStringLiteral("Waiting");
+        case Copying:
+            return QStringLiteral("Copying...");
+        case Verifying:
+            return QStringLiteral("Verifying...");
+        case Formatting:
+            return QStringLiteral("Formatting...");
+        case Unmounting:
+            return QStringLiteral("Unmounting...");
+        case Done:
+            return QStringLiteral("Done");
+        case Cancelled:
+            return QStringLiteral("Canceled");
+        case Finishing:
+            return QStringLiteral("Finishing...");
+        default:
+            return QString();
+    }
+}
+
+void QVVolume::checkForQuickTimeMovies() {
+    setHasQTMovies(!quickTimeMoviesInFolder(path(), 1).isEmpty());
+}
+
+void QVVolume::populateQuickTimeMovies() {
+    setQtMoviePaths(quickTimeMoviesInFolder(path()));
+}
+
+QStringList QVVolume::quickTimeMoviesInFolder(const QString& folder, int limit) {
+    QStringList movies;
+    const QStringList names = QDir(folder).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString& name : names) {
+        const QString entry = folder + u'/' + name;
+        const QFileInfo info(entry);
+        if (info.isDir() && !info.isSymLink()) {
+            movies += quickTimeMoviesInFolder(entry, limit);
+        } else if (info.suffix().toLower() == QLatin1String("mov") ||
+                   QVFileManager::hfsTypeCodeForPath(entry) == kMovieTypeCode) {
+            movies << entry;
+        }
+        if (limit >= 0 && movies.size() >= limit)
+            break;
+    }
+    return movies;
+}
+
+void QVVolume::populateDefaultMetadata(SettingsStore& settings) {
+    setMetadata(
+        MetadataNaming::populateDefaultMetadata(settings, *clock_, QVLocalPaths::username()));
+}

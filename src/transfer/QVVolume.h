@@ -1,0 +1,167 @@
+#pragma once
+// One source that can be transferred: a mounted card or a folder the user added. The record
+// travels from the list through the queue, processing, copy, verification and post actions.
+//
+// Thread-safety: shared between the main thread and workers; every field is read and written
+// under the record's own mutex (getters return copies), the counters are atomic.
+
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "Clock.h"
+#include "CopyInfo.h"
+#include "MetadataField.h"
+#include "QVTimeEstimate.h"
+
+class SettingsStore;
+
+class QVVolume {
+  public:
+    /// The row's progress indicator as plain numbers; the list view draws it.
+    struct ProgressIndicator {
+        double maxValue = 100.0;
+        double doubleValue = 0.0;
+        bool indeterminate = false;
+        bool animating = false;
+        bool visible = true;
+    };
+    using ChecksumMap = std::map<QString, QString>;
+    using MetadataValues = ::MetadataValues;
+
+    enum Status : qint64 {
+        Unrecognised = -2,
+        Failed = -1,
+        Idle = 0,
+        Copying = 1,
+        Verifying = 2,
+        Formatting = 3,
+        Unmounting = 4,
+        Done = 5,
+        Cancelled = 6,
+        Finishing = 7,
+    };
+
+    /// A new record: status -2 for type -1, else 0; metadata filled from the field list in
+    /// settings (which may advance an incrementing field's stored default, so records are made
+    /// on one thread, the main one).
+    static std::shared_ptr<QVVolume> volumeWithName(
+        const QString& name, const QString& path, int type, SettingsStore& settings,
+        std::shared_ptr<const Clock> clock = Clock::system());
+
+    explicit QVVolume(std::shared_ptr<const Clock> clock = Clock::system());
+    QVVolume(const QVVolume&) = delete;
+    QVVolume& operator=(const QVVolume&) = delete;
+
+    QString name() const;
+    void setName(const QString& name);
+    QString path() const;
+    void setPath(const QString& path);
+    qint64 type() const;
+    void setType(qint64 type);
+    ProgressIndicator spinner() const;
+    ProgressIndicator progressBar() const;
+    qint64 status() const { return status_.load(); }
+    void setStatus(qint64 status) { status_.store(status); }
+    std::optional<QString> errorString() const;
+    void setErrorString(const std::optional<QString>& error);
+    std::optional<std::map<QString, std::uint64_t>> progressDict() const;
+    void setProgressDict(const std::optional<std::map<QString, std::uint64_t>>& progress);
+    QStringList destinations() const;
+    void setDestinations(const QStringList& destinations);
+    std::optional<QStringList> outputs() const;
+    void setOutputs(const std::optional<QStringList>& outputs);
+    ChecksumMap sourceChecksumDict() const;
+    void setSourceChecksumDict(const ChecksumMap& checksums);
+    std::vector<ChecksumMap> destChecksums() const;
+    void setDestChecksums(const std::vector<ChecksumMap>& checksums);
+    /// The estimator itself (it guards its own fields).
+    QVTimeEstimate& timeEstimate() { return timeEstimate_; }
+    std::optional<QDateTime> lastProgressUpdate() const;
+    void setLastProgressUpdate(const std::optional<QDateTime>& date);
+    bool isFolder() const;
+    void setIsFolder(bool isFolder);
+    MetadataValues metadata() const;
+    void setMetadata(const MetadataValues& metadata);
+    bool hasQTMovies() const;
+    void setHasQTMovies(bool has);
+    std::optional<QStringList> qtMoviePaths() const;
+    void setQtMoviePaths(const std::optional<QStringList>& paths);
+    std::vector<std::shared_ptr<CopyInfo>> failedFiles() const;
+    void setFailedFiles(const std::vector<std::shared_ptr<CopyInfo>>& files);
+    void addFailedFile(const std::shared_ptr<CopyInfo>& file);
+
+    void incrementThreadCount() { ++threadCount_; }
+    void decrementThreadCount() { --threadCount_; }
+    qint64 threadCount() const { return threadCount_.load(); }
+    void incrementTransferCount() { ++transferCount_; }
+    void decrementTransferCount() { --transferCount_; }
+    qint64 transferCount() const { return transferCount_.load(); }
+
+    void addDestination(const QString& path);
+    void reset();
+    void resetProgress();
+    void setMaxProgressValue(double value);
+    void incrementProgress(double amount);
+    void incrementMaxProgress(double amount);
+    void makeProgressIndeterminate();
+    /// Sets the bar's value (the copy delegate's running total).
+    void setProgressValue(double value);
+
+    /// Bytes that a transfer will copy; cached once non-zero.
+    std::uint64_t totalMediaUsage();
+    /// The file-system UUID of the volume, empty when unknown.
+    QString udid() const;
+    QString typeName() const;
+    static QString typeName(qint64 type);
+    /// The status text of the volume list.
+    QString statusText() const;
+
+    void checkForQuickTimeMovies();
+    void populateQuickTimeMovies();
+    /// QuickTime movies under folder (".mov" in any case, or the 'MooV' type code), depth
+    /// first in name order, stopping once limit are found (limit < 0: all).
+    static QStringList quickTimeMoviesInFolder(const QString& folder, int limit = -1);
+
+    /// Kept for callers that report per-file checksums; they record nothing.
+    void updateSourceChecksum(const QString& /*checksum*/, const QString& /*path*/) {}
+    void updateDestChecksum(const QString& /*checksum*/, const QString& /*path*/,
+                            const QString& /*mountPoint*/) {}
+
+    void populateDefaultMetadata(SettingsStore& settings);
+
+  private:
+    static void makeDeterminate(ProgressIndicator& bar);
+
+    mutable std::mutex mutex_;
+    std::shared_ptr<const Clock> clock_;
+    QString name_;                   // guarded by mutex_
+    QString path_;                   // guarded by mutex_
+    qint64 type_ = -1;               // guarded by mutex_
+    ProgressIndicator spinner_;      // guarded by mutex_
+    ProgressIndicator progressBar_;  // guarded by mutex_
+    std::atomic<qint64> status_{Idle};
+    std::optional<QString> errorString_;  // guarded by mutex_
+    std::atomic<qint64> threadCount_{0};
+    std::atomic<qint64> transferCount_{0};
+    std::optional<std::map<QString, std::uint64_t>> progressDict_;  // guarded by mutex_
+    QStringList destinations_;                                      // guarded by mutex_
+    std::optional<QStringList> outputs_;                            // guarded by mutex_
+    std::uint64_t totalMediaUsage_ = 0;                             // guarded by mutex_
+    ChecksumMap sourceChecksumDict_;                                // guarded by mutex_
+    std::vector<ChecksumMap> destChecksums_;                        // guarded by mutex_
+    QVTimeEstimate timeEstimate_;
+    std::optional<QDateTime> lastProgressUpdate_;         // guarded by mutex_
+    bool isFolder_ = false;                               // guarded by mutex_
+    MetadataValues metadata_;                             // guarded by mutex_
+    bool hasQTMovies_ = false;                            // guarded by mutex_
+    std::optional<QStringList> qtMoviePaths_;             // guarded by mutex_
+    std::vector<std::shared_ptr<CopyInfo>> failedFiles_;  // guarded by mutex_
+};

@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include "Preferences.h"
+#include "QVVolume.h"
+#include "SettingsStore.h"
+
+namespace {
+
+void writeFile(const QString& path, const QByteArray& bytes = "x") {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+class QVVolumeTest : public testing::Test {
+  protected:
+    QVVolumeTest() : settings_(dir_.filePath("settings.plist")) {
+        Preferences(settings_).registerAndMigrate();
+    }
+    QTemporaryDir dir_;
+    SettingsStore settings_;
+};
+
+}  // namespace
+
+TEST_F(QVVolumeTest, StatusTypeAndProgress) {
+    const auto unknown = QVVolume::volumeWithName("USB", dir_.path(), -1, settings_);
+    EXPECT_EQ(unknown->status(), QVVolume::Unrecognised);
+    EXPECT_EQ(unknown->statusText(), "");
+    EXPECT_EQ(unknown->typeName(), "Unknown");
+    const auto card = QVVolume::volumeWithName("A001", dir_.path(), 7, settings_);
+    EXPECT_EQ(card->statusText(), "Waiting");
+    EXPECT_EQ(card->typeName(), "Canon XF");
+    EXPECT_EQ(card->metadata().at("QVMetaReel"), "2") << "each new record takes the next reel";
+    card->setStatus(QVVolume::Failed);
+    EXPECT_EQ(card->statusText(), "Error");
+    card->setErrorString(QString("Can't copy disk"));
+    EXPECT_EQ(card->statusText(), "Error: Can't copy disk");
+
+    card->setMaxProgressValue(100);
+    card->incrementProgress(50);
+    card->incrementMaxProgress(20);
+    EXPECT_EQ(card->progressBar().maxValue, 120);
+    EXPECT_EQ(card->progressBar().doubleValue, 0);
+    EXPECT_EQ(card->timeEstimate().totalValue(), 120);
+
+    card->makeProgressIndeterminate();
+    card->addDestination("/d1");
+    card->incrementThreadCount();
+    card->reset();
+    EXPECT_FALSE(card->progressBar().indeterminate);
+    EXPECT_EQ(card->status(), QVVolume::Idle);
+    EXPECT_TRUE(card->destinations().isEmpty());
+    EXPECT_EQ(card->threadCount(), 0);
+    EXPECT_FALSE(card->errorString());
+}
+
+TEST_F(QVVolumeTest, MediaUsageLeavesLitterOutAndCachesOnlyANonZeroTotal) {
+    const QString root = dir_.filePath("card");
+    writeFile(root + "/.Trashes/a", QByteArray(1000, 't'));
+    writeFile(root + "/.fseventsd/b", QByteArray(1000, 'f'));
+    QVVolume volume;
+    volume.setPath(root);
+    EXPECT_EQ(volume.totalMediaUsage(), 0u);
+    writeFile(root + "/CONTENTS/CLIP/A.MXF", QByteArray(300, 'm'));
+    writeFile(root + "/.hidden", QByteArray(20, 'h'));
+    EXPECT_EQ(volume.totalMediaUsage(), 320u) << "zero is asked again";
+    writeFile(root + "/late.MXF", QByteArray(5, 'l'));
+    EXPECT_EQ(volume.totalMediaUsage(), 320u) << "a total is cached";
+}
+
+TEST_F(QVVolumeTest, FindsQuickTimeMoviesByExtensionOrTypeCode) {
+    const QString root = dir_.filePath("card");
+    writeFile(root + "/A/B/CLIP.MOV");
+    writeFile(root + "/A/C/other.mov");
+    writeFile(root + "/Z/clip.mp4");
+    writeFile(root + "/Z/note.txt");
+    QVVolume volume;
+    volume.setPath(root);
+    volume.checkForQuickTimeMovies();
+    EXPECT_TRUE(volume.hasQTMovies());
+    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(root, 1), QStringList({root + "/A/B/CLIP.MOV"}));
+
+    unsigned char finderInfo[32] = {'M', 'o', 'o', 'V'};
+    if (::setxattr(QFile::encodeName(root + "/Z/clip.mp4").constData(), "user.com.apple.FinderInfo",
+                   finderInfo, sizeof finderInfo, 0) != 0)
+        GTEST_SKIP() << "no user extended attributes here";
+    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(root),
+              QStringList({root + "/A/B/CLIP.MOV", root + "/A/C/other.mov", root + "/Z/clip.mp4"}));
+
+    volume.populateQuickTimeMovies();
+    volume.setHasQTMovies(true);
+    EXPECT_EQ(volume.totalMediaUsage(), 3u) << "only the movies count";
+}
