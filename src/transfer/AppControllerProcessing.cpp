@@ -1,0 +1,196 @@
+// The worker that takes an admitted volume to the start of its copy, and destination
+// reservation.
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <QFile>
+
+#include "AppController.h"
+#include "DetachedThreads.h"
+#include "MainThread.h"
+#include "MetadataField.h"
+#include "MetadataNaming.h"
+#include "Notifier.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "QVFormat.h"
+#include "QVLog.h"
+#include "QVVolume.h"
+#include "SettingsStore.h"
+#include "TransferStages.h"
+
+namespace {
+
+bool anythingAt(const QString& path) {
+    struct stat status {};
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+}
+
+struct SpaceFigures {
+    quint64 size = 0;
+    quint64 free = 0;
+};
+
+SpaceFigures spaceOf(const QString& path) {
+    struct statvfs figures {};
+    if (::statvfs(QFile::encodeName(path).constData(), &figures) != 0)
+        return {};
+    return {quint64(figures.f_blocks) * figures.f_frsize,
+            quint64(figures.f_bavail) * figures.f_frsize};
+}
+
+}  // namespace
+
+void AppController::markFailed(QVVolume& volume, const QString& reason) {
+    volume.setStatus(QVVolume::Failed);
+    volume.setErrorString(reason);
+    MainThread::performOnMainThread([this] { reloadVolumeList(); }, true);
+}
+
+void AppController::postTransferFailed(const QVVolume& volume) {
+    notifier_.postGrowlNotification(QStringLiteral("Transfer Failed"), volume.name(), QString(),
+                                    QStringLiteral("Transfer Failed"));
+}
+
+void AppController::processVolumeWithSettings(const TransferSettings& settings) {
+    MainThread::performOnMainThread([this] { refreshTotalRemainingSpace(); }, false);
+    const std::shared_ptr<QVVolume> volume = settings.volume;
+    QVVolume& v = *volume;
+    v.incrementThreadCount();
+    const QString path = v.path();
+
+    if (!anythingAt(path)) {
+        QVLog::appendLog(u"Error: Volume %@ doesn't exist", path);
+        markFailed(v, QStringLiteral("Volume doesn't exist"));
+        postTransferFailed(v);
+        releaseSlot(v);
+        return;
+    }
+
+    // Only the source volume's own figures are compared here, and the volume's destinations
+    // are always empty after admission, so this never fires; destination space is shown to
+    // the user instead.
+    const QStringList ownDestinations = v.destinations();
+    if (!ownDestinations.isEmpty()) {
+        const SpaceFigures space = spaceOf(path);
+        const quint64 used = space.size - space.free;
+        for (qsizetype i = 0; i < ownDestinations.size(); ++i) {
+            if (spaceOf(path).free >= used)
+                continue;
+            QVLog::appendLog(
+                u"Error: One or more destinations do not have enough disk space to copy volume "
+                u"%@.",
+                path);
+            markFailed(v, QStringLiteral("Not enough space on destination(s)"));
+            postTransferFailed(v);
+            releaseSlot(v);
+            return;
+        }
+    }
+
+    QVLog::appendLog(u"Processing volume %@", path);
+    if (v.status() == QVVolume::Cancelled)
+        return;
+    settings_.setObject(SettingsKey::lastTransferDate, PropertyList(clock_->now()));
+    const QString marker = path + QStringLiteral("/.cardsweep");
+    if (anythingAt(marker))
+        QVFileManager::removeFile(marker);
+
+    MainThread::performOnMainThread([&v] { v.resetProgress(); }, true);
+    v.setStatus(QVVolume::Copying);
+    MainThread::performOnMainThread(
+        [this] {
+            reloadVolumeList();
+            updateToolbarForTableSelection();
+        },
+        true);
+
+    const QStringList reserved =
+        reserveDestinations(settings.destinations, Preferences(settings_).projectTitle(), v);
+    if (v.status() == QVVolume::Cancelled)
+        return;
+
+    if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
+        v.checkForQuickTimeMovies();
+    else
+        v.setHasQTMovies(false);
+    v.timeEstimate().start();
+
+    // Reservation already holds each path in the reserved queue; a folder on disk speaks for
+    // itself, an image path stays held until the transfer ends.
+    const bool imageMode = inImageMode();
+    for (const QString& destination : reserved) {
+        if (!imageMode) {
+            QVFileManager::createDirectory(destination, 20);
+            removeFromReservedFileQueue({destination});
+        }
+        v.addDestination(destination);
+    }
+    if (v.status() == QVVolume::Cancelled)
+        return;
+
+    const std::uint64_t usage = v.totalMediaUsage();
+    QVLog::appendLogAndPrint(u"Volume media usage: %llu", static_cast<unsigned long long>(usage));
+    MainThread::performOnMainThread([&v, usage] { v.setMaxProgressValue(double(usage)); }, true);
+
+    if (imageMode) {
+        QVLog::appendLog(u"Creating disk image...");
+        for (const QString& image : reserved) {
+            if (!stages_.createDiskImage(image, path)) {
+                QVLog::appendLog(u"Failed to create disk image.");
+                removeFromReservedFileQueue({image});
+                markFailed(v, QStringLiteral("Unable to create disk image"));
+                releaseSlot(v);
+                return;
+            }
+            QVLog::appendLog(u"Disk image created successfully.");
+            DetachedThreads::start([this, volume, image] { stages_.verifyVolume(volume, image); });
+        }
+        return;
+    }
+
+    QVLog::appendLog(u"Starting disk copy...");
+    if (stages_.copyDisk(path, v.destinations(), volume))
+        return;
+    QVLog::appendLog(u"Error: Can't copy disk %@", path);
+    markFailed(v, QStringLiteral("Can't copy disk"));
+    releaseSlot(v);
+}
+
+QStringList AppController::reserveDestinations(const QStringList& destinations,
+                                               const QString& projectTitle, QVVolume& volume) {
+    QStringList reserved;
+    for (const QString& destination : destinations)
+        reserved << reserveDestination(destination, projectTitle, volume);
+    return reserved;
+}
+
+QString AppController::reserveDestination(const QString& destination, const QString& projectTitle,
+                                          QVVolume& volume) {
+    const std::lock_guard lock(lock_);
+    MetadataValues values = volume.metadata();
+    const QString base = MetadataNaming::composeDestination(
+        destination, projectTitle, values,
+        MetadataField::listFrom(settings_.object(SettingsKey::metadata)), *clock_);
+    volume.setMetadata(values);
+    const bool imageMode = inImageMode();
+    if (!anythingAt(base)) {
+        if (imageMode)
+            reservedFileQueue_.append(base);
+        return base;
+    }
+
+    QVLog::appendLog(u"Path %@ already exists", base);
+    const QString extension = imageMode ? QStringLiteral(".dmg") : QString();
+    const auto numbered = [&](int n) {
+        return base + u'/' + QVFormat::format(u"%0.4i%@", n, extension);
+    };
+    QString candidate = numbered(1);
+    for (int n = 2; anythingAt(candidate) || reservedFileQueue_.contains(candidate); ++n)
+        candidate = numbered(n);
+    QVLog::appendLog(u"Found unique path %@", candidate);
+    // Claimed at once, so a transfer reserving next can't be handed the same number before
+    // this one has made its folder or image.
+    reservedFileQueue_.append(candidate);
+    return candidate;
+}

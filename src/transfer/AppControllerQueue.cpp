@@ -1,0 +1,165 @@
+// Admission of volumes to transfer: destination choice, the waiting list, the end of a turn,
+// and the done-marker check of a freshly listed card.
+#include <sys/stat.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include "AppController.h"
+#include "DetachedThreads.h"
+#include "MainThread.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "QVLog.h"
+#include "QVVolume.h"
+#include "SettingsStore.h"
+
+namespace {
+
+const QString kMarkerName = QStringLiteral(".cardsweep");
+
+std::optional<timespec> modificationTime(const QString& path) {
+    struct stat status {};
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return std::nullopt;
+    return status.st_mtim;
+}
+
+bool isLater(const timespec& a, const timespec& b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
+}
+
+// Depth first over visible entries, not entering packages; true at the first item newer than
+// the marker.
+bool containsItemNewerThan(const QString& folder, const timespec& marker) {
+    const QStringList names =
+        QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    for (const QString& name : names) {
+        const QString entry = folder + u'/' + name;
+        const auto modified = modificationTime(entry);
+        if (modified && isLater(*modified, marker))
+            return true;
+        const QFileInfo info(entry);
+        if (info.isDir() && !info.isSymLink() && !QVFileManager::isPackageAtPath(entry) &&
+            containsItemNewerThan(entry, marker))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+QStringList AppController::chooseDestinations(const QVVolume& volume) {
+    std::vector<DestinationEntry> list = destinationList();
+    if (list.empty()) {
+        list = {Preferences::defaultDestination()};
+        setDestinationList(list);
+        Preferences(settings_).setDestinationList(list);
+    } else if (std::none_of(list.begin(), list.end(),
+                            [](const DestinationEntry& entry) { return entry.isSelected(); })) {
+        MainThread::performOnMainThread(
+            [this] {
+                view_.showSheet({QStringLiteral("No destinations enabled"),
+                                 QStringLiteral("OK"),
+                                 {},
+                                 {},
+                                 QStringLiteral("You must enable at least one destination in "
+                                                "order to transfer this volume.")});
+            },
+            false);
+    }
+    const auto outputs = volume.outputs();
+    const bool restricted = outputs && !outputs->isEmpty();
+    QStringList chosen;
+    for (const DestinationEntry& entry : list) {
+        if (!entry.isSelected() || entry.path.isEmpty())
+            continue;
+        if (restricted && entry.path != outputs->first())
+            continue;
+        chosen << entry.path;
+    }
+    return chosen;
+}
+
+void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
+                                const QStringList& destinations) {
+    const TransferSettings settings{volume, destinations};
+    DetachedThreads::start([this, settings] { processVolumeWithSettings(settings); });
+}
+
+void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
+    const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
+    const qint64 status = volume->status();
+    const QStringList destinations = [&] {
+        // Giving back a busy volume's slot before choosing keeps the count honest.
+        {
+            const std::lock_guard lock(queueMutex_);
+            if (threadCount_ < 0)
+                threadCount_ = 0;
+            if (status >= QVVolume::Copying && status <= QVVolume::Unmounting)
+                --threadCount_;
+        }
+        volume->reset();
+        return chooseDestinations(*volume);
+    }();
+
+    const std::lock_guard lock(queueMutex_);
+    QVLog::appendLog(u"threads: %i", int(threadCount_));
+    QVLog::appendLog(u"total threads: %i", int(limit));
+    if (threadCount_ < limit) {
+        ++threadCount_;
+        startWorker(volume, destinations);
+    } else {
+        waitingObjects_.push_back(volume);
+    }
+}
+
+void AppController::processNextQueueItem() {
+    std::shared_ptr<QVVolume> volume;
+    {
+        const std::lock_guard lock(queueMutex_);
+        if (waitingObjects_.empty())
+            return;
+        volume = waitingObjects_.front();
+        waitingObjects_.erase(waitingObjects_.begin());
+        // Held now, so a concurrent call can't take the same slot twice.
+        ++threadCount_;
+    }
+    volume->reset();
+    startWorker(volume, chooseDestinations(*volume));
+}
+
+void AppController::incrementThreadCount() {
+    const std::lock_guard lock(queueMutex_);
+    ++threadCount_;
+}
+
+void AppController::decrementThreadCount() {
+    const std::lock_guard lock(queueMutex_);
+    --threadCount_;
+}
+
+void AppController::releaseSlot(QVVolume& volume) {
+    decrementThreadCount();
+    volume.decrementThreadCount();
+    if (volume.threadCount() == 0)
+        processNextQueueItem();
+}
+
+void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume) {
+    if (volume->isFolder())
+        return;
+    const QString root = volume->path();
+    const QString marker = root + u'/' + kMarkerName;
+    const auto markerTime = modificationTime(marker);
+    if (!markerTime)
+        return;
+    if (containsItemNewerThan(root, *markerTime)) {
+        QVFileManager::removeFile(marker);
+        return;
+    }
+    if (volume->status() < QVVolume::Copying)
+        volume->setStatus(QVVolume::Done);
+    MainThread::performOnMainThread([this] { reloadVolumeList(); }, false);
+}

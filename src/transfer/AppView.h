@@ -1,0 +1,43 @@
+#pragma once
+// Everything the transfer logic shows a person goes through this interface: the GUI implements
+// it with widgets, the command line for a terminal, tests with a recording fake.
+// Every call is made on the main thread.
+
+#include <QString>
+#include <vector>
+
+/// A sheet on the main window: message, up to three buttons and a line of explanation.
+struct SheetRequest {
+    QString message;
+    QString defaultButton = QStringLiteral("OK");
+    QString alternateButton;
+    QString otherButton;
+    QString informativeText;
+};
+
+/// What the toolbar offers for the selected volumes.
+struct ToolbarState {
+    QString transferLabel;
+    QString transferImage;
+    bool transferEnabled = false;
+    bool eraseEnabled = false;
+    bool infoEnabled = false;
+    bool ejectEnabled = false;
+    bool ignoreEnabled = false;
+    bool revealTransferredEnabled = false;
+};
+
+class AppView {
+  public:
+    virtual ~AppView() = default;
+
+    virtual void reloadVolumeList() = 0;
+    /// 1 for the default button, 0 for the alternate, -1 for the other.
+    virtual int showSheet(const SheetRequest& sheet) = 0;
+    /// Rows of the volume list that are selected, in order.
+    virtual std::vector<int> selectedRows() const = 0;
+    virtual void setToolbarState(const ToolbarState& state) = 0;
+    virtual void setBadge(const QString& badge) = 0;
+    virtual void setWindowTitle(const QString& title) = 0;
+    virtual void setRemainingSpaceText(const QString& text) = 0;
+};

@@ -1,0 +1,133 @@
+#include "RecordingAppView.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QThread>
+
+#include "DetachedThreads.h"
+
+bool waitUntil(const std::function<bool()>& condition) {
+    const QDeadlineTimer deadline(20000);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        QThread::msleep(1);
+    }
+    return true;
+}
+
+void drainWorkers() {
+    waitUntil([] { return DetachedThreads::unfinished() == 0; });
+    DetachedThreads::joinAll();
+}
+
+void RecordingAppView::record(const QString& event) {
+    const std::lock_guard lock(mutex_);
+    events_ << event;
+}
+
+void RecordingAppView::reloadVolumeList() {
+    record(QStringLiteral("reload"));
+}
+
+int RecordingAppView::showSheet(const SheetRequest& sheet) {
+    record(QStringLiteral("sheet: %1 | %2").arg(sheet.message, sheet.informativeText));
+    const std::lock_guard lock(mutex_);
+    return sheetAnswer_;
+}
+
+std::vector<int> RecordingAppView::selectedRows() const {
+    const std::lock_guard lock(mutex_);
+    return selected_;
+}
+
+void RecordingAppView::setToolbarState(const ToolbarState& state) {
+    record(QStringLiteral("toolbar: %1").arg(state.transferLabel));
+    const std::lock_guard lock(mutex_);
+    toolbar_ = state;
+}
+
+void RecordingAppView::setBadge(const QString& badge) {
+    record(QStringLiteral("badge: ") + badge);
+}
+void RecordingAppView::setWindowTitle(const QString& title) {
+    record(QStringLiteral("title: ") + title);
+}
+void RecordingAppView::setRemainingSpaceText(const QString& text) {
+    record(QStringLiteral("space: ") + text);
+}
+
+QStringList RecordingAppView::events() const {
+    const std::lock_guard lock(mutex_);
+    return events_;
+}
+
+void RecordingAppView::setSelectedRows(std::vector<int> rows) {
+    const std::lock_guard lock(mutex_);
+    selected_ = std::move(rows);
+}
+
+void RecordingAppView::setSheetAnswer(int answer) {
+    const std::lock_guard lock(mutex_);
+    sheetAnswer_ = answer;
+}
+
+ToolbarState RecordingAppView::toolbar() const {
+    const std::lock_guard lock(mutex_);
+    return toolbar_;
+}
+
+void RecordingNotifier::postGrowlNotification(const QString& title, const QString& description,
+                                              const QString&, const QString& notificationName) {
+    const std::lock_guard lock(mutex_);
+    posted_ << QStringLiteral("%1 | %2 | %3").arg(title, description, notificationName);
+}
+
+QStringList RecordingNotifier::posted() const {
+    const std::lock_guard lock(mutex_);
+    return posted_;
+}
+
+bool RecordingStages::copyDisk(const QString& path, const QStringList& destinations,
+                               const std::shared_ptr<QVVolume>& volume) {
+    const std::lock_guard lock(mutex_);
+    copies_.push_back({path, destinations, volume});
+    return copyResult_;
+}
+
+bool RecordingStages::createDiskImage(const QString& imagePath, const QString&) {
+    const std::lock_guard lock(mutex_);
+    images_ << imagePath;
+    return imageResult_;
+}
+
+void RecordingStages::verifyVolume(const std::shared_ptr<QVVolume>&, const QString& destination) {
+    const std::lock_guard lock(mutex_);
+    verifications_ << destination;
+}
+
+std::vector<RecordingStages::Copy> RecordingStages::copies() const {
+    const std::lock_guard lock(mutex_);
+    return copies_;
+}
+
+QStringList RecordingStages::images() const {
+    const std::lock_guard lock(mutex_);
+    return images_;
+}
+
+QStringList RecordingStages::verifications() const {
+    const std::lock_guard lock(mutex_);
+    return verifications_;
+}
+
+void RecordingStages::setCopyResult(bool result) {
+    const std::lock_guard lock(mutex_);
+    copyResult_ = result;
+}
+
+void RecordingStages::setImageResult(bool result) {
+    const std::lock_guard lock(mutex_);
+    imageResult_ = result;
+}

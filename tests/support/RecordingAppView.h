@@ -1,0 +1,83 @@
+#pragma once
+// Test doubles around the transfer logic: a view, a notifier and copy stages that record what
+// they are asked, plus a helper that waits while the main thread keeps serving requests.
+
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "AppView.h"
+#include "Notifier.h"
+#include "TransferStages.h"
+
+/// Runs the event loop until condition holds; false after 20 s.
+bool waitUntil(const std::function<bool()>& condition);
+/// Serves main-thread requests until every worker thread has returned, then joins them.
+void drainWorkers();
+
+class RecordingAppView : public AppView {
+  public:
+    void reloadVolumeList() override;
+    int showSheet(const SheetRequest& sheet) override;
+    std::vector<int> selectedRows() const override;
+    void setToolbarState(const ToolbarState& state) override;
+    void setBadge(const QString& badge) override;
+    void setWindowTitle(const QString& title) override;
+    void setRemainingSpaceText(const QString& text) override;
+
+    QStringList events() const;
+    int count(const QString& event) const { return int(events().count(event)); }
+    void setSelectedRows(std::vector<int> rows);
+    void setSheetAnswer(int answer);
+    ToolbarState toolbar() const;
+
+  private:
+    void record(const QString& event);
+    mutable std::mutex mutex_;
+    QStringList events_;
+    std::vector<int> selected_;
+    int sheetAnswer_ = 1;
+    ToolbarState toolbar_;
+};
+
+class RecordingNotifier : public Notifier {
+  public:
+    void postGrowlNotification(const QString& title, const QString& description,
+                               const QString& icon, const QString& notificationName) override;
+    QStringList posted() const;
+
+  private:
+    mutable std::mutex mutex_;
+    QStringList posted_;
+};
+
+/// Stages that record each hand-over; copyDisk and createDiskImage answer as told.
+class RecordingStages : public TransferStages {
+  public:
+    bool copyDisk(const QString& path, const QStringList& destinations,
+                  const std::shared_ptr<QVVolume>& volume) override;
+    bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
+    void verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString& destination) override;
+
+    struct Copy {
+        QString path;
+        QStringList destinations;
+        std::shared_ptr<QVVolume> volume;
+    };
+    std::vector<Copy> copies() const;
+    QStringList images() const;
+    QStringList verifications() const;
+    void setCopyResult(bool result);
+    void setImageResult(bool result);
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<Copy> copies_;
+    QStringList images_;
+    QStringList verifications_;
+    bool copyResult_ = true;
+    bool imageResult_ = true;
+};

@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <set>
+#include <thread>
+
+#include "AppController.h"
+#include "FakeClock.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "QVVolume.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
+
+namespace {
+
+void writeFile(const QString& path, const QByteArray& bytes = "x") {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+void setModified(const QString& path, const QDateTime& when) {
+    ASSERT_TRUE(QVFileManager::setModificationDate(when, path)) << path.toStdString();
+}
+
+class AppControllerTest : public testing::Test {
+  protected:
+    AppControllerTest()
+        : settings_(work_.filePath("settings.plist")),
+          clock_(std::make_shared<FakeClock>(QDateTime(QDate(2024, 3, 7), QTime(14, 5, 9)))) {
+        Preferences(settings_).registerAndMigrate();
+        controller_ = std::make_unique<AppController>(settings_, view_, notifier_, stages_, clock_);
+    }
+    void TearDown() override { drainWorkers(); }
+
+    std::shared_ptr<QVVolume> card(const QString& name) {
+        const QString path = work_.filePath("cards/" + name);
+        writeFile(path + "/CLIP/A.MXF", "media");
+        return QVVolume::volumeWithName(name, path, 0, settings_, clock_);
+    }
+    QString dest(const QString& name) const { return work_.filePath("dest/" + name); }
+    void useDestinations(const std::vector<DestinationEntry>& list) {
+        controller_->setDestinationList(list);
+    }
+    bool copiesReach(std::size_t count) {
+        return waitUntil([&] { return stages_.copies().size() >= count; });
+    }
+
+    QTemporaryDir work_;
+    SettingsStore settings_;
+    std::shared_ptr<FakeClock> clock_;
+    RecordingAppView view_;
+    RecordingNotifier notifier_;
+    RecordingStages stages_;
+    std::unique_ptr<AppController> controller_;
+};
+
+}  // namespace
+
+TEST_F(AppControllerTest, AdmitsUpToTheConcurrencyLimitAndStartsTheNextWhenATurnEnds) {
+    settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
+    useDestinations({{1, dest("A")}});
+    const auto first = card("A001"), second = card("A002"), third = card("A003");
+    for (const auto& volume : {first, second, third})
+        controller_->addVolumeToQueue(volume);
+
+    ASSERT_TRUE(copiesReach(2));
+    EXPECT_EQ(controller_->waitingObjects(), std::vector<std::shared_ptr<QVVolume>>{third});
+    EXPECT_EQ(controller_->threadCount(), 2);
+    controller_->releaseSlot(*stages_.copies()[0].volume);
+    ASSERT_TRUE(copiesReach(3));
+    EXPECT_EQ(stages_.copies()[2].volume, third);
+    EXPECT_TRUE(controller_->waitingObjects().empty());
+    EXPECT_EQ(controller_->threadCount(), 2);
+
+    // A limit below 1 counts as 1.
+    for (const auto& copy : stages_.copies()) {
+        if (copy.volume != stages_.copies()[0].volume)
+            controller_->releaseSlot(*copy.volume);
+    }
+    ASSERT_EQ(controller_->threadCount(), 0);
+    settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(0)));
+    const auto fourth = card("A004"), fifth = card("A005");
+    controller_->addVolumeToQueue(fourth);
+    controller_->addVolumeToQueue(fifth);
+    ASSERT_TRUE(copiesReach(4));
+    EXPECT_EQ(controller_->waitingObjects(), std::vector<std::shared_ptr<QVVolume>>{fifth});
+}
+
+TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
+    useDestinations({{1, dest("A")}, {1, dest("B")}});
+    const auto onlyB = card("A001");
+    onlyB->setOutputs(QStringList{dest("B")});
+    controller_->addVolumeToQueue(onlyB);
+    ASSERT_TRUE(copiesReach(1));
+    const QStringList chosen = stages_.copies()[0].destinations;
+    ASSERT_EQ(chosen.size(), 1);
+    EXPECT_TRUE(chosen[0].startsWith(dest("B") + "/Untitled Project/1/"));
+    EXPECT_TRUE(QFileInfo(chosen[0]).isDir()) << "file mode makes the folder";
+    controller_->releaseSlot(*onlyB);
+
+    useDestinations({{1, dest("A")}, {0, dest("B")}});
+    controller_->addVolumeToQueue(onlyB);
+    ASSERT_TRUE(copiesReach(2));
+    EXPECT_TRUE(stages_.copies()[1].destinations.isEmpty()) << "its destination is unticked";
+    controller_->releaseSlot(*onlyB);
+
+    // Nothing ticked: the user is told, and the worker still runs with no destinations.
+    useDestinations({{0, dest("A")}});
+    const auto untouched = card("A002");
+    controller_->addVolumeToQueue(untouched);
+    ASSERT_TRUE(copiesReach(3));
+    EXPECT_TRUE(stages_.copies()[2].destinations.isEmpty());
+    ASSERT_TRUE(waitUntil([&] {
+        return view_.count(
+                   "sheet: No destinations enabled | You must enable at least one destination in "
+                   "order to transfer this volume.") == 1;
+    }));
+    controller_->releaseSlot(*untouched);
+
+    // An empty list is repaired with the default destination, and the repair is stored.
+    useDestinations({});
+    const auto repaired = card("A003");
+    controller_->addVolumeToQueue(repaired);
+    ASSERT_TRUE(copiesReach(4));
+    EXPECT_EQ(Preferences(settings_).destinationList().size(), 1u);
+    EXPECT_TRUE(stages_.copies()[3].destinations[0].startsWith(
+        Preferences::defaultDestination().path + "/Untitled Project/"));
+}
+
+TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollide) {
+    const auto volume = card("A001");
+    const QString base = controller_->reserveDestination(dest("D"), "P", *volume);
+    const auto values = volume->metadata();
+    EXPECT_EQ(base, dest("D") + "/P/1/1/2024_03_07_14_05_09");
+    EXPECT_EQ(values.at("QVMetaTimestamp"), "2024_03_07_14_05_09") << "the stamp is kept";
+
+    QDir().mkpath(base);
+    writeFile(base + "/0001/x");
+    EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0002");
+
+    settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
+    controller_->removeFromReservedFileQueue(controller_->reservedFileQueue());
+    EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0001.dmg");
+    EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0002.dmg")
+        << "0001.dmg is held by the transfer that reserved it";
+
+    // Two workers reserving at once are never handed the same path.
+    std::vector<QString> results[2];
+    std::thread workers[2];
+    for (int w = 0; w < 2; ++w) {
+        workers[w] = std::thread([&, w] {
+            for (int i = 0; i < 25; ++i)
+                results[w].push_back(controller_->reserveDestination(dest("D"), "P", *volume));
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    std::set<QString> distinct(results[0].begin(), results[0].end());
+    distinct.insert(results[1].begin(), results[1].end());
+    EXPECT_EQ(distinct.size(), 50u);
+    EXPECT_FALSE(distinct.count(base + "/0001.dmg"));
+}
+
+TEST_F(AppControllerTest, TheMarkerMarksACardDoneOnlyWhileNothingIsNewer) {
+    const auto volume = card("A001");
+    const QString root = volume->path();
+    const QDateTime now = QDateTime::currentDateTime();
+    writeFile(root + "/CLIP/deep/B.MXF");
+    writeFile(root + "/.hidden-newer");
+    writeFile(root + "/.cardsweep", "");
+    for (const char* item : {"/CLIP/A.MXF", "/CLIP/deep/B.MXF", "/CLIP/deep", "/CLIP"})
+        setModified(root + item, now.addDays(-2));
+    setModified(root + "/.cardsweep", now.addDays(-1));
+    setModified(root + "/.hidden-newer", now);
+
+    controller_->checkDoneFlagForVolume(volume);
+    EXPECT_EQ(volume->status(), QVVolume::Done);
+    EXPECT_EQ(volume->statusText(), "Done");
+
+    volume->setStatus(QVVolume::Idle);
+    volume->setIsFolder(true);
+    controller_->checkDoneFlagForVolume(volume);
+    EXPECT_EQ(volume->status(), QVVolume::Idle) << "a folder is never marked done";
+
+    volume->setIsFolder(false);
+    setModified(root + "/CLIP/deep/B.MXF", now);
+    controller_->checkDoneFlagForVolume(volume);
+    EXPECT_EQ(volume->status(), QVVolume::Idle);
+    EXPECT_FALSE(QFileInfo::exists(root + "/.cardsweep")) << "a stale marker goes";
+}
+
+TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
+    settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
+    useDestinations({{1, dest("A")}});
+    const auto gone = card("GONE");
+    const auto next = card("NEXT");
+    QDir(gone->path()).removeRecursively();
+    controller_->addVolumeToQueue(gone);
+    controller_->addVolumeToQueue(next);
+
+    ASSERT_TRUE(copiesReach(1));
+    EXPECT_EQ(stages_.copies()[0].volume, next);
+    EXPECT_EQ(gone->status(), QVVolume::Failed);
+    EXPECT_EQ(gone->statusText(), "Error: Volume doesn't exist");
+    EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | GONE | Transfer Failed"}));
+}
+
+TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
+    useDestinations({{1, dest("A")}, {1, dest("B")}});
+    const auto volume = card("A001");
+    writeFile(volume->path() + "/.cardsweep", "");
+    writeFile(volume->path() + "/.Trashes/junk", QByteArray(100, 'j'));
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(copiesReach(1));
+
+    EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep")) << "the marker goes first";
+    EXPECT_EQ(settings_.object(SettingsKey::lastTransferDate).toDateTime(), clock_->now());
+    EXPECT_EQ(volume->status(), QVVolume::Copying);
+    EXPECT_EQ(volume->progressBar().maxValue, 5.0) << "media usage leaves system litter out";
+    EXPECT_EQ(volume->destinations().size(), 2);
+    EXPECT_TRUE(controller_->reservedFileQueue().isEmpty());
+    controller_->releaseSlot(*volume);
+
+    // A copy that can't start fails the volume and gives the slot back.
+    stages_.setCopyResult(false);
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Failed; }));
+    EXPECT_EQ(volume->statusText(), "Error: Can't copy disk");
+    ASSERT_TRUE(waitUntil([&] { return controller_->threadCount() == 0; }));
+
+    // Image mode: one image per destination, each verified; a failed image stops the rest.
+    settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return stages_.verifications().size() == 2; }));
+    EXPECT_EQ(stages_.images(), stages_.verifications());
+    EXPECT_EQ(controller_->reservedFileQueue(), stages_.images()) << "held until the end";
+    controller_->removeFromReservedFileQueue(stages_.images());
+    controller_->releaseSlot(*volume);
+
+    stages_.setImageResult(false);
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Failed; }));
+    EXPECT_EQ(volume->statusText(), "Error: Unable to create disk image");
+    EXPECT_EQ(stages_.images().size(), 3);
+    ASSERT_TRUE(waitUntil([&] { return controller_->threadCount() == 0; }));
+    EXPECT_FALSE(controller_->reservedFileQueue().contains(stages_.images().last()));
+}
