@@ -58,6 +58,9 @@ PropertyList::Dictionary SettingsStore::registeredDefaults() const {
 
 PropertyList SettingsStore::object(const QString& key) const {
     const std::lock_guard lock(mutex_);
+    if (const auto it = overrides_.find(key); it != overrides_.end()) {
+        return it->second;
+    }
     if (const auto it = stored_.find(key); it != stored_.end()) {
         return it->second;
     }
@@ -65,6 +68,11 @@ PropertyList SettingsStore::object(const QString& key) const {
         return it->second;
     }
     return {};
+}
+
+void SettingsStore::setOverride(const QString& key, const PropertyList& value) {
+    const std::lock_guard lock(mutex_);
+    overrides_[key] = value;
 }
 
 PropertyList::Dictionary SettingsStore::dictionary(const QString& key) const {
@@ -78,6 +86,7 @@ bool SettingsStore::hasStoredValue(const QString& key) const {
 
 void SettingsStore::setObject(const QString& key, const PropertyList& value) {
     const std::lock_guard lock(mutex_);
+    overrides_.erase(key);
     if (value.isAbsent()) {
         stored_.erase(key);
     } else {

@@ -36,6 +36,10 @@ class SettingsStore {
     void setObject(const QString& key, const PropertyList& value);
     void remove(const QString& key);
 
+    /// A value for this run only: it shadows the stored one and is never written. Writing the
+    /// key with setObject drops the override.
+    void setOverride(const QString& key, const PropertyList& value);
+
     /// Writes the stored values; false (and a log line) when the file can't be written.
     bool synchronize();
 
@@ -47,5 +51,6 @@ class SettingsStore {
     mutable std::mutex mutex_;
     PropertyList::Dictionary stored_;      // guarded by mutex_
     PropertyList::Dictionary registered_;  // guarded by mutex_
+    PropertyList::Dictionary overrides_;   // guarded by mutex_
     bool writable_ = true;  // guarded by mutex_; off when a bad file could not be kept aside
 };

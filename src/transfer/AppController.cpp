@@ -1,18 +1,35 @@
 // Construction and shared state of AppController.
 #include "AppController.h"
 
+#include "MainThread.h"
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 
 AppController::AppController(SettingsStore& settings, AppView& view, Notifier& notifier,
-                             TransferStages& stages, std::shared_ptr<const Clock> clock)
+                             TransferStages* stages, std::shared_ptr<const Clock> clock,
+                             FileLayer& fileLayer)
     : settings_(settings),
       view_(view),
       notifier_(notifier),
-      stages_(stages),
+      stages_(stages ? *stages : *this),
       clock_(std::move(clock)),
+      fileLayer_(fileLayer),
       destinationList_(Preferences(settings).destinationList()) {}
+
+AppController::~AppController() {
+    lifetime_.reset();
+}
+
+void AppController::onMainThread(std::function<void()> fn, bool wait) {
+    const std::weak_ptr<int> alive = lifetime_;
+    MainThread::performOnMainThread(
+        [alive, fn = std::move(fn)] {
+            if (alive.lock())
+                fn();
+        },
+        wait);
+}
 
 std::vector<std::shared_ptr<QVVolume>> AppController::dataArray() const {
     const std::lock_guard lock(dataMutex_);

@@ -16,18 +16,25 @@
 
 #include "AppView.h"
 #include "Clock.h"
+#include "CopyDelegate.h"
 #include "DestinationEntry.h"
+#include "FileLayer.h"
+#include "OperationQueue.h"
+#include "QVVolume.h"
 #include "TransferSettings.h"
+#include "TransferStages.h"
 
 class Notifier;
-class QVVolume;
 class SettingsStore;
-class TransferStages;
 
-class AppController {
+class AppController : public CopyDelegate, public TransferStages {
   public:
+    /// With no stages given, the controller's own copy and verification take over.
     AppController(SettingsStore& settings, AppView& view, Notifier& notifier,
-                  TransferStages& stages, std::shared_ptr<const Clock> clock = Clock::system());
+                  TransferStages* stages = nullptr,
+                  std::shared_ptr<const Clock> clock = Clock::system(),
+                  FileLayer& fileLayer = FileLayer::posix());
+    ~AppController() override;
     AppController(const AppController&) = delete;
     AppController& operator=(const AppController&) = delete;
 
@@ -67,6 +74,54 @@ class AppController {
     QString reserveDestination(const QString& destination, const QString& projectTitle,
                                QVVolume& volume);
 
+    // ---- Volume copy (AppControllerVolumeCopy.cpp)
+    /// Copies the card file by file to every destination, writes the manifests, sets the
+    /// outcome and finishes the volume. Always true: failures are recorded in the volume.
+    bool copyDisk(const QString& path, const QStringList& destinations,
+                  const std::shared_ptr<QVVolume>& volume) override;
+    bool copyItem(const QString& item, const QStringList& destinations,
+                  const QString& relativeSource, const std::shared_ptr<QVVolume>& volume);
+    void copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume);
+    bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
+    /// "checksums.txt" (digest TAB name LF) into every destination, from the inline digests.
+    void writeChecksumFileForVolume(QVVolume& volume);
+
+    // ---- Copy engine delegate (AppControllerCopyDelegate.cpp)
+    void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>& info) override;
+    bool fileCopyShouldContinue(const std::shared_ptr<CopyInfo>& info) override;
+    void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
+                                    const QString& file) override;
+    void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override;
+    /// Share of the work done over every listed volume (NaN with none).
+    float totalProgressForAllVolumes() const;
+
+    // ---- Verification (AppControllerVerification.cpp)
+    void verifyVolume(const std::shared_ptr<QVVolume>& volume,
+                      const QString& destination = QString()) override;
+    using SizeMap = std::map<QString, std::uint64_t>;
+    static std::optional<SizeMap> fileSizeDictForFolder(const QString& folder,
+                                                        const QString& basePath = QString());
+    static SizeMap fileSizeDictForPaths(const QStringList& paths, const QString& basePath);
+    void checksumDictForFolder(const QString& folder, const QString& basePath,
+                               const std::shared_ptr<QVVolume>& volume, bool isSource);
+    void checksumDictForFiles(const QStringList& paths, const QString& basePath,
+                              const std::shared_ptr<QVVolume>& volume, bool isSource);
+    void checksumFile(const QString& path, const QString& basePath,
+                      const std::shared_ptr<QVVolume>& volume, bool isSource);
+    void verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume);
+
+    // ---- Completion (AppControllerCompletion.cpp)
+    void finishVolume(const std::shared_ptr<QVVolume>& volume);
+    void cancelVolume(QVVolume& volume);
+    void incrementFailureCountForVolume(QVVolume& volume);
+    /// The Transfer command on a busy selection: asks, then cancels (and with "Confirm &
+    /// Remove" deletes the reserved destination folders).
+    void cancelSelectedTransfers();
+    /// False when the user keeps the application open over running file operations.
+    bool applicationShouldTerminate();
+    /// Runs after a successful transfer, on a thread of its own.
+    void performPostActions(const std::shared_ptr<QVVolume>& volume);
+
     // ---- Presentation (AppControllerPresentation.cpp); main thread only
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
@@ -78,12 +133,20 @@ class AppController {
     void markFailed(QVVolume& volume, const QString& reason);
     void postTransferFailed(const QVVolume& volume);
     bool inImageMode() const;
+    /// Runs fn on the main thread (see MainThread); a request still queued when the controller
+    /// goes is dropped.
+    void onMainThread(std::function<void()> fn, bool wait);
+    void setOutcome(QVVolume& volume, bool copyFailed);
+    std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
 
     SettingsStore& settings_;
     AppView& view_;
     Notifier& notifier_;
     TransferStages& stages_;
     const std::shared_ptr<const Clock> clock_;
+    FileLayer& fileLayer_;
+    OperationQueue operationQueue_{8};  // digest work of verification, across volumes
+    std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 
     mutable std::mutex queueMutex_;
     std::vector<std::shared_ptr<QVVolume>> waitingObjects_;  // guarded by queueMutex_

@@ -44,7 +44,7 @@ SpaceFigures spaceOf(const QString& path) {
 void AppController::markFailed(QVVolume& volume, const QString& reason) {
     volume.setStatus(QVVolume::Failed);
     volume.setErrorString(reason);
-    MainThread::performOnMainThread([this] { reloadVolumeList(); }, true);
+    onMainThread([this] { reloadVolumeList(); }, true);
 }
 
 void AppController::postTransferFailed(const QVVolume& volume) {
@@ -53,7 +53,7 @@ void AppController::postTransferFailed(const QVVolume& volume) {
 }
 
 void AppController::processVolumeWithSettings(const TransferSettings& settings) {
-    MainThread::performOnMainThread([this] { refreshTotalRemainingSpace(); }, false);
+    onMainThread([this] { refreshTotalRemainingSpace(); }, false);
     const std::shared_ptr<QVVolume> volume = settings.volume;
     QVVolume& v = *volume;
     v.incrementThreadCount();
@@ -96,9 +96,9 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
     if (anythingAt(marker))
         QVFileManager::removeFile(marker);
 
-    MainThread::performOnMainThread([&v] { v.resetProgress(); }, true);
+    onMainThread([&v] { v.resetProgress(); }, true);
     v.setStatus(QVVolume::Copying);
-    MainThread::performOnMainThread(
+    onMainThread(
         [this] {
             reloadVolumeList();
             updateToolbarForTableSelection();
@@ -131,7 +131,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
 
     const std::uint64_t usage = v.totalMediaUsage();
     QVLog::appendLogAndPrint(u"Volume media usage: %llu", static_cast<unsigned long long>(usage));
-    MainThread::performOnMainThread([&v, usage] { v.setMaxProgressValue(double(usage)); }, true);
+    onMainThread([&v, usage] { v.setMaxProgressValue(double(usage)); }, true);
 
     if (imageMode) {
         QVLog::appendLog(u"Creating disk image...");

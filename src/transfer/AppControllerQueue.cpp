@@ -58,7 +58,7 @@ QStringList AppController::chooseDestinations(const QVVolume& volume) {
         Preferences(settings_).setDestinationList(list);
     } else if (std::none_of(list.begin(), list.end(),
                             [](const DestinationEntry& entry) { return entry.isSelected(); })) {
-        MainThread::performOnMainThread(
+        onMainThread(
             [this] {
                 view_.showSheet({QStringLiteral("No destinations enabled"),
                                  QStringLiteral("OK"),
@@ -161,5 +161,5 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
     }
     if (volume->status() < QVVolume::Copying)
         volume->setStatus(QVVolume::Done);
-    MainThread::performOnMainThread([this] { reloadVolumeList(); }, false);
+    onMainThread([this] { reloadVolumeList(); }, false);
 }

@@ -4,7 +4,10 @@
 // Every call is made on the main thread.
 
 #include <QString>
+#include <memory>
 #include <vector>
+
+class QVVolume;
 
 /// A sheet on the main window: message, up to three buttons and a line of explanation.
 struct SheetRequest {
@@ -40,4 +43,6 @@ class AppView {
     virtual void setBadge(const QString& badge) = 0;
     virtual void setWindowTitle(const QString& title) = 0;
     virtual void setRemainingSpaceText(const QString& text) = 0;
+    /// Opens the review of the files that failed verification; returns once it is shown.
+    virtual void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) = 0;
 };

@@ -331,6 +331,25 @@ QStringList QVVolume::quickTimeMoviesInFolder(const QString& folder, int limit) 
     return movies;
 }
 
+void QVVolume::updateSourceChecksum(const QString& checksum, const QString& path) {
+    const std::lock_guard lock(mutex_);
+    sourceChecksumDict_[path] = checksum;
+}
+
+void QVVolume::updateDestChecksum(const QString& checksum, const QString& path,
+                                  const QString& mountPoint) {
+    const std::lock_guard lock(mutex_);
+    destChecksumDict_[mountPoint][path] = checksum;
+}
+
+std::map<QString, QVVolume::ChecksumMap> QVVolume::destChecksumDict() const {
+    return locked(mutex_, destChecksumDict_);
+}
+
+void QVVolume::setDestChecksumDict(const std::map<QString, ChecksumMap>& checksums) {
+    assign(mutex_, destChecksumDict_, checksums);
+}
+
 void QVVolume::populateDefaultMetadata(SettingsStore& settings) {
     setMetadata(
         MetadataNaming::populateDefaultMetadata(settings, *clock_, QVLocalPaths::username()));

@@ -130,10 +130,13 @@ class QVVolume {
     /// first in name order, stopping once limit are found (limit < 0: all).
     static QStringList quickTimeMoviesInFolder(const QString& folder, int limit = -1);
 
-    /// Kept for callers that report per-file checksums; they record nothing.
-    void updateSourceChecksum(const QString& /*checksum*/, const QString& /*path*/) {}
-    void updateDestChecksum(const QString& /*checksum*/, const QString& /*path*/,
-                            const QString& /*mountPoint*/) {}
+    /// On-disk digests by relative path, from several threads at once.
+    void updateSourceChecksum(const QString& checksum, const QString& path);
+    void updateDestChecksum(const QString& checksum, const QString& path,
+                            const QString& mountPoint);
+    /// Destination folder -> relative path -> digest, as read back by verification.
+    std::map<QString, ChecksumMap> destChecksumDict() const;
+    void setDestChecksumDict(const std::map<QString, ChecksumMap>& checksums);
 
     void populateDefaultMetadata(SettingsStore& settings);
 
@@ -157,6 +160,7 @@ class QVVolume {
     std::uint64_t totalMediaUsage_ = 0;                             // guarded by mutex_
     ChecksumMap sourceChecksumDict_;                                // guarded by mutex_
     std::vector<ChecksumMap> destChecksums_;                        // guarded by mutex_
+    std::map<QString, ChecksumMap> destChecksumDict_;               // guarded by mutex_
     QVTimeEstimate timeEstimate_;
     std::optional<QDateTime> lastProgressUpdate_;         // guarded by mutex_
     bool isFolder_ = false;                               // guarded by mutex_

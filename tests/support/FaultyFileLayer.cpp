@@ -31,7 +31,19 @@ int FaultyFileLayer::openRead(const QByteArray& path) {
     return track(PosixFileLayer::openRead(path), path);
 }
 
+void FaultyFileLayer::failCreationsUnder(const QString& folder) {
+    const std::lock_guard lock(mutex_);
+    fullFolder_ = QFile::encodeName(folder) + '/';
+}
+
 int FaultyFileLayer::openReadWrite(const QByteArray& path) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!fullFolder_.isEmpty() && path.startsWith(fullFolder_)) {
+            errno = ENOSPC;
+            return -1;
+        }
+    }
     return track(PosixFileLayer::openReadWrite(path), path);
 }
 
@@ -48,8 +60,12 @@ FaultyFileLayer::Faults FaultyFileLayer::faultsFor(int fd) const {
     const auto path = open_.find(fd);
     if (path == open_.end())
         return {};
-    const auto faults = faults_.find(path->second);
-    return faults == faults_.end() ? Faults{} : faults->second;
+    // A fault set for a path ending applies to every file whose path ends so.
+    for (const auto& [ending, faults] : faults_) {
+        if (path->second.endsWith(ending))
+            return faults;
+    }
+    return {};
 }
 
 ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {

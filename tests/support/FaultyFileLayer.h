@@ -1,6 +1,7 @@
 #pragma once
-// The real file system with faults injected by path: a disk that fills up after some bytes, a
-// write that lands corrupted, a card that stops answering part-way through a read.
+// The real file system with faults injected by path (or by the ending of paths): a disk that
+// fills up after some bytes, a write that lands corrupted, a card that stops answering part-way
+// through a read.
 
 #include <QByteArray>
 #include <QString>
@@ -17,6 +18,8 @@ class FaultyFileLayer : public PosixFileLayer {
     void corruptWriteAt(const QString& path, off_t offset);
     /// Reads beyond this many bytes fail with EIO.
     void failReadsAfter(const QString& path, off_t bytes);
+    /// Files can't be created under this folder any more (ENOSPC), as on a full disk.
+    void failCreationsUnder(const QString& folder);
 
     int openRead(const QByteArray& path) override;
     int openReadWrite(const QByteArray& path) override;
@@ -36,4 +39,5 @@ class FaultyFileLayer : public PosixFileLayer {
     mutable std::mutex mutex_;
     std::map<QByteArray, Faults> faults_;  // guarded by mutex_
     std::map<int, QByteArray> open_;       // guarded by mutex_
+    QByteArray fullFolder_;                // guarded by mutex_
 };

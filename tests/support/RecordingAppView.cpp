@@ -5,6 +5,7 @@
 #include <QThread>
 
 #include "DetachedThreads.h"
+#include "QVVolume.h"
 
 bool waitUntil(const std::function<bool()>& condition) {
     const QDeadlineTimer deadline(20000);
@@ -56,6 +57,10 @@ void RecordingAppView::setWindowTitle(const QString& title) {
 }
 void RecordingAppView::setRemainingSpaceText(const QString& text) {
     record(QStringLiteral("space: ") + text);
+}
+
+void RecordingAppView::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>&) {
+    record(QStringLiteral("review"));
 }
 
 QStringList RecordingAppView::events() const {

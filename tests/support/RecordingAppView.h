@@ -27,6 +27,7 @@ class RecordingAppView : public AppView {
     void setBadge(const QString& badge) override;
     void setWindowTitle(const QString& title) override;
     void setRemainingSpaceText(const QString& text) override;
+    void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
 
     QStringList events() const;
     int count(const QString& event) const { return int(events().count(event)); }

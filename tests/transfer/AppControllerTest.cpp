@@ -35,7 +35,8 @@ class AppControllerTest : public testing::Test {
         : settings_(work_.filePath("settings.plist")),
           clock_(std::make_shared<FakeClock>(QDateTime(QDate(2024, 3, 7), QTime(14, 5, 9)))) {
         Preferences(settings_).registerAndMigrate();
-        controller_ = std::make_unique<AppController>(settings_, view_, notifier_, stages_, clock_);
+        controller_ =
+            std::make_unique<AppController>(settings_, view_, notifier_, &stages_, clock_);
     }
     void TearDown() override { drainWorkers(); }
 
@@ -251,4 +252,31 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     EXPECT_EQ(stages_.images().size(), 3);
     ASSERT_TRUE(waitUntil([&] { return controller_->threadCount() == 0; }));
     EXPECT_FALSE(controller_->reservedFileQueue().contains(stages_.images().last()));
+}
+
+TEST_F(AppControllerTest, ConfirmAndRemoveDeletesOnlyTheReservedFolders) {
+    useDestinations({{1, dest("A")}, {1, dest("B")}});
+    writeFile(dest("A") + "/Untitled Project/earlier card/keep.MXF");
+    const auto volume = card("A001");
+    controller_->setDataArray({volume});
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(copiesReach(1));
+    const QStringList reserved = volume->destinations();
+    ASSERT_EQ(reserved.size(), 2);
+    for (const QString& folder : reserved)
+        writeFile(folder + "/copied.MXF");
+
+    view_.setSelectedRows({0});
+    view_.setSheetAnswer(0);
+    controller_->cancelSelectedTransfers();
+    EXPECT_EQ(volume->status(), QVVolume::Copying) << "\"Cancel\" leaves the transfer running";
+
+    view_.setSheetAnswer(-1);
+    controller_->cancelSelectedTransfers();
+    EXPECT_EQ(volume->status(), QVVolume::Cancelled);
+    EXPECT_EQ(controller_->threadCount(), 0) << "its slot is given back";
+    for (const QString& folder : reserved)
+        EXPECT_FALSE(QFileInfo::exists(folder));
+    EXPECT_TRUE(QFileInfo::exists(dest("A") + "/Untitled Project/earlier card/keep.MXF"));
+    EXPECT_TRUE(QFileInfo::exists(volume->path() + "/CLIP/A.MXF"));
 }

@@ -1,0 +1,113 @@
+// The end of a volume's transfer: finishing, cancelling, failure counts, the quit guard and
+// the actions after a successful transfer.
+#include <QFile>
+
+#include "AppController.h"
+#include "DetachedThreads.h"
+#include "MainThread.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "QVLog.h"
+#include "SettingsStore.h"
+
+void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
+    QVVolume& v = *volume;
+    onMainThread(
+        [this] {
+            reloadVolumeList();
+            updateToolbarForTableSelection();
+        },
+        true);
+    onMainThread([this] { refreshTotalRemainingSpace(); }, false);
+    QVLog::appendLog(u"Finishing volume %@", v.path());
+    removeFromReservedFileQueue(v.destinations());
+    releaseSlot(v);
+    const qint64 status = v.status();
+    if (status != QVVolume::Failed && status != QVVolume::Cancelled)
+        DetachedThreads::start([this, volume] { performPostActions(volume); });
+    // A finish may start one more waiting volume than the limit allows; that is kept.
+    processNextQueueItem();
+}
+
+void AppController::cancelVolume(QVVolume& volume) {
+    for (qint64 n = volume.threadCount(); n > 0; --n) {
+        volume.decrementThreadCount();
+        decrementThreadCount();
+    }
+    operationQueue_.cancelAllOperations();
+    onMainThread([this] { refreshTotalRemainingSpace(); }, false);
+}
+
+void AppController::incrementFailureCountForVolume(QVVolume& volume) {
+    PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
+    const auto info = QVFileManager::infoForDiskAtMountpoint(volume.path());
+    if (!info)
+        return;
+    QString key = (*info)["DiskUUID"].toString();
+    if (key.isEmpty())
+        key = (*info)["VolumeUUID"].toString();
+    if (key.isEmpty())
+        return;
+    const auto found = counts.find(key);
+    const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
+    counts[key] = PropertyList(count + 1);
+    settings_.setObject(SettingsKey::failureCounts, PropertyList(counts));
+}
+
+void AppController::cancelSelectedTransfers() {
+    const int answer = view_.showSheet(
+        {QStringLiteral("Are you sure you wish to abort this transfer?"), QStringLiteral("Confirm"),
+         QStringLiteral("Cancel"), QStringLiteral("Confirm & Remove"),
+         QStringLiteral("You can remove transferred files by choosing Confirm & Remove.")});
+    if (answer == 0)
+        return;
+    const bool remove = answer == -1;
+    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+    for (const int row : view_.selectedRows()) {
+        if (row < 0 || std::size_t(row) >= volumes.size())
+            continue;
+        QVVolume& v = *volumes[std::size_t(row)];
+        QVLog::appendLog(u"User cancelled transfer for volume %@", v.path());
+        v.setStatus(QVVolume::Cancelled);
+        cancelVolume(v);
+        if (remove) {
+            QVLog::appendLog(u"User chose to remove transferred files for volume %@", v.path());
+            for (const QString& destination : v.destinations()) {
+                QVLog::appendLog(u"Removing path %@", destination);
+                QVFileManager::removeFile(destination);
+            }
+        }
+        updateToolbarForTableSelection();
+    }
+    ToolbarState state;
+    state.transferLabel = QStringLiteral("Transfer");
+    state.transferImage = QStringLiteral("Transfer.png");
+    state.transferEnabled = true;
+    view_.setToolbarState(state);
+    reloadVolumeList();
+}
+
+bool AppController::applicationShouldTerminate() {
+    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+    const bool busy = std::any_of(volumes.begin(), volumes.end(), [](const auto& volume) {
+        const qint64 status = volume->status();
+        return status >= QVVolume::Copying && status <= QVVolume::Formatting;
+    });
+    if (!busy)
+        return true;
+    return view_.showSheet(
+               {QStringLiteral("File operations are in progress. Are you sure you wish to quit?"),
+                QStringLiteral("Quit"), QStringLiteral("Cancel"), QString(),
+                QStringLiteral("This will cancel any transfers.")}) == 1;
+}
+
+void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
+    QVVolume& v = *volume;
+    v.setStatus(QVVolume::Finishing);
+    onMainThread([this] { reloadVolumeList(); }, false);
+    if (settings_.isOn(SettingsKey::writeDoneFlag) && !v.isFolder())
+        QVFileManager::createEmptyFile(v.path() + QStringLiteral("/.cardsweep"));
+    writeChecksumFileForVolume(v);
+    v.setStatus(QVVolume::Done);
+    onMainThread([this] { reloadVolumeList(); }, false);
+}

@@ -1,0 +1,258 @@
+// Verification after a transfer: sizes and digests read back from every destination and
+// compared with the card's.
+#include <sys/stat.h>
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include "AppController.h"
+#include "FileHash.h"
+#include "MainThread.h"
+#include "Preferences.h"
+#include "QVException.h"
+#include "QVLog.h"
+#include "SettingsStore.h"
+
+namespace {
+
+// Hidden entries, the manifest and the archives the post actions make are never compared.
+bool isLeftOut(const QString& name) {
+    return name.startsWith(u'.') || name == QLatin1String("checksums.txt") ||
+           name.endsWith(QLatin1String(" Archive.dmg")) ||
+           name.endsWith(QLatin1String(" Archive.zip"));
+}
+
+QStringList entriesOf(const QString& folder) {
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                  QDir::NoDotAndDotDot);
+}
+
+bool lstatPath(const QString& path, struct stat* status) {
+    return ::lstat(QFile::encodeName(path).constData(), status) == 0;
+}
+
+template <typename Map>
+Map blankDictionaryWithKeys(const std::map<QString, std::uint64_t>& sizes) {
+    Map blank;
+    for (const auto& [key, size] : sizes)
+        blank[key] = QString();
+    return blank;
+}
+
+void addSizes(const QString& folder, const QString& basePath, AppController::SizeMap& sizes) {
+    for (const QString& name : entriesOf(folder)) {
+        if (isLeftOut(name))
+            continue;
+        const QString entry = folder + u'/' + name;
+        struct stat status {};
+        if (!lstatPath(entry, &status))
+            continue;
+        if (S_ISDIR(status.st_mode)) {
+            addSizes(entry, basePath, sizes);
+            continue;
+        }
+        sizes[entry.mid(basePath.size())] = std::uint64_t(status.st_size);
+    }
+}
+
+QString describe(const QVVolume::ChecksumMap& digests) {
+    QStringList entries;
+    for (const auto& [path, digest] : digests)
+        entries << QStringLiteral("\"%1\" = %2").arg(path, digest);
+    return QStringLiteral("{ %1 }").arg(entries.join(QStringLiteral("; ")));
+}
+
+}  // namespace
+
+std::optional<AppController::SizeMap> AppController::fileSizeDictForFolder(
+    const QString& folder, const QString& basePath) {
+    try {
+        SizeMap sizes;
+        addSizes(folder, basePath.isNull() ? folder : basePath, sizes);
+        return sizes;
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "fileSizeDictForFolder:basePath:");
+        return std::nullopt;
+    }
+}
+
+AppController::SizeMap AppController::fileSizeDictForPaths(const QStringList& paths,
+                                                           const QString& basePath) {
+    SizeMap sizes;
+    for (const QString& path : paths) {
+        struct stat status {};
+        if (lstatPath(path, &status))
+            sizes[path.mid(basePath.size())] = std::uint64_t(status.st_size);
+    }
+    return sizes;
+}
+
+void AppController::checksumDictForFolder(const QString& folder, const QString& basePath,
+                                          const std::shared_ptr<QVVolume>& volume, bool isSource) {
+    for (const QString& name : entriesOf(folder)) {
+        if (isLeftOut(name))
+            continue;
+        const QString entry = folder + u'/' + name;
+        struct stat status {};
+        if (!lstatPath(entry, &status) || S_ISLNK(status.st_mode))
+            continue;
+        if (S_ISDIR(status.st_mode)) {
+            checksumDictForFolder(entry, basePath, volume, isSource);
+            continue;
+        }
+        operationQueue_.addOperation(
+            [=, this] { checksumFile(entry, basePath, volume, isSource); });
+    }
+}
+
+void AppController::checksumDictForFiles(const QStringList& paths, const QString& basePath,
+                                         const std::shared_ptr<QVVolume>& volume, bool isSource) {
+    for (const QString& path : paths) {
+        struct stat status {};
+        if (isLeftOut(QFileInfo(path).fileName()) || !lstatPath(path, &status) ||
+            S_ISLNK(status.st_mode))
+            continue;
+        operationQueue_.addOperation([=, this] { checksumFile(path, basePath, volume, isSource); });
+    }
+}
+
+void AppController::checksumFile(const QString& path, const QString& basePath,
+                                 const std::shared_ptr<QVVolume>& volume, bool isSource) {
+    try {
+        QVLog::fastAppendLog(u"Getting checksum for file %@...", path);
+        const QString relative = path.mid(basePath.size());
+        const auto progress = [this, volume](std::uint64_t bytes) {
+            verificationProgressUpdate(bytes, *volume);
+        };
+        const auto digest = settings_.integer(SettingsKey::checksumFormat) == 1
+                                ? FileSHA1HashCreateWithPath(path, 4096, progress)
+                                : FileMD5HashCreateWithPath(path, 4096, progress);
+        QVLog::appendLog(u"Checksum complete for file %@.", path);
+        if (!digest || digest->isEmpty() || basePath.isEmpty())
+            return;
+        if (isSource)
+            volume->updateSourceChecksum(*digest, relative);
+        else
+            volume->updateDestChecksum(*digest, relative, basePath);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "checksumFile:basePath:volume:isSource:");
+    }
+}
+
+void AppController::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
+    if (volume.status() == QVVolume::Cancelled)
+        return;
+    const std::lock_guard lock(lock_);
+    volume.incrementProgress(double(bytes));
+    const QDateTime now = clock_->now();
+    const auto last = volume.lastProgressUpdate();
+    if (last && last->msecsTo(now) < 3000)
+        return;
+    volume.setLastProgressUpdate(now);
+    onMainThread([this] { reloadVolumeList(); }, false);
+}
+
+void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString&) {
+    QVVolume& v = *volume;
+    const QString path = v.path();
+    const auto finish = [this, volume] {
+        onMainThread([this, volume] { finishVolume(volume); }, true);
+    };
+    const auto fail = [this, &v, volume](const QString& reason) {
+        v.setStatus(QVVolume::Failed);
+        v.setErrorString(reason);
+        QVLog::appendLog(u"%@", reason);
+        incrementFailureCountForVolume(v);
+    };
+    const auto showReview = [this, volume] {
+        onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
+    };
+    const auto setVerifying = [this, &v] {
+        v.setStatus(QVVolume::Verifying);
+        onMainThread([this] { reloadVolumeList(); }, true);
+    };
+    const QStringList destinations = v.destinations();
+    const bool imageMode = inImageMode();
+
+    if (settings_.isOn(SettingsKey::verifyFileSizes)) {
+        QVLog::appendLog(u"Verifying file sizes for volume %@", path);
+        setVerifying();
+        if (!imageMode) {
+            const SizeMap sources =
+                v.hasQTMovies()
+                    ? fileSizeDictForPaths(v.qtMoviePaths().value_or(QStringList()), path)
+                    : fileSizeDictForFolder(path).value_or(SizeMap());
+            v.setSourceChecksumDict(blankDictionaryWithKeys<QVVolume::ChecksumMap>(sources));
+            std::map<QString, QVVolume::ChecksumMap> blanks;
+            for (const QString& destination : destinations) {
+                const SizeMap sizes = fileSizeDictForFolder(destination).value_or(SizeMap());
+                blanks[destination] = blankDictionaryWithKeys<QVVolume::ChecksumMap>(sizes);
+                v.setDestChecksumDict(blanks);
+                if (sizes == sources)
+                    continue;
+                fail(QStringLiteral(
+                    "Verification failure: Source file sizes do not match destination file sizes"));
+                showReview();
+                break;
+            }
+        }
+    }
+    if (!settings_.isOn(SettingsKey::verifyFileChecksums))
+        return finish();
+
+    QVLog::appendLog(u"Verifying file checksums for volume %@", path);
+    const auto withPath = std::count_if(destinations.begin(), destinations.end(),
+                                        [](const QString& d) { return !d.isEmpty(); });
+    const double extra = double(withPath) * double(v.totalMediaUsage());
+    onMainThread([&v, extra] { v.incrementMaxProgress(extra); }, true);
+    v.timeEstimate().reset();
+    v.timeEstimate().start();
+    setVerifying();
+
+    if (imageMode) {
+        // Images are checked by the disk-mode stage; nothing to compare file by file here.
+        return finish();
+    }
+    if (v.status() == QVVolume::Failed)
+        return finish();
+    v.setSourceChecksumDict({});
+    v.setDestChecksumDict({});
+
+    if (v.status() != QVVolume::Cancelled) {
+        if (v.hasQTMovies())
+            checksumDictForFiles(v.qtMoviePaths().value_or(QStringList()), path, volume, true);
+        else
+            checksumDictForFolder(path, path, volume, true);
+        for (const QString& destination : destinations) {
+            if (v.status() == QVVolume::Cancelled)
+                return;
+            checksumDictForFolder(destination, destination, volume, false);
+        }
+        operationQueue_.waitUntilAllOperationsAreFinished();
+    }
+    if (v.status() == QVVolume::Cancelled)
+        return;
+    const QVVolume::ChecksumMap sources = v.sourceChecksumDict();
+    QVLog::appendLog(u"Source checksums: %@", describe(sources));
+    if (destinations.isEmpty())
+        return finish();
+
+    const auto perDestination = v.destChecksumDict();
+    for (const QString& destination : destinations) {
+        if (v.status() == QVVolume::Cancelled)
+            return;
+        const auto found = perDestination.find(destination);
+        const QVVolume::ChecksumMap digests =
+            found == perDestination.end() ? QVVolume::ChecksumMap() : found->second;
+        QVLog::appendLog(u"Destination checksums: %@", describe(digests));
+        if (digests == sources)
+            continue;
+        fail(QStringLiteral("Verification failure: Source files do not match destination files"));
+        writeChecksumFileForVolume(v);
+        showReview();
+        return finish();
+    }
+    finish();
+}

@@ -1,0 +1,276 @@
+// Whole file-mode transfers through the controller's own copy, verification and completion.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include "AppController.h"
+#include "FaultyFileLayer.h"
+#include "FileHash.h"
+#include "Preferences.h"
+#include "QVVolume.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
+#include "SystemLog.h"
+
+namespace {
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+// Relative path -> content of every file below root, links as their targets' names.
+std::map<QString, QByteArray> snapshot(const QString& root, const QStringList& leaveOut = {}) {
+    std::map<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString relative = path.mid(root.size());
+        if (leaveOut.contains(QFileInfo(path).fileName()))
+            continue;
+        files[relative] = readFile(path);
+    }
+    return files;
+}
+
+class OffloadTest : public testing::Test {
+  protected:
+    OffloadTest() : settings_(work_.filePath("settings.plist")) {
+        Preferences(settings_).registerAndMigrate();
+        settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
+        settings_.setObject(SettingsKey::writeDoneFlag, PropertyList(qint64(1)));
+    }
+    void TearDown() override { drainWorkers(); }
+
+    void makeController(FileLayer& layer = FileLayer::posix()) {
+        controller_ = std::make_unique<AppController>(settings_, view_, notifier_, nullptr,
+                                                      Clock::system(), layer);
+        controller_->setDestinationList(
+            {{1, work_.filePath("dest one")}, {1, work_.filePath("dest two")}});
+    }
+    std::shared_ptr<QVVolume> card(const QString& name) {
+        const QString root = work_.filePath("cards/" + name);
+        writeFile(root + "/CONTENTS/CLIP/A001C001.MXF", QByteArray(300000, 'a'));
+        writeFile(root + "/CONTENTS/CLIP/A001C002.MXF", QByteArray(5 * 1024 * 1024 + 9, 'b'));
+        writeFile(root + "/CONTENTS/CLIP/.hidden-inside", "kept");
+        writeFile(root + "/CONTENTS/PROXY/A001C001.MP4", "proxy");
+        writeFile(root + "/.Trashes/junk", "skipped");
+        writeFile(root + "/.DS_Store", "skipped");
+        auto volume = QVVolume::volumeWithName(name, root, 0, settings_);
+        return volume;
+    }
+    bool offload(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
+        controller_->setDataArray(volumes);
+        for (const auto& volume : volumes)
+            controller_->addVolumeToQueue(volume);
+        return waitUntil([&] {
+            for (const auto& volume : volumes) {
+                const qint64 status = volume->status();
+                if (status != QVVolume::Done && status != QVVolume::Failed)
+                    return false;
+            }
+            return true;
+        });
+    }
+
+    QTemporaryDir work_;
+    SettingsStore settings_;
+    RecordingAppView view_;
+    RecordingNotifier notifier_;
+    std::unique_ptr<AppController> controller_;
+};
+
+}  // namespace
+
+TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFiles) {
+    makeController();
+    const auto volume = card("A001");
+    const auto before = snapshot(volume->path());
+    ASSERT_TRUE(offload({volume}));
+    drainWorkers();
+    EXPECT_EQ(volume->status(), QVVolume::Done);
+
+    const auto copied = snapshot(volume->path(), {".DS_Store", "junk", ".cardsweep"});
+    const QStringList destinations = volume->destinations();
+    ASSERT_EQ(destinations.size(), 2);
+    for (const QString& destination : destinations) {
+        EXPECT_TRUE(destination.startsWith(work_.filePath("dest")));
+        EXPECT_EQ(snapshot(destination, {"checksums.txt"}), copied);
+        const QStringList lines = QString::fromUtf8(readFile(destination + "/checksums.txt"))
+                                      .split(u'\n', Qt::SkipEmptyParts);
+        EXPECT_EQ(lines.size(), 4);  // by file name: the two A001C001 files give one line
+        for (const QString& line : lines) {
+            const QString digest = line.section(u'\t', 0, 0);
+            const QString name = line.section(u'\t', 1);
+            QDirIterator it(destination, {name}, QDir::Files | QDir::Hidden,
+                            QDirIterator::Subdirectories);
+            bool matched = false;
+            while (it.hasNext())
+                matched = matched || FileMD5HashCreateWithPath(it.next()) == digest;
+            EXPECT_TRUE(matched) << line.toStdString();
+        }
+    }
+    // The card gains its done-marker and nothing else.
+    auto after = snapshot(volume->path());
+    EXPECT_EQ(after.erase("/.cardsweep"), 1u);
+    EXPECT_EQ(after, before);
+}
+
+TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
+    makeController();
+    const auto first = card("A001");
+    const auto second = card("B001");
+    const QString empty = work_.filePath("cards/EMPTY");
+    writeFile(empty + "/.Trashes/x", "x");
+    writeFile(empty + "/.fseventsd/y", "y");
+    const auto litter = QVVolume::volumeWithName("EMPTY", empty, 0, settings_);
+    ASSERT_TRUE(offload({first, second, litter}));
+    for (const auto& volume : {first, second, litter})
+        EXPECT_EQ(volume->status(), QVVolume::Done) << volume->name().toStdString();
+    for (const QString& destination : litter->destinations())
+        EXPECT_EQ(readFile(destination + "/checksums.txt"), "");
+    EXPECT_EQ(snapshot(second->destinations()[1], {"checksums.txt"}),
+              snapshot(second->path(), {".DS_Store", "junk", ".cardsweep"}));
+}
+
+TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
+    FaultyFileLayer layer;
+    layer.failCreationsUnder(work_.filePath("dest two"));
+    makeController(layer);
+    const auto volume = card("A001");
+    const auto before = snapshot(volume->path());
+    ASSERT_TRUE(offload({volume}));
+    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
+    EXPECT_EQ(snapshot(volume->path()), before) << "no marker on a failed card";
+}
+
+TEST_F(OffloadTest, ADamagedCopyIsReportedWithEveryFailingDestination) {
+    FaultyFileLayer layer;
+    makeController(layer);
+    const auto volume = card("A001");
+    // Both copies of one file come back damaged: one record, listed twice.
+    layer.corruptWriteAt("/CONTENTS/CLIP/A001C002.MXF", 4 * 1024 * 1024 + 17);
+    ASSERT_TRUE(offload({volume}));
+    EXPECT_EQ(volume->statusText(),
+              "Error: Verification failure: Source file sizes do not match destination file sizes");
+    const auto failed = volume->failedFiles();
+    ASSERT_EQ(failed.size(), 2u);
+    EXPECT_EQ(failed[0], failed[1]);
+    EXPECT_EQ(failed[0]->failedFile, volume->destinations()[1] + "/CONTENTS/CLIP/A001C002.MXF");
+    EXPECT_EQ(view_.count("review"), 2);
+    EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep")) << "a failed card isn't marked";
+}
+
+TEST_F(OffloadTest, VerificationReadsEverythingBackAndCatchesLaterDamage) {
+    makeController();
+    settings_.setObject(SettingsKey::verifyFileSizes, PropertyList(qint64(1)));
+    settings_.setObject(SettingsKey::verifyFileChecksums, PropertyList(qint64(1)));
+    const auto volume = card("A001");
+    ASSERT_TRUE(offload({volume}));
+    drainWorkers();
+    ASSERT_EQ(volume->status(), QVVolume::Done);
+
+    controller_->verifyVolume(volume);
+    drainWorkers();
+    EXPECT_NE(volume->status(), QVVolume::Failed) << volume->statusText().toStdString();
+    EXPECT_EQ(volume->sourceChecksumDict().size(), 3u) << "hidden files are not compared";
+
+    // Damage one copy without changing its size.
+    const QString damaged = volume->destinations()[1] + "/CONTENTS/CLIP/A001C002.MXF";
+    QFile file(damaged);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    file.seek(1234);
+    file.write("X");
+    file.close();
+    controller_->verifyVolume(volume);
+    drainWorkers();
+    EXPECT_EQ(volume->statusText(),
+              "Error: Verification failure: Source files do not match destination files");
+    EXPECT_EQ(view_.count("review"), 1);
+    const auto perDestination = volume->destChecksumDict();
+    EXPECT_NE(perDestination.at(volume->destinations()[1]).at("/CONTENTS/CLIP/A001C002.MXF"),
+              volume->sourceChecksumDict().at("/CONTENTS/CLIP/A001C002.MXF"));
+
+    // An extra file fails the size comparison.
+    writeFile(volume->destinations()[0] + "/EXTRA.MXF", "user file");
+    controller_->verifyVolume(volume);
+    drainWorkers();
+    EXPECT_EQ(volume->statusText(),
+              "Error: Verification failure: Source files do not match destination files");
+    EXPECT_EQ(view_.count("review"), 3) << "sizes, then digests";
+}
+
+TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
+    QTemporaryDir dir;
+    writeFile(dir.filePath("card/A.MXF"), "media");
+    ASSERT_EQ(::symlink("A.MXF", QFile::encodeName(dir.filePath("card/link")).constData()), 0);
+    writeFile(dir.filePath("card/checksums.txt"), "left out");
+    writeFile(dir.filePath("card/CARD Archive.zip"), "left out");
+    const auto sizes = AppController::fileSizeDictForFolder(dir.filePath("card"));
+    ASSERT_TRUE(sizes);
+    EXPECT_EQ(*sizes, (AppController::SizeMap{{"/A.MXF", 5}, {"/link", 5}}));
+}
+
+TEST(OffloadDelegate, ProgressSumsPerFileAndFailuresShareTheirRecord) {
+    QTemporaryDir dir;
+    SettingsStore settings(dir.filePath("settings.plist"));
+    Preferences(settings).registerAndMigrate();
+    RecordingAppView view;
+    RecordingNotifier notifier;
+    AppController controller(settings, view, notifier);
+    auto volume = std::make_shared<QVVolume>();
+    volume->setStatus(QVVolume::Copying);
+    volume->setMaxProgressValue(200);
+    volume->addDestination("/d1");
+    volume->addDestination("/d2");
+    controller.setDataArray({volume});
+
+    auto info = std::make_shared<CopyInfo>();
+    info->object = std::weak_ptr<QVVolume>(volume);
+    info->source = "/card/a";
+    controller.fileCopyBytesWritten(40, info);
+    controller.fileCopyBytesWritten(60, info);
+    info->source = "/card/b";
+    controller.fileCopyBytesWritten(40, info);
+    EXPECT_EQ(volume->progressBar().doubleValue, 100) << "each file counts its latest total once";
+    EXPECT_TRUE(waitUntil([&] { return view.events().contains("title: Cardsweep (50%)"); }));
+
+    volume->setStatus(QVVolume::Cancelled);
+    EXPECT_FALSE(controller.fileCopyShouldContinue(info));
+
+    info->destChecksums = QStringList{"aa", "bb"};
+    controller.fileCopyVerificationFailed(info, "/d1/b");
+    controller.fileCopyVerificationFailed(info, "/d2/b");
+    const auto failed = volume->failedFiles();
+    ASSERT_EQ(failed.size(), 2u);
+    EXPECT_EQ(failed[0], failed[1]);
+    EXPECT_EQ(failed[0]->failedFile, "/d2/b");
+    EXPECT_EQ(view.count("review"), 2);
+
+    info->sourceChecksum = "aa";
+    controller.fileCopyFinished(info);
+    EXPECT_EQ(volume->sourceChecksumDict().at("b"), "aa");
+    EXPECT_EQ(volume->destChecksums()[1].at("b"), "bb");
+
+    // Quitting asks only while files are being worked on.
+    volume->setStatus(QVVolume::Finishing);
+    EXPECT_TRUE(controller.applicationShouldTerminate());
+    volume->setStatus(QVVolume::Verifying);
+    view.setSheetAnswer(0);
+    EXPECT_FALSE(controller.applicationShouldTerminate());
+    EXPECT_EQ(view.count("sheet: File operations are in progress. Are you sure you wish to quit? | "
+                         "This will cancel any transfers."),
+              1);
+}
