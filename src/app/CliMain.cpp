@@ -2,14 +2,102 @@
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
 #include <cstdio>
+#include <map>
 
+#include "CardFormat.h"
 #include "CliCommands.h"
 #include "DetachedThreads.h"
+#include "ManifestVerifier.h"
+#include "OffloadRunner.h"
 #include "Preferences.h"
 #include "QVException.h"
+#include "QVFileManager.h"
+#include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "SampleCard.h"
 #include "SettingsStore.h"
+
+namespace {
+
+QStringList toStrings(const std::vector<std::string>& values) {
+    QStringList strings;
+    for (const std::string& value : values)
+        strings << QString::fromStdString(value);
+    return strings;
+}
+
+int verifyFolder(const QString& folder) {
+    const ManifestVerifier::Report report = ManifestVerifier::verify(folder);
+    if (!report.manifestFound) {
+        std::fprintf(stderr, "cardsweep-cli: %s: no checksums.txt to verify against\n",
+                     qPrintable(folder));
+        return 2;
+    }
+    for (const QString& name : report.missing)
+        std::printf("missing: %s\n", qPrintable(name));
+    for (const QString& name : report.differing)
+        std::printf("differs: %s\n", qPrintable(name));
+    for (const QString& name : report.extra)
+        std::printf("extra: %s\n", qPrintable(name));
+    std::printf("%s: %d files checked, %s\n", qPrintable(folder), report.checked,
+                report.ok() ? "verified" : "FAILED");
+    return report.ok() ? 0 : 1;
+}
+
+void printTree(const QString& folder) {
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    std::map<QString, qint64> files;
+    while (it.hasNext()) {
+        const QString path = it.next();
+        files[path.mid(folder.size() + 1)] = it.fileInfo().size();
+    }
+    for (const auto& [path, size] : files) {
+        std::printf("  %10s  %s\n", qPrintable(QVFileManager::formatFileSize(double(size))),
+                    qPrintable(path));
+    }
+}
+
+// A sample card and two destinations in a fresh folder, with settings of their own.
+int demo() {
+    const QString root =
+        QDir(QVLocalPaths::tempDirectory())
+            .filePath(QStringLiteral("cardsweep-demo-") + QVLocalPaths::randomString(6));
+    const QString card =
+        root + QStringLiteral("/cards/") + SampleCard::folderName(CardFormat::CanonXF);
+    SampleCard::Options options;
+    options.clips = 4;
+    options.clipBytes = 6 * 1024 * 1024;
+    QString error;
+    if (!SampleCard::make(CardFormat::CanonXF, card, options, &error)) {
+        std::fprintf(stderr, "cardsweep-cli: can't make the sample card: %s\n", qPrintable(error));
+        return 1;
+    }
+    std::printf("Sample card: %s\n", qPrintable(card));
+    SettingsStore settings(root + QStringLiteral("/settings.plist"));
+    Preferences(settings).registerAndMigrate();
+    OffloadRunner::Request request;
+    request.source = card;
+    request.destinations = {root + QStringLiteral("/Destination A"),
+                            root + QStringLiteral("/Destination B")};
+    const int status = OffloadRunner::run(settings, request);
+    for (const QString& destination : request.destinations) {
+        QDirIterator manifests(destination, {QStringLiteral("checksums.txt")}, QDir::Files,
+                               QDirIterator::Subdirectories);
+        while (manifests.hasNext()) {
+            const QString manifest = manifests.next();
+            const QString folder = QFileInfo(manifest).path();
+            std::printf("\n%s\n", qPrintable(folder));
+            printTree(folder);
+            std::printf("Manifest: %s\n", qPrintable(manifest));
+        }
+    }
+    return status;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App cli{"Cardsweep: offload camera cards to several destinations, verified."};
@@ -17,7 +105,36 @@ int main(int argc, char** argv) {
     cli.require_subcommand(0, 1);
     CLI::App* paths = cli.add_subcommand("paths", "Show where settings and logs are kept");
     CLI::App* settings = cli.add_subcommand("settings", "Print the settings in effect");
-    CLI11_PARSE(cli, argc, argv);
+
+    CLI::App* offload = cli.add_subcommand("offload", "Copy a card to every destination, verified");
+    std::string source;
+    std::vector<std::string> destinations;
+    std::string project;
+    std::string checksum;
+    bool onlyMovies = false;
+    offload->add_option("SOURCE", source, "The card's mount point or a folder")->required();
+    offload->add_option("--dest", destinations, "A destination folder (repeat for more)")
+        ->required()
+        ->take_all();
+    offload->add_option("--project", project, "Project name for this run");
+    offload->add_option("--checksum", checksum, "Digest for this run")
+        ->check(CLI::IsMember({"md5", "sha1"}));
+    offload->add_flag("--only-movies", onlyMovies, "Copy only the QuickTime movies");
+
+    CLI::App* verify =
+        cli.add_subcommand("verify", "Re-check a transferred folder against its checksums.txt");
+    std::string verifyFolderPath;
+    verify->add_option("DEST_FOLDER", verifyFolderPath, "A folder holding checksums.txt")
+        ->required();
+    CLI::App* demoCommand =
+        cli.add_subcommand("demo", "Make a sample card and offload it to two temporary folders");
+
+    try {
+        cli.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = cli.exit(error);
+        return status == 0 ? 0 : 2;
+    }
 
     QCoreApplication app(argc, argv);
     QVException::installUncaughtExceptionHandler();
@@ -33,6 +150,18 @@ int main(int argc, char** argv) {
         status = commands.paths();
     } else if (settings->parsed()) {
         status = commands.settings();
+    } else if (offload->parsed()) {
+        OffloadRunner::Request request;
+        request.source = QString::fromStdString(source);
+        request.destinations = toStrings(destinations);
+        request.project = QString::fromStdString(project);
+        request.checksum = QString::fromStdString(checksum);
+        request.onlyMovies = onlyMovies;
+        status = OffloadRunner::run(store, request);
+    } else if (verify->parsed()) {
+        status = verifyFolder(QString::fromStdString(verifyFolderPath));
+    } else if (demoCommand->parsed()) {
+        status = demo();
     } else {
         std::fputs(cli.help().c_str(), stdout);
     }

@@ -1,0 +1,79 @@
+#include "TerminalAppView.h"
+
+#include <unistd.h>
+
+#include <QFileInfo>
+#include <cstdio>
+
+#include "QVFileManager.h"
+#include "QVVolume.h"
+
+namespace {
+
+void print(const QString& text) {
+    std::fputs(text.toUtf8().constData(), stdout);
+}
+
+}  // namespace
+
+TerminalAppView::TerminalAppView() : terminal_(::isatty(STDOUT_FILENO) == 1) {
+    clock_.start();
+}
+
+int TerminalAppView::showSheet(const SheetRequest& sheet) {
+    endProgress();
+    print(sheet.message + u'\n');
+    if (!sheet.informativeText.isEmpty())
+        print(sheet.informativeText + u'\n');
+    return 1;
+}
+
+void TerminalAppView::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
+    endProgress();
+    for (const auto& failed : volume->failedFiles())
+        print(QStringLiteral("Digest mismatch: %1\n")
+                  .arg(failed->failedFile.value_or(failed->source)));
+}
+
+void TerminalAppView::postGrowlNotification(const QString& title, const QString& description,
+                                            const QString&, const QString&) {
+    endProgress();
+    print(QStringLiteral("%1: %2\n").arg(title, description));
+}
+
+void TerminalAppView::showProgress(QVVolume& volume) {
+    const auto bar = volume.progressBar();
+    const double total = bar.maxValue > 0 ? bar.maxValue : 1;
+    const double fraction = std::min(1.0, bar.doubleValue / total);
+    const double seconds = std::max(0.001, clock_.elapsed() / 1000.0);
+    const QString remaining = volume.timeEstimate().timeRemaining();
+    const QString line = QStringLiteral("%1 / %2  %3/s  %4")
+                             .arg(QVFileManager::formatFileSize(bar.doubleValue),
+                                  QVFileManager::formatFileSize(bar.maxValue),
+                                  QVFileManager::formatFileSize(bar.doubleValue / seconds),
+                                  remaining.isEmpty() ? volume.statusText() : remaining);
+    if (terminal_) {
+        const int width = 30;
+        const int filled = int(fraction * width);
+        print(QStringLiteral("\r[%1%2] %3%  %4\033[K")
+                  .arg(QString(filled, u'#'), QString(width - filled, u' '))
+                  .arg(int(fraction * 100), 3)
+                  .arg(line));
+        std::fflush(stdout);
+        drawn_ = true;
+        return;
+    }
+    const int decile = int(fraction * 10);
+    if (decile == lastDecile_)
+        return;
+    lastDecile_ = decile;
+    print(QStringLiteral("%1% %2\n").arg(decile * 10).arg(line));
+    std::fflush(stdout);
+}
+
+void TerminalAppView::endProgress() {
+    if (!drawn_)
+        return;
+    print(QStringLiteral("\n"));
+    drawn_ = false;
+}

@@ -1,0 +1,39 @@
+#pragma once
+// The transfer's view on a terminal: sheets are printed and answered with their default
+// button, failures are listed, and progress is drawn as a bar (plain lines when the output
+// is not a terminal). Also prints notifications.
+
+#include <QElapsedTimer>
+#include <memory>
+
+#include "AppView.h"
+#include "Notifier.h"
+
+class QVVolume;
+
+class TerminalAppView : public AppView, public Notifier {
+  public:
+    TerminalAppView();
+
+    void reloadVolumeList() override {}
+    int showSheet(const SheetRequest& sheet) override;
+    std::vector<int> selectedRows() const override { return {}; }
+    void setToolbarState(const ToolbarState&) override {}
+    void setBadge(const QString&) override {}
+    void setWindowTitle(const QString&) override {}
+    void setRemainingSpaceText(const QString&) override {}
+    void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
+    void postGrowlNotification(const QString& title, const QString& description,
+                               const QString& icon, const QString& notificationName) override;
+
+    /// Draws the volume's progress: bytes, speed and time left.
+    void showProgress(QVVolume& volume);
+    /// Ends the progress line before other output.
+    void endProgress();
+
+  private:
+    const bool terminal_;
+    bool drawn_ = false;
+    int lastDecile_ = -1;
+    QElapsedTimer clock_;
+};

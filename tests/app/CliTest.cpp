@@ -1,0 +1,129 @@
+// cardsweep-cli as a user runs it: a sample card offloaded to two folders, the verdict, the
+// manifests, re-verification, and the exit statuses of bad requests.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <map>
+
+#include "CardFormat.h"
+#include "QVTask.h"
+#include "QVTaskEx.h"
+#include "SampleCard.h"
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    QString output;
+};
+
+CliRun cli(const QStringList& arguments) {
+    QVTask task;
+    task.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
+    task.setArguments(arguments);
+    task.setStandardOutput(QVTask::Channel::Pipe);
+    task.setStandardError(QVTask::Channel::Pipe);
+    task.launch();
+    CliRun run;
+    QByteArray output;
+    for (QByteArray piece = task.readOutput(); !piece.isEmpty(); piece = task.readOutput())
+        output += piece;
+    for (QByteArray piece = task.readError(); !piece.isEmpty(); piece = task.readError())
+        output += piece;
+    run.output = QString::fromUtf8(output);
+    task.waitUntilExit();
+    run.status = task.terminationStatus();
+    return run;
+}
+
+std::map<QString, QByteArray> tree(const QString& root, const QStringList& leaveOut) {
+    std::map<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString relative = path.mid(root.size());
+        if (std::any_of(leaveOut.begin(), leaveOut.end(),
+                        [&](const QString& part) { return relative.startsWith(part); }))
+            continue;
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        files[relative] = file.readAll();
+    }
+    return files;
+}
+
+QString destinationFolder(const QString& output, int index) {
+    int seen = 0;
+    for (const QString& line : output.split(u'\n')) {
+        if (line.startsWith("Destination: ") && seen++ == index)
+            return line.mid(13);
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
+    QTemporaryDir dir;
+    const QString card = dir.filePath("P2 'CARD' $(x)");
+    SampleCard::Options options;
+    options.clipBytes = 3 * 1024 * 1024 + 5;
+    ASSERT_TRUE(SampleCard::make(CardFormat::P2, card, options));
+    const auto before = tree(card, {});
+
+    const CliRun run = cli({"offload", card, "--dest", dir.filePath("A"), "--dest",
+                            dir.filePath("B"), "--checksum", "sha1", "--project", "Feature"});
+    ASSERT_EQ(run.status, 0) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Card: P2 'CARD' $(x) (P2)"));
+    EXPECT_TRUE(run.output.contains("Verdict: verified"));
+    EXPECT_EQ(tree(card, {}), before) << "nothing on the source is written";
+
+    const auto copied = tree(card, {"/.Trashes", "/.DS_Store"});
+    for (int index = 0; index < 2; ++index) {
+        const QString folder = destinationFolder(run.output, index);
+        ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
+        EXPECT_EQ(tree(folder, {"/checksums.txt"}), copied);
+        QFile manifest(folder + "/checksums.txt");
+        ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
+        for (const QString& line :
+             QString::fromUtf8(manifest.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
+            QDirIterator it(folder, {line.section(u'\t', 1)}, QDir::Files | QDir::Hidden,
+                            QDirIterator::Subdirectories);
+            ASSERT_TRUE(it.hasNext()) << line.toStdString();
+            const QString digest =
+                QVTaskEx::stringFromTask("/usr/bin/sha1sum", {it.next()}).section(u' ', 0, 0);
+            EXPECT_EQ(line.section(u'\t', 0, 0), digest);
+        }
+        EXPECT_EQ(cli({"verify", folder}).status, 0);
+    }
+
+    const QString folder = destinationFolder(run.output, 1);
+    QFile clip(folder + "/CONTENTS/VIDEO/0001AB.MXF");
+    ASSERT_TRUE(clip.open(QIODevice::ReadWrite)) << "sample layout changed?";
+    clip.seek(100);
+    clip.write("!");
+    clip.close();
+    const CliRun recheck = cli({"verify", folder});
+    EXPECT_EQ(recheck.status, 1);
+    EXPECT_TRUE(recheck.output.contains("differs: 0001AB.MXF")) << recheck.output.toStdString();
+}
+
+TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
+    QTemporaryDir dir;
+    QFile(dir.filePath("plain")).open(QIODevice::WriteOnly);
+    QDir().mkpath(dir.filePath("card/DCIM"));
+    EXPECT_EQ(cli({"offload", dir.filePath("missing"), "--dest", dir.filePath("A")}).status, 2);
+    EXPECT_EQ(cli({"offload", dir.filePath("card")}).status, 2);
+    EXPECT_EQ(cli({"offload", dir.filePath("card"), "--dest", dir.filePath("A"), "--bogus"}).status,
+              2);
+    EXPECT_EQ(cli({"verify", dir.filePath("card")}).status, 2);
+    const CliRun unwritable =
+        cli({"offload", dir.filePath("card"), "--dest", dir.filePath("plain/sub")});
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(unwritable.output.trimmed().count(u'\n'), 0) << unwritable.output.toStdString();
+    EXPECT_TRUE(unwritable.output.contains("destination can't be written"));
+}
