@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <QFile>
+
+#include "QVQuickTime.h"
+#include "QVTaskEx.h"
+#include "TestMovies.h"
+
+namespace {
+
+const QString kTool = QStringLiteral(QTTIMECODETOOL_PATH);
+
+const QTTrack kNtsc30{30, 30000, 30030};  // one second of 29.97 video
+
+QString toolOutput(const QString& movie) {
+    return QVTaskEx::stringFromTask(kTool, {movie, QStringLiteral("-timing")});
+}
+
+TEST(QVQuickTime, FrameArithmetic) {
+    EXPECT_NEAR(QVQuickTime::fpsFromQTTrack(kNtsc30), 30000.0 / 1001.0, 1e-9);
+    EXPECT_EQ(QVQuickTime::fpsFromQTTrack(QTTrack{0, 30000, 30030}), 0);
+    EXPECT_EQ(QVQuickTime::fpsFromQTTrack(QTTrack{30, 30000, 0}), 0);
+
+    EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{30030, 30000, 0}, kNtsc30), 30);
+    EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{3003000, 30000, 0}, kNtsc30), 3000);
+    EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{3000000, 30000, 0}, kNtsc30), 2997);
+    // Halves round away from zero, both ways.
+    EXPECT_EQ(QVQuickTime::frameCountForTimeValue(1, 2, 1.0), 1);
+    EXPECT_EQ(QVQuickTime::frameCountForTimeValue(-1, 2, 1.0), -1);
+    EXPECT_EQ(QVQuickTime::frameCountForTimeValue(600, 0, 25.0), 0);
+
+    EXPECT_EQ(QVQuickTime::qtTimeFromFrame(10, 600, 25.0), (QTTime{240, 600, 0}));
+    // floor, not round: two frames at 3 fps are 666.7 ms.
+    EXPECT_EQ(QVQuickTime::qtTimeFromFrame(2, 1000, 3.0).timeValue, 666);
+    EXPECT_EQ(QVQuickTime::qtTimeFromFrame(5, 600, 0.0).timeValue, 0);
+
+    // A movie that could not be opened has no rate, no frames and no times.
+    EXPECT_EQ(QVQuickTime::fpsForMovie(nullptr), 0);
+    EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{600, 600, 0}, nullptr), 0);
+    EXPECT_EQ(QVQuickTime::frameLengthForMovie(nullptr), 0);
+    EXPECT_EQ(QVQuickTime::lastFrameTimeForMovie(nullptr), QTTime{});
+    EXPECT_EQ(QVQuickTime::qtTimeFromFrame(3, nullptr), QTTime{});
+}
+
+TEST(QVQuickTime, FormattedTimes) {
+    // 1 h 2 min 3 s and half a second of 29.97 video.
+    const QTTime time{(3723 * 30000) + 15000, 30000, 0};
+    EXPECT_EQ(QVQuickTime::formattedQTTime(time, 29.97), QStringLiteral("01:02:03:15"));
+    EXPECT_EQ(QVQuickTime::formattedQTTime(time, kNtsc30), QStringLiteral("01:02:03:15"));
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(10 * 3600 + 59) * 25 + 24, 25, 0}, 25.0),
+              QStringLiteral("10:00:59:24"));
+    // Whole days are cut off with the rest of the time text.
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(25 * 3600) * 600, 600, 0}, 24.0),
+              QStringLiteral("01:00:00:00"));
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{0, 600, 0}, nullptr),
+              QStringLiteral("00:00:00:00"));
+}
+
+TEST(QVQuickTime, ChannelLabelNames) {
+    QStringList names;
+    for (const quint32 code :
+         {1u, 4u, 18u, 33u, 37u, 45u, 301u, 305u, 400u, 65536u, 65551u, 65552u, 0u, 19u, 46u, 303u})
+        names << QVQuickTime::friendlyAudioChannelLabel(code);
+    EXPECT_EQ(names.join(u','),
+              QStringLiteral("Left,LFE,Top Back Right,Rear Surround Left,LFE2,Haptic,"
+                             "Headphones Left,Foreign Language,Discrete,Discrete 0,Discrete 15,"
+                             "Unknown,Unknown,Unknown,Unknown,Unknown"));
+}
+
+TEST(QVQuickTime, TimecodeOperationsReportThemselvesUnavailable) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(QVQuickTime::timecodeAtTime(QTTime{600, 600, 0}, nullptr).isEmpty());
+    EXPECT_EQ(QVQuickTime::qtTimeFromTimecode(QStringLiteral("01:00:00:00"), nullptr), QTTime{});
+    int timebase = 30;
+    bool ntsc = true;
+    bool dropFrame = true;
+    EXPECT_FALSE(QVQuickTime::getTimingInfoForMovie(nullptr, timebase, ntsc, dropFrame));
+    EXPECT_EQ(timebase, 0);
+    EXPECT_FALSE(ntsc);
+    EXPECT_FALSE(dropFrame);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Unable to get QuickTime timecode track for 64-bit application.\n"
+              "Unable to get QuickTime time for 64-bit application.\n"
+              "Unable to get timing information for 64-bit application.\n");
+}
+
+// The helper tool's answer for each kind of movie a camera writes.
+TEST(QVQuickTime, TimecodeToolReadsTimecodeTracksAndFrameRates) {
+    const auto movies = TestMovies::create();
+    if (!movies)
+        GTEST_SKIP() << "ffmpeg/ffprobe not installed; cannot make test movies";
+    struct Case {
+        const char* name;
+        const char* rate;
+        const char* timecode;
+        const char* expected;
+    };
+    const std::vector<Case> cases = {
+        {"df2997.mov", "30000/1001", "01:00:00;00", "30 1 1\n"},
+        {"ndf2997.mov", "30000/1001", "01:00:00:00", "30 1 0\n"},
+        {"f23976.mov", "24000/1001", "", "24 1 0\n"},
+        {"f25.mov", "25", "10:00:00:00", "25 0 0\n"},
+        {"df5994.mov", "60000/1001", "01:00:00;00", "60 1 1\n"},
+        {"plain2997.mp4", "30000/1001", "", "30 1 0\n"},
+    };
+    for (const Case& c : cases) {
+        const QString path = movies->file(QString::fromLatin1(c.name));
+        ASSERT_TRUE(movies->make(path, QString::fromLatin1(c.rate), QStringLiteral("1"),
+                                 QString::fromLatin1(c.timecode)))
+            << c.name;
+        EXPECT_EQ(toolOutput(path), QString::fromLatin1(c.expected)) << c.name;
+    }
+
+    // A file that is no movie: nothing printed, a failing status.
+    const QString text = movies->file(QStringLiteral("notes.mov"));
+    QFile file(text);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("not a movie at all\n");
+    file.close();
+    EXPECT_EQ(toolOutput(text), QString());
+    EXPECT_NE(QVTaskEx::terminationCodeFromTask(kTool, {text, QStringLiteral("-timing")}), 0);
+    EXPECT_NE(QVTaskEx::terminationCodeFromTask(
+                  kTool, {movies->file(QStringLiteral("missing.mov")), QStringLiteral("-timing")}),
+              0);
+}
+
+TEST(QVQuickTime, FrameCountsAgreeWithDecodedFrames) {
+    const auto movies = TestMovies::create();
+    if (!movies)
+        GTEST_SKIP() << "ffmpeg/ffprobe not installed; cannot make test movies";
+    const std::vector<std::pair<const char*, const char*>> rates = {
+        {"30000/1001", "1"}, {"24000/1001", "2"}, {"25", "2"}, {"60000/1001", "1"}, {"50", "1"}};
+    int index = 0;
+    for (const auto& [rate, seconds] : rates) {
+        const QString path = movies->file(QStringLiteral("m%1.mov").arg(index++));
+        ASSERT_TRUE(movies->make(path, QString::fromLatin1(rate), QString::fromLatin1(seconds)));
+        const auto movie = QTMovie::open(path);
+        ASSERT_TRUE(movie) << rate;
+        const qint64 counted = movies->countedFrames(path);
+        ASSERT_GT(counted, 0) << rate;
+        EXPECT_EQ(movie->firstVideoTrack()->sampleCount, counted) << rate;
+        EXPECT_EQ(QVQuickTime::frameCountForQTTime(movie->duration(), movie.get()), counted)
+            << rate;
+        // The last frame starts one frame before the end.
+        const QTTime last = QVQuickTime::lastFrameTimeForMovie(movie.get());
+        EXPECT_EQ(QVQuickTime::frameCountForQTTime(last, movie.get()), counted - 1) << rate;
+    }
+    EXPECT_EQ(QTMovie::open(movies->file(QStringLiteral("missing.mov"))), nullptr);
+}
+
+}  // namespace
