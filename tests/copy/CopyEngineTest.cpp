@@ -16,38 +16,11 @@
 #include "QVFileManager.h"
 #include "QVTaskEx.h"
 #include "SystemLog.h"
+#include "TestFiles.h"
 
 namespace {
 
 constexpr std::uint64_t MiB = 1024 * 1024;
-
-QByteArray randomBytes(qsizetype size, quint32 seed) {
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator(seed);
-    for (char& byte : bytes)
-        byte = char(generator.generate() & 0xFF);
-    return bytes;
-}
-
-QString writeFile(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-    return path;
-}
-
-QString sparseFile(const QString& path, qint64 size) {
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(file.resize(size));
-    return path;
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 // Records every message, in order; can cancel at the n-th question.
 class RecordingDelegate : public CopyDelegate {
@@ -97,8 +70,8 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
     // Sizes either side of the engine's block, so both the inline and the threaded paths run.
     for (const Case& c : {Case{9 * MiB + 5, 3, VerificationType::MD5, "/usr/bin/md5sum"},
                           Case{100 * 1024 + 1, 2, VerificationType::SHA1, "/usr/bin/sha1sum"}}) {
-        const QString source = writeFile(dir.filePath("card/CLIP/A001 'x' $(y).mov"),
-                                         randomBytes(c.size, quint32(c.size)));
+        const QString source = TestFiles::write(dir.filePath("card/CLIP/A001 'x' $(y).mov"),
+                                                TestFiles::randomBytes(c.size, quint32(c.size)));
         QStringList destinations;
         for (int d = 0; d < c.destinations; ++d)
             destinations << dir.filePath(
@@ -107,7 +80,8 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
         ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, destinations, c.type, &delegate,
                                                         std::any(7), std::any()));
         for (const QString& destination : destinations)
-            EXPECT_EQ(readFile(destination), readFile(source)) << destination.toStdString();
+            EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source))
+                << destination.toStdString();
 
         ASSERT_TRUE(delegate.finished);
         const CopyInfo& info = *delegate.finished;
@@ -127,15 +101,15 @@ TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
     QTemporaryDir dir;
     for (const qint64 size :
          {qint64(0), qint64(3 * 32768), qint64(3 * 32768 + 1), qint64(8 * MiB)}) {
-        const QString source =
-            writeFile(dir.filePath(QStringLiteral("src%1").arg(size)), randomBytes(size, 3));
+        const QString source = TestFiles::write(dir.filePath(QStringLiteral("src%1").arg(size)),
+                                                TestFiles::randomBytes(size, 3));
         const QString destination = dir.filePath(QStringLiteral("dst%1").arg(size));
         SystemLog::Capture log;
         RecordingDelegate delegate;
         ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {destination},
                                                         VerificationType::MD5, &delegate));
         EXPECT_EQ(log.count(source + " returned 0 bytes"), size % 32768 == 0 ? 1 : 0) << size;
-        EXPECT_EQ(readFile(destination), readFile(source));
+        EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
         EXPECT_EQ(delegate.finished->sourceChecksum, FileMD5HashCreateWithPath(source));
     }
     EXPECT_EQ(*FileMD5HashCreateWithPath(dir.filePath("dst0")), "d41d8cd98f00b204e9800998ecf8427e");
@@ -143,7 +117,7 @@ TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
 
 TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
     QTemporaryDir dir;
-    const QString source = sparseFile(dir.filePath("big.mxf"), qint64(100 * MiB + 3));
+    const QString source = TestFiles::sparse(dir.filePath("big.mxf"), qint64(100 * MiB + 3));
     RecordingDelegate delegate;
     ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {dir.filePath("copy.mxf")},
                                                     VerificationType::None, &delegate));
@@ -155,7 +129,7 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
     EXPECT_FALSE(delegate.finished->destChecksums);
 
     // Data ending exactly on a report is reported twice: in the loop and at the end.
-    const QString exact = sparseFile(dir.filePath("exact.mxf"), qint64(80 * MiB));
+    const QString exact = TestFiles::sparse(dir.filePath("exact.mxf"), qint64(80 * MiB));
     RecordingDelegate exactDelegate;
     ASSERT_TRUE(QVFileManager::copyFileWithProgress(exact, {dir.filePath("exact copy.mxf")},
                                                     VerificationType::None, &exactDelegate));
@@ -175,8 +149,8 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
 
 TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     QTemporaryDir dir;
-    const QByteArray bytes = randomBytes(qsizetype(12 * MiB + 77), 9);
-    const QString source = writeFile(dir.filePath("src.mov"), bytes);
+    const QByteArray bytes = TestFiles::randomBytes(qsizetype(12 * MiB + 77), 9);
+    const QString source = TestFiles::write(dir.filePath("src.mov"), bytes);
     const QString full = dir.filePath("full/disk.mov");
     const QString corrupt = dir.filePath("bad/ram.mov");
     const QString good = dir.filePath("good/copy.mov");
@@ -198,7 +172,7 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     EXPECT_NE(info.destChecksums->at(2), *info.sourceChecksum);
     EXPECT_EQ(delegate.failedChecksums,
               QStringList({info.destChecksums->at(0), info.destChecksums->at(2)}));
-    EXPECT_EQ(readFile(good), bytes);
+    EXPECT_EQ(TestFiles::read(good), bytes);
     // A damaged copy's digest is that of what it really holds.
     EXPECT_EQ(info.destChecksums->at(0), FileSHA1HashCreateWithPath(full));
     EXPECT_EQ(info.destChecksums->at(2), FileSHA1HashCreateWithPath(corrupt));
@@ -215,8 +189,8 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
 TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
     QTemporaryDir dir;
     for (const qint64 size : {qint64(300 * 1024), qint64(10 * MiB)}) {
-        const QString source =
-            writeFile(dir.filePath(QStringLiteral("card%1.mov").arg(size)), randomBytes(size, 5));
+        const QString source = TestFiles::write(
+            dir.filePath(QStringLiteral("card%1.mov").arg(size)), TestFiles::randomBytes(size, 5));
         FaultyFileLayer layer;
         layer.failReadsAfter(source, size / 2);
         RecordingDelegate delegate;
@@ -232,8 +206,8 @@ TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
 
 TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     QTemporaryDir dir;
-    const QString source = writeFile(dir.filePath("src.mov"), "data");
-    writeFile(dir.filePath("plainfile"), "x");
+    const QString source = TestFiles::write(dir.filePath("src.mov"), "data");
+    TestFiles::write(dir.filePath("plainfile"), "x");
     SystemLog::Capture log;
 
     EXPECT_FALSE(QVFileManager::copyFileWithProgress(dir.filePath("gone.mov"), {dir.filePath("o")},
@@ -262,7 +236,7 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
 
 TEST(CopyEngine, CopiesModeOwnerAndTimes) {
     QTemporaryDir dir;
-    const QString source = writeFile(dir.filePath("src.mov"), "attributes");
+    const QString source = TestFiles::write(dir.filePath("src.mov"), "attributes");
     const QByteArray path = QFile::encodeName(source);
     ASSERT_EQ(::chmod(path.constData(), 0640), 0);
     const bool root = ::geteuid() == 0;
@@ -294,8 +268,8 @@ TEST(CopyEngine, SeveralCardsAtOnce) {
     bool results[3] = {};
     QByteArray data[3];
     for (int card = 0; card < 3; ++card) {
-        data[card] = randomBytes(qsizetype(6 * MiB + card), quint32(card));
-        writeFile(dir.filePath(QStringLiteral("card%1/clip.mov").arg(card)), data[card]);
+        data[card] = TestFiles::randomBytes(qsizetype(6 * MiB + card), quint32(card));
+        TestFiles::write(dir.filePath(QStringLiteral("card%1/clip.mov").arg(card)), data[card]);
     }
     for (int card = 0; card < 3; ++card) {
         cards.emplace_back([&, card] {
@@ -314,7 +288,7 @@ TEST(CopyEngine, SeveralCardsAtOnce) {
     for (int card = 0; card < 3; ++card) {
         EXPECT_TRUE(results[card]);
         for (const char* destination : {"d1", "d2"})
-            EXPECT_EQ(readFile(dir.filePath(
+            EXPECT_EQ(TestFiles::read(dir.filePath(
                           QStringLiteral("%1/card%2/clip.mov").arg(destination).arg(card))),
                       data[card]);
     }

@@ -11,20 +11,9 @@
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "TempHome.h"
+#include "TestFiles.h"
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-    file.write(bytes);
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 QString linkTarget(const QString& path) {
     char target[4096] = {};
@@ -41,7 +30,7 @@ QStringList tree(const QString& root) {
             entries << base.relativeFilePath(info.filePath()) + u'|' +
                            (info.isSymLink()
                                 ? QStringLiteral("->") + linkTarget(info.filePath())
-                                : QString::fromLatin1(readFile(info.filePath()).toHex()));
+                                : QString::fromLatin1(TestFiles::read(info.filePath()).toHex()));
             if (info.isDir() && !info.isSymLink())
                 walk(info.filePath());
         }
@@ -70,14 +59,14 @@ TEST(QVFileManager, UniqueFilenamesCountUpFromTwo) {
     QTemporaryDir dir;
     const QString clip = dir.filePath("clip.mov");
     EXPECT_EQ(QVFileManager::uniqueFilename(clip), clip);
-    writeFile(clip, "a");
+    TestFiles::write(clip, "a");
     EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 2.mov"));
-    writeFile(dir.filePath("clip 2.mov"), "b");
+    TestFiles::write(dir.filePath("clip 2.mov"), "b");
     EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 3.mov"));
 
     QDir(dir.path()).mkdir("A001");
     EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath("A001")), dir.filePath("A001 2"));
-    writeFile(dir.filePath(".hidden"), "c");
+    TestFiles::write(dir.filePath(".hidden"), "c");
     EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath(".hidden")), dir.filePath(".hidden 2"));
     // A dangling link still occupies the name.
     ASSERT_EQ(::symlink("nowhere", QFile::encodeName(dir.filePath("link.txt")).constData()), 0);
@@ -87,11 +76,11 @@ TEST(QVFileManager, UniqueFilenamesCountUpFromTwo) {
 TEST(QVFileManager, WildcardsMatchAcrossSeveralComponents) {
     QTemporaryDir dir;
     const QString base = dir.path();
-    writeFile(base + "/CONTENTS/CLIP/A001C001.MXF", "1");
-    writeFile(base + "/CONTENTS/CLIP/A001C002.MXF", "2");
-    writeFile(base + "/CONTENTS/CLIP/A001C002.XML", "x");
-    writeFile(base + "/CONTENTS/PROXY/A001C001.MXF", "p");
-    writeFile(base + "/OTHER/CLIP/B001C001.MXF", "o");
+    TestFiles::write(base + "/CONTENTS/CLIP/A001C001.MXF", "1");
+    TestFiles::write(base + "/CONTENTS/CLIP/A001C002.MXF", "2");
+    TestFiles::write(base + "/CONTENTS/CLIP/A001C002.XML", "x");
+    TestFiles::write(base + "/CONTENTS/PROXY/A001C001.MXF", "p");
+    TestFiles::write(base + "/OTHER/CLIP/B001C001.MXF", "o");
 
     EXPECT_EQ(
         QVFileManager::filesMatchingWildcardPath("CONTENTS/*/A001C00?*.MXF", base),
@@ -119,14 +108,14 @@ TEST(QVFileManager, FolderEmptinessAndRecursiveSize) {
     QTemporaryDir dir;
     const QString card = dir.filePath("card");
     EXPECT_TRUE(QVFileManager::isFolderEmpty(card)) << "a folder that can't be listed is empty";
-    writeFile(card + "/.DS_Store", "junk");
-    writeFile(card + "/Icon\r", "");
+    TestFiles::write(card + "/.DS_Store", "junk");
+    TestFiles::write(card + "/Icon\r", "");
     QDir().mkpath(card + "/CONTENTS/CLIP");
     EXPECT_TRUE(QVFileManager::isFolderEmpty(card));
-    writeFile(card + "/CONTENTS/CLIP/.hidden", "h");
+    TestFiles::write(card + "/CONTENTS/CLIP/.hidden", "h");
     EXPECT_FALSE(QVFileManager::isFolderEmpty(card));
 
-    writeFile(card + "/CONTENTS/a.bin", QByteArray(1000, 'a'));
+    TestFiles::write(card + "/CONTENTS/a.bin", QByteArray(1000, 'a'));
     ASSERT_EQ(::symlink("a.bin", QFile::encodeName(card + "/CONTENTS/link").constData()), 0);
     EXPECT_EQ(QVFileManager::fileSize(card), 4u + 0u + 1u + 1000u + 5u);
     EXPECT_EQ(QVFileManager::fileSize(card + "/CONTENTS/a.bin"), 1000u);
@@ -136,8 +125,8 @@ TEST(QVFileManager, FolderEmptinessAndRecursiveSize) {
 TEST(QVFileManager, CopyKeepsTreeBytesModesAndTimesAndNeverOverwrites) {
     QTemporaryDir dir;
     const QString source = dir.filePath("A001 'card' $(x)");
-    writeFile(source + "/CLIP/a.mov", QByteArray(3 * 1024 * 1024 + 7, 'm'));
-    writeFile(source + "/CLIP/empty", "");
+    TestFiles::write(source + "/CLIP/a.mov", QByteArray(3 * 1024 * 1024 + 7, 'm'));
+    TestFiles::write(source + "/CLIP/empty", "");
     QDir().mkpath(source + "/EMPTYDIR");
     ASSERT_EQ(::symlink("CLIP/a.mov", QFile::encodeName(source + "/shortcut").constData()), 0);
     ::chmod(QFile::encodeName(source + "/CLIP/empty").constData(), 0640);
@@ -152,25 +141,25 @@ TEST(QVFileManager, CopyKeepsTreeBytesModesAndTimesAndNeverOverwrites) {
     EXPECT_EQ(QFileInfo(copy + "/CLIP/empty").permissions(),
               QFileInfo(source + "/CLIP/empty").permissions());
 
-    writeFile(dir.filePath("other"), "keep me");
+    TestFiles::write(dir.filePath("other"), "keep me");
     EXPECT_FALSE(QVFileManager::copyFile(source + "/CLIP/a.mov", dir.filePath("other"), false));
-    EXPECT_EQ(readFile(dir.filePath("other")), "keep me");
+    EXPECT_EQ(TestFiles::read(dir.filePath("other")), "keep me");
     EXPECT_FALSE(QVFileManager::copyFile(QString(), copy));
     EXPECT_FALSE(QVFileManager::copyFile(source, QString()));
 }
 
 TEST(QVFileManager, MovesNeverReplaceAndCaseOnlyMovesSucceed) {
     QTemporaryDir dir;
-    writeFile(dir.filePath("a"), "a");
-    writeFile(dir.filePath("b"), "b");
+    TestFiles::write(dir.filePath("a"), "a");
+    TestFiles::write(dir.filePath("b"), "b");
     EXPECT_FALSE(QVFileManager::moveFile(dir.filePath("a"), dir.filePath("b"), false));
-    EXPECT_EQ(readFile(dir.filePath("a")), "a");
-    EXPECT_EQ(readFile(dir.filePath("b")), "b");
+    EXPECT_EQ(TestFiles::read(dir.filePath("a")), "a");
+    EXPECT_EQ(TestFiles::read(dir.filePath("b")), "b");
 
-    writeFile(dir.filePath("Clip.MOV"), "clip");
+    TestFiles::write(dir.filePath("Clip.MOV"), "clip");
     ASSERT_TRUE(QVFileManager::moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov"), 5));
     EXPECT_EQ(QDir(dir.path()).entryList({"*.mov", "*.MOV"}), QStringList({"clip.mov"}));
-    EXPECT_EQ(readFile(dir.filePath("clip.mov")), "clip");
+    EXPECT_EQ(TestFiles::read(dir.filePath("clip.mov")), "clip");
 
     QDir().mkpath(dir.filePath("sub"));
     ASSERT_TRUE(QVFileManager::moveFile(dir.filePath("clip.mov"), dir.filePath("sub/clip.mov")));
@@ -207,7 +196,7 @@ TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
     QTemporaryDir dir;
     const QString folder = dir.filePath("made/here");
     const QString file = dir.filePath("file.txt");
-    writeFile(file, "payload");
+    TestFiles::write(file, "payload");
     bool results[6] = {};
     std::thread worker([&] {
         results[0] = QVFileManager::createDirectory(folder, 2);
@@ -223,14 +212,14 @@ TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
         EXPECT_TRUE(result);
     EXPECT_FALSE(QFileInfo::exists(folder + "/moved.txt"));
     EXPECT_FALSE(QFileInfo::exists(file));
-    EXPECT_EQ(readFile(dir.filePath("again/moved.txt")), "payload");
+    EXPECT_EQ(TestFiles::read(dir.filePath("again/moved.txt")), "payload");
     EXPECT_TRUE(QFileInfo::exists(QVLocalPaths::trashDirectory() + "/files/file.txt"));
 }
 
 TEST(QVFileManager, TrashKeepsEveryCollidingItem) {
     QTemporaryDir dir;
     for (const char* folder : {"one", "two", "three"}) {
-        writeFile(dir.filePath(QString::fromLatin1(folder) + "/clip.mov"), folder);
+        TestFiles::write(dir.filePath(QString::fromLatin1(folder) + "/clip.mov"), folder);
         EXPECT_TRUE(
             QVFileManager::trashFile(dir.filePath(QString::fromLatin1(folder) + "/clip.mov")));
     }
@@ -238,13 +227,13 @@ TEST(QVFileManager, TrashKeepsEveryCollidingItem) {
     const QDir files(QVLocalPaths::trashDirectory() + "/files");
     QStringList contents;
     for (const QString& name : files.entryList({"clip*.mov"}, QDir::Files))
-        contents << readFile(files.filePath(name));
+        contents << TestFiles::read(files.filePath(name));
     contents.sort();
     EXPECT_EQ(contents, QStringList({"one", "three", "two"}));
 
-    writeFile(dir.filePath("cards/x/A.MOV"), "1");
-    writeFile(dir.filePath("cards/y/b.mov"), "2");
-    writeFile(dir.filePath("cards/y/c.mxf"), "3");
+    TestFiles::write(dir.filePath("cards/x/A.MOV"), "1");
+    TestFiles::write(dir.filePath("cards/y/b.mov"), "2");
+    TestFiles::write(dir.filePath("cards/y/c.mxf"), "3");
     EXPECT_EQ(QVFileManager::trashFilesOfType("mov", dir.filePath("cards")).size(), 2);
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("cards/y/c.mxf")));
 }
@@ -252,10 +241,10 @@ TEST(QVFileManager, TrashKeepsEveryCollidingItem) {
 TEST(QVFileManager, ArchiveRoundTripReplacesAnOldArchive) {
     QTemporaryDir dir;
     const QString card = dir.filePath("CARD");
-    writeFile(card + "/CLIP/a.mov", QByteArray(200000, 'z'));
-    writeFile(card + "/note.txt", "hello");
+    TestFiles::write(card + "/CLIP/a.mov", QByteArray(200000, 'z'));
+    TestFiles::write(card + "/note.txt", "hello");
     const QString zip = dir.filePath("CARD Archive.zip");
-    writeFile(zip, "stale");
+    TestFiles::write(zip, "stale");
     ASSERT_TRUE(QVFileManager::compressFile(card, zip));
     ASSERT_TRUE(QVFileManager::decompressFile(zip, dir.filePath("out")));
     EXPECT_EQ(tree(dir.filePath("out/CARD")), tree(card));
@@ -264,7 +253,7 @@ TEST(QVFileManager, ArchiveRoundTripReplacesAnOldArchive) {
 TEST(QVFileManager, ExtendedAttributesAndColourLabels) {
     QTemporaryDir dir;
     const QString file = dir.filePath("clip.mov");
-    writeFile(file, "x");
+    TestFiles::write(file, "x");
     if (!QVFileManager::setMetadataValue("Scene 1 — take 2", "com.cardsweep.note", file))
         GTEST_SKIP() << "this file system has no user extended attributes";
     EXPECT_EQ(QVFileManager::metadataValueForKey("com.cardsweep.note", file), "Scene 1 — take 2");

@@ -14,28 +14,9 @@
 #include "LoopCard.h"
 #include "QVFileManager.h"
 #include "SystemLog.h"
+#include "TestFiles.h"
 
 namespace {
-
-QByteArray randomBytes(qsizetype size, quint32 seed) {
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator(seed);
-    for (char& byte : bytes)
-        byte = char(generator.generate() & 0xFF);
-    return bytes;
-}
-
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-    ASSERT_EQ(file.write(bytes), bytes.size());
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 class FailureRecorder : public CopyDelegate {
   public:
@@ -79,24 +60,24 @@ TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCard) {
     EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/DCIM/100CANON"), root);
 
     // exFAT keeps case but ignores it: the new name "exists" already.
-    writeFile(root + "/DCIM/Clip.MOV", "clip");
+    TestFiles::write(root + "/DCIM/Clip.MOV", "clip");
     ASSERT_TRUE(QVFileManager::moveFile(root + "/DCIM/Clip.MOV", root + "/DCIM/clip.mov", 5));
     EXPECT_EQ(QDir(root + "/DCIM").entryList(QDir::Files), QStringList({"clip.mov"}));
-    EXPECT_EQ(readFile(root + "/DCIM/clip.mov"), "clip");
+    EXPECT_EQ(TestFiles::read(root + "/DCIM/clip.mov"), "clip");
 
-    writeFile(root + "/DCIM/other.mov", "other");
+    TestFiles::write(root + "/DCIM/other.mov", "other");
     EXPECT_FALSE(QVFileManager::moveFile(root + "/DCIM/other.mov", root + "/DCIM/CLIP.MOV", false))
         << "a move never replaces another file";
-    EXPECT_EQ(readFile(root + "/DCIM/clip.mov"), "clip");
-    EXPECT_EQ(readFile(root + "/DCIM/other.mov"), "other");
+    EXPECT_EQ(TestFiles::read(root + "/DCIM/clip.mov"), "clip");
+    EXPECT_EQ(TestFiles::read(root + "/DCIM/other.mov"), "other");
 }
 
 TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
     const auto card = mountCard("FULL");
     ASSERT_TRUE(card);
-    const QByteArray clip = randomBytes(80 * 1024 * 1024 + 11, 1);
+    const QByteArray clip = TestFiles::randomBytes(80 * 1024 * 1024 + 11, 1);
     const QString source = work_.filePath("source/A001C001.MXF");
-    writeFile(source, clip);
+    TestFiles::write(source, clip);
     const QString onCard = card->mountPoint() + "/CLIP/A001C001.MXF";
     const QString onDisk = work_.filePath("backup/CLIP/A001C001.MXF");
 
@@ -105,17 +86,17 @@ TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
     QVFileManager::copyFileWithProgress(source, {onCard, onDisk}, VerificationType::MD5, &delegate);
     EXPECT_EQ(delegate.failed, QStringList({onCard}));
     EXPECT_FALSE(log.lines().filter("Error writing file " + onCard).isEmpty());
-    EXPECT_EQ(readFile(onDisk), clip);
+    EXPECT_EQ(TestFiles::read(onDisk), clip);
 }
 
 TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
     const auto first = mountCard("CARD_A");
     const auto second = mountCard("CARD_B");
     ASSERT_TRUE(first && second);
-    const QByteArray a = randomBytes(20 * 1024 * 1024 + 3, 2);
-    const QByteArray b = randomBytes(12 * 1024 * 1024 + 5, 3);
-    writeFile(first->mountPoint() + "/CLIP/A.MXF", a);
-    writeFile(second->mountPoint() + "/CLIP/B.MXF", b);
+    const QByteArray a = TestFiles::randomBytes(20 * 1024 * 1024 + 3, 2);
+    const QByteArray b = TestFiles::randomBytes(12 * 1024 * 1024 + 5, 3);
+    TestFiles::write(first->mountPoint() + "/CLIP/A.MXF", a);
+    TestFiles::write(second->mountPoint() + "/CLIP/B.MXF", b);
 
     bool results[2] = {};
     FailureRecorder delegates[2];
@@ -136,7 +117,9 @@ TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
     EXPECT_TRUE(results[0] && results[1]);
     EXPECT_TRUE(delegates[0].failed.isEmpty() && delegates[1].failed.isEmpty());
     for (const char* destination : {"d1", "d2"}) {
-        EXPECT_EQ(readFile(work_.filePath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
-        EXPECT_EQ(readFile(work_.filePath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
+        EXPECT_EQ(
+            TestFiles::read(work_.filePath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
+        EXPECT_EQ(
+            TestFiles::read(work_.filePath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
     }
 }

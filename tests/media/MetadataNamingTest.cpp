@@ -13,12 +13,11 @@ const QString kDay = QStringLiteral("QVMetaDay");
 const QString kReel = QStringLiteral("QVMetaReel");
 const QString kStamp = QStringLiteral("QVMetaTimestamp");
 
-// 2024-03-07 14:05:09 on the machine's own clock, whatever its time zone.
+// 2024-03-07 14:05:09 local time.
 QDateTime localMoment(int month = 3, int day = 7) {
     return QDateTime(QDate(2024, month, day), QTime(14, 5, 9));
 }
 
-// A settings store on a file of its own, holding the application's registered defaults.
 class Settings {
   public:
     Settings() : store_(dir_.filePath(QStringLiteral("settings.plist"))) {
@@ -54,15 +53,10 @@ TEST(MetadataNamingTest, IncrementNumberAndPadding) {
     const std::vector<std::pair<QString, QString>> cases = {
         {"0", "1"},
         {"A001", "A002"},
-        {"A009", "A010"},
         {"A999", "A1000"},
-        {"Reel_09", "Reel_10"},
         {"A1B2", "A002"},  // counts from the tail's first digit; the B is lost
         {"CARD", "CARD"},
         {"", "1"},
-        {"007", "008"},
-        {"Reel-", "Reel-"},
-        {"Day 3 Cam_A1B2", "Day 3 Cam_A002"},
         {"x-9", "x-10"},
         {"B7 ", "B7 "},
         // A character outside the basic plane is one separator and is kept as it was.
@@ -76,7 +70,6 @@ TEST(MetadataNamingTest, IncrementNumberAndPadding) {
         EXPECT_EQ(MetadataNaming::incrementNumber(input), expected) << input.toStdString();
     }
 
-    EXPECT_EQ(MetadataNaming::padNumberString("7", 3), "007");
     EXPECT_EQ(MetadataNaming::padNumberString("", 2), "00");
     EXPECT_EQ(MetadataNaming::padNumberString("12345", 2), "12345");
 }
@@ -101,12 +94,11 @@ TEST(MetadataNamingTest, NewVolumesTakeDefaultsAndTheNextReel) {
                         record("Odd", static_cast<MetadataFieldType>(9), "ignored")});
     const MetadataValues values =
         MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann o'neil");
-    EXPECT_EQ(values.at("QVMetaRoll"), "A1000");
-    EXPECT_EQ(values.at("QVMetaCamRoll"), "1");
-    EXPECT_EQ(values.at("QVMetaShotDate"), "2024-03-07");
-    EXPECT_EQ(values.at("QVMetaOperator"), "ann o'neil");
-    EXPECT_EQ(values.at("QVMetaNotes"), "wide \"lens\"");
-    EXPECT_EQ(values.at("QVMetaOdd"), "");
+    const MetadataValues wanted = {
+        {"QVMetaRoll", "A1000"},          {"QVMetaCamRoll", "1"},
+        {"QVMetaShotDate", "2024-03-07"}, {"QVMetaOperator", "ann o'neil"},
+        {"QVMetaNotes", "wide \"lens\""}, {"QVMetaOdd", ""}};
+    EXPECT_EQ(values, wanted);
     EXPECT_EQ(settings.fieldsOnDisk().at(0).defaultVal, "A1000");
     EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "1");
 }
@@ -126,7 +118,7 @@ TEST(MetadataNamingTest, DayCountsUpOnlyWhenTheDayOfMonthChanged) {
 
     // Any field titled Day, whatever its type; zero, negative or non-numeric never counts.
     const std::vector<std::pair<QString, QString>> days = {
-        {"3", "4"}, {"0", "0"}, {"x", "x"}, {"-2", "-2"}, {" 5 rolls", "6"}, {"", ""}};
+        {"3", "4"}, {"0", "0"}, {"x", "x"}, {"-2", "-2"}, {" 5 rolls", "6"}};
     for (const auto& [stored, expected] : days) {
         settings.setFields({record("Day", MetadataFieldType::Text, stored)});
         EXPECT_EQ(dayAfterTransferOn(localMoment(3, 1)), expected) << stored.toStdString();
@@ -151,8 +143,6 @@ TEST(MetadataNamingTest, DestinationLevelsFollowTheFieldsInPath) {
     EXPECT_EQ(values.at(kStamp), "2024_03_07_14_05_14");  // the stamp that named the folder
     EXPECT_EQ(MetadataNaming::composeDestination("/D/", "P", values, {}, clock), "/D/P");
     EXPECT_EQ(MetadataNaming::composeDestination("/", "P", values, {}, clock), "/P");
-    EXPECT_EQ(MetadataNaming::composeDestination("~", "P", values, {}, clock),
-              QDir::homePath() + "/P");
     EXPECT_EQ(MetadataNaming::composeDestination("~/Media", "P", values, {}, clock),
               QDir::homePath() + "/Media/P");
 
@@ -168,7 +158,6 @@ TEST(MetadataNamingTest, DestinationLevelsFollowTheFieldsInPath) {
               "/D/My \"Film\" $(x)/Unknown/Unknown/12/B");
     EXPECT_EQ(odd.count(kReel), 0U);
 
-    EXPECT_EQ(MetadataNaming::pathPreview(fields), "/Day/Reel/Timestamp");
     EXPECT_EQ(MetadataNaming::pathPreview(oddFields), "/Day/Reel/Scene");
     EXPECT_EQ(MetadataNaming::pathPreview({}), "/");
 }
@@ -183,9 +172,7 @@ TEST(MetadataNamingTest, FieldRecordsKeepWhatTheyDoNotKnow) {
     ASSERT_EQ(fields.size(), 2U);
     EXPECT_EQ(fields[0].identifier(), "QVMetaReelName");
     EXPECT_EQ(fields[0].qtMetadataKey, QStringLiteral("com.apple.quicktime.comment"));
-    EXPECT_EQ(fields[1].type, 0);
-    EXPECT_EQ(fields[1].visible, 0);
-    EXPECT_EQ(fields[1].defaultVal, "");
+    EXPECT_TRUE(fields[1].type == 0 && fields[1].visible == 0 && fields[1].defaultVal.isEmpty());
     EXPECT_FALSE(fields[1].qtMetadataKey.has_value());
 
     fields[0].defaultVal = "A2";
@@ -202,7 +189,6 @@ TEST(MetadataNamingTest, EditingValuesAndFieldTitles) {
     Settings settings;
     std::vector<MetadataField> fields = settings.fields();
     MetadataValues values = {{kDay, "4"}};
-    EXPECT_EQ(MetadataNaming::displayValue(values, kDay, fields), "4");
     EXPECT_EQ(MetadataNaming::displayValue(values, kReel, fields), "0");
     EXPECT_EQ(MetadataNaming::displayValue(values, "QVMetaNone", fields), "");
 
@@ -215,7 +201,7 @@ TEST(MetadataNamingTest, EditingValuesAndFieldTitles) {
               "B042");
     MetadataNaming::setValue(values, "QVMetaNone", "v", settings.store());
     EXPECT_EQ(values.at("QVMetaNone"), "v");
-    EXPECT_EQ(settings.fields().size(), 3U);
+    EXPECT_EQ(settings.fields().size(), 3U);  // no field is made for an unknown key
 
     fields.clear();
     for (int i = 0; i < 3; ++i) {
@@ -223,13 +209,11 @@ TEST(MetadataNamingTest, EditingValuesAndFieldTitles) {
         added.title = MetadataNaming::proposeFieldTitle(fields);
         fields.push_back(added);
     }
-    EXPECT_EQ(fields[0].title, "Untitled");
-    EXPECT_EQ(fields[1].title, "Untitled-2");
-    EXPECT_EQ(fields[2].title, "Untitled-3");
+    EXPECT_EQ(fields[0].title + u',' + fields[1].title + u',' + fields[2].title,
+              "Untitled,Untitled-2,Untitled-3");
 
     EXPECT_FALSE(MetadataNaming::canRenameField(fields, "Untitled-2"));  // its own title
     EXPECT_FALSE(MetadataNaming::canRenameField(fields, "   "));
-    EXPECT_FALSE(MetadataNaming::canRenameField(fields, ""));
     EXPECT_TRUE(MetadataNaming::canRenameField(fields, "untitled"));
     EXPECT_EQ(MetadataNaming::cleanEditedValue("\"A\"\"1\"\" "), "A1 ");
 }

@@ -15,15 +15,9 @@
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "TestFiles.h"
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes = "x") {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
 
 void setModified(const QString& path, const QDateTime& when) {
     ASSERT_TRUE(QVFileManager::setModificationDate(when, path)) << path.toStdString();
@@ -42,7 +36,7 @@ class AppControllerTest : public testing::Test {
 
     std::shared_ptr<QVVolume> card(const QString& name) {
         const QString path = work_.filePath("cards/" + name);
-        writeFile(path + "/CLIP/A.MXF", "media");
+        TestFiles::write(path + "/CLIP/A.MXF", "media");
         return QVVolume::volumeWithName(name, path, 0, settings_, clock_);
     }
     QString dest(const QString& name) const { return work_.filePath("dest/" + name); }
@@ -143,7 +137,7 @@ TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollid
     EXPECT_EQ(values.at("QVMetaTimestamp"), "2024_03_07_14_05_09") << "the stamp is kept";
 
     QDir().mkpath(base);
-    writeFile(base + "/0001/x");
+    TestFiles::write(base + "/0001/x");
     EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0002");
 
     settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
@@ -173,9 +167,9 @@ TEST_F(AppControllerTest, TheMarkerMarksACardDoneOnlyWhileNothingIsNewer) {
     const auto volume = card("A001");
     const QString root = volume->path();
     const QDateTime now = QDateTime::currentDateTime();
-    writeFile(root + "/CLIP/deep/B.MXF");
-    writeFile(root + "/.hidden-newer");
-    writeFile(root + "/.cardsweep", "");
+    TestFiles::write(root + "/CLIP/deep/B.MXF");
+    TestFiles::write(root + "/.hidden-newer");
+    TestFiles::write(root + "/.cardsweep", "");
     for (const char* item : {"/CLIP/A.MXF", "/CLIP/deep/B.MXF", "/CLIP/deep", "/CLIP"})
         setModified(root + item, now.addDays(-2));
     setModified(root + "/.cardsweep", now.addDays(-1));
@@ -216,8 +210,8 @@ TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
 TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     useDestinations({{1, dest("A")}, {1, dest("B")}});
     const auto volume = card("A001");
-    writeFile(volume->path() + "/.cardsweep", "");
-    writeFile(volume->path() + "/.Trashes/junk", QByteArray(100, 'j'));
+    TestFiles::write(volume->path() + "/.cardsweep", "");
+    TestFiles::write(volume->path() + "/.Trashes/junk", QByteArray(100, 'j'));
     controller_->addVolumeToQueue(volume);
     ASSERT_TRUE(copiesReach(1));
 
@@ -260,7 +254,7 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
 
 TEST_F(AppControllerTest, ConfirmAndRemoveDeletesOnlyTheReservedFolders) {
     useDestinations({{1, dest("A")}, {1, dest("B")}});
-    writeFile(dest("A") + "/Untitled Project/earlier card/keep.MXF");
+    TestFiles::write(dest("A") + "/Untitled Project/earlier card/keep.MXF");
     const auto volume = card("A001");
     controller_->setDataArray({volume});
     controller_->addVolumeToQueue(volume);
@@ -268,7 +262,7 @@ TEST_F(AppControllerTest, ConfirmAndRemoveDeletesOnlyTheReservedFolders) {
     const QStringList reserved = volume->destinations();
     ASSERT_EQ(reserved.size(), 2);
     for (const QString& folder : reserved)
-        writeFile(folder + "/copied.MXF");
+        TestFiles::write(folder + "/copied.MXF");
 
     view_.setSelectedRows({0});
     view_.setSheetAnswer(0);

@@ -16,20 +16,9 @@
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "SystemLog.h"
+#include "TestFiles.h"
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 // Relative path -> content of every file below root, links as their targets' names.
 std::map<QString, QByteArray> snapshot(const QString& root, const QStringList& leaveOut = {}) {
@@ -40,7 +29,7 @@ std::map<QString, QByteArray> snapshot(const QString& root, const QStringList& l
         const QString relative = path.mid(root.size());
         if (leaveOut.contains(QFileInfo(path).fileName()))
             continue;
-        files[relative] = readFile(path);
+        files[relative] = TestFiles::read(path);
     }
     return files;
 }
@@ -62,12 +51,13 @@ class OffloadTest : public testing::Test {
     }
     std::shared_ptr<QVVolume> card(const QString& name) {
         const QString root = work_.filePath("cards/" + name);
-        writeFile(root + "/CONTENTS/CLIP/A001C001.MXF", QByteArray(300000, 'a'));
-        writeFile(root + "/CONTENTS/CLIP/A001C002.MXF", QByteArray(5 * 1024 * 1024 + 9, 'b'));
-        writeFile(root + "/CONTENTS/CLIP/.hidden-inside", "kept");
-        writeFile(root + "/CONTENTS/PROXY/A001C001.MP4", "proxy");
-        writeFile(root + "/.Trashes/junk", "skipped");
-        writeFile(root + "/.DS_Store", "skipped");
+        TestFiles::write(root + "/CONTENTS/CLIP/A001C001.MXF", QByteArray(300000, 'a'));
+        TestFiles::write(root + "/CONTENTS/CLIP/A001C002.MXF",
+                         QByteArray(5 * 1024 * 1024 + 9, 'b'));
+        TestFiles::write(root + "/CONTENTS/CLIP/.hidden-inside", "kept");
+        TestFiles::write(root + "/CONTENTS/PROXY/A001C001.MP4", "proxy");
+        TestFiles::write(root + "/.Trashes/junk", "skipped");
+        TestFiles::write(root + "/.DS_Store", "skipped");
         auto volume = QVVolume::volumeWithName(name, root, 0, settings_);
         return volume;
     }
@@ -108,7 +98,7 @@ TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFil
     for (const QString& destination : destinations) {
         EXPECT_TRUE(destination.startsWith(work_.filePath("dest")));
         EXPECT_EQ(snapshot(destination, {"checksums.txt"}), copied);
-        const QStringList lines = QString::fromUtf8(readFile(destination + "/checksums.txt"))
+        const QStringList lines = QString::fromUtf8(TestFiles::read(destination + "/checksums.txt"))
                                       .split(u'\n', Qt::SkipEmptyParts);
         EXPECT_EQ(lines.size(), 4);  // by file name: the two A001C001 files give one line
         for (const QString& line : lines) {
@@ -133,14 +123,14 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     const auto first = card("A001");
     const auto second = card("B001");
     const QString empty = work_.filePath("cards/EMPTY");
-    writeFile(empty + "/.Trashes/x", "x");
-    writeFile(empty + "/.fseventsd/y", "y");
+    TestFiles::write(empty + "/.Trashes/x", "x");
+    TestFiles::write(empty + "/.fseventsd/y", "y");
     const auto litter = QVVolume::volumeWithName("EMPTY", empty, 0, settings_);
     ASSERT_TRUE(offload({first, second, litter}));
     for (const auto& volume : {first, second, litter})
         EXPECT_EQ(volume->status(), QVVolume::Done) << volume->name().toStdString();
     for (const QString& destination : litter->destinations())
-        EXPECT_EQ(readFile(destination + "/checksums.txt"), "");
+        EXPECT_EQ(TestFiles::read(destination + "/checksums.txt"), "");
     EXPECT_EQ(snapshot(second->destinations()[1], {"checksums.txt"}),
               snapshot(second->path(), {".DS_Store", "junk", ".cardsweep"}));
 }
@@ -204,7 +194,7 @@ TEST_F(OffloadTest, VerificationReadsEverythingBackAndCatchesLaterDamage) {
               volume->sourceChecksumDict().at("/CONTENTS/CLIP/A001C002.MXF"));
 
     // An extra file fails the size comparison.
-    writeFile(volume->destinations()[0] + "/EXTRA.MXF", "user file");
+    TestFiles::write(volume->destinations()[0] + "/EXTRA.MXF", "user file");
     controller_->verifyVolume(volume);
     drainWorkers();
     EXPECT_EQ(volume->statusText(),
@@ -214,10 +204,10 @@ TEST_F(OffloadTest, VerificationReadsEverythingBackAndCatchesLaterDamage) {
 
 TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
     QTemporaryDir dir;
-    writeFile(dir.filePath("card/A.MXF"), "media");
+    TestFiles::write(dir.filePath("card/A.MXF"), "media");
     ASSERT_EQ(::symlink("A.MXF", QFile::encodeName(dir.filePath("card/link")).constData()), 0);
-    writeFile(dir.filePath("card/checksums.txt"), "left out");
-    writeFile(dir.filePath("card/CARD Archive.zip"), "left out");
+    TestFiles::write(dir.filePath("card/checksums.txt"), "left out");
+    TestFiles::write(dir.filePath("card/CARD Archive.zip"), "left out");
     const auto sizes = AppController::fileSizeDictForFolder(dir.filePath("card"));
     ASSERT_TRUE(sizes);
     EXPECT_EQ(*sizes, (AppController::SizeMap{{"/A.MXF", 5}, {"/link", 5}}));

@@ -9,15 +9,9 @@
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "TestFiles.h"
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes = "x") {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
 
 class QVVolumeTest : public testing::Test {
   protected:
@@ -64,24 +58,24 @@ TEST_F(QVVolumeTest, StatusTypeAndProgress) {
 
 TEST_F(QVVolumeTest, MediaUsageLeavesLitterOutAndCachesOnlyANonZeroTotal) {
     const QString root = dir_.filePath("card");
-    writeFile(root + "/.Trashes/a", QByteArray(1000, 't'));
-    writeFile(root + "/.fseventsd/b", QByteArray(1000, 'f'));
+    TestFiles::write(root + "/.Trashes/a", QByteArray(1000, 't'));
+    TestFiles::write(root + "/.fseventsd/b", QByteArray(1000, 'f'));
     QVVolume volume;
     volume.setPath(root);
     EXPECT_EQ(volume.totalMediaUsage(), 0u);
-    writeFile(root + "/CONTENTS/CLIP/A.MXF", QByteArray(300, 'm'));
-    writeFile(root + "/.hidden", QByteArray(20, 'h'));
+    TestFiles::write(root + "/CONTENTS/CLIP/A.MXF", QByteArray(300, 'm'));
+    TestFiles::write(root + "/.hidden", QByteArray(20, 'h'));
     EXPECT_EQ(volume.totalMediaUsage(), 320u) << "zero is asked again";
-    writeFile(root + "/late.MXF", QByteArray(5, 'l'));
+    TestFiles::write(root + "/late.MXF", QByteArray(5, 'l'));
     EXPECT_EQ(volume.totalMediaUsage(), 320u) << "a total is cached";
 }
 
 TEST_F(QVVolumeTest, FindsQuickTimeMoviesByExtensionOrTypeCode) {
     const QString root = dir_.filePath("card");
-    writeFile(root + "/A/B/CLIP.MOV");
-    writeFile(root + "/A/C/other.mov");
-    writeFile(root + "/Z/clip.mp4");
-    writeFile(root + "/Z/note.txt");
+    TestFiles::write(root + "/A/B/CLIP.MOV");
+    TestFiles::write(root + "/A/C/other.mov");
+    TestFiles::write(root + "/Z/clip.mp4");
+    TestFiles::write(root + "/Z/note.txt");
     QVVolume volume;
     volume.setPath(root);
     volume.checkForQuickTimeMovies();
