@@ -1,9 +1,12 @@
 #include "PosixFileLayer.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 FileLayer& FileLayer::posix() {
     static PosixFileLayer layer;  // stateless
@@ -39,7 +42,19 @@ int PosixFileLayer::close(int fd) {
 }
 
 int PosixFileLayer::status(const QByteArray& path, struct stat* status) {
-    return ::stat(path.constData(), status);
+    if (::stat(path.constData(), status) != 0)
+        return -1;
+    if (!S_ISBLK(status->st_mode))
+        return 0;
+    // A device reports no size of its own; its capacity is what a raw read will copy.
+    const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    std::uint64_t bytes = 0;
+    if (::ioctl(fd, BLKGETSIZE64, &bytes) == 0)
+        status->st_size = off_t(bytes);
+    ::close(fd);
+    return 0;
 }
 
 bool PosixFileLayer::applyAttributes(const QByteArray& path, const struct stat& attributes) {

@@ -82,7 +82,12 @@ class AppController : public CopyDelegate, public TransferStages {
     bool copyItem(const QString& item, const QStringList& destinations,
                   const QString& relativeSource, const std::shared_ptr<QVVolume>& volume);
     void copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume);
+    /// Reads the block device behind the volume raw into a read-only image, digesting both on
+    /// the way (AppControllerDiskImage.cpp). True once a device was found.
     bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
+    /// Re-reads each image of the volume and compares its digest with the device's; 0 when
+    /// they agree (the image check of verification).
+    int verifyDiskImage(const QString& imagePath, QVVolume& volume);
     /// "checksums.txt" (digest TAB name LF) into every destination, from the inline digests.
     void writeChecksumFileForVolume(QVVolume& volume);
 
@@ -153,7 +158,8 @@ class AppController : public CopyDelegate, public TransferStages {
     qint64 threadCount_ = 0;                                 // guarded by queueMutex_
 
     mutable std::recursive_mutex lock_;
-    QStringList reservedFileQueue_;  // guarded by lock_
+    QStringList reservedFileQueue_;            // guarded by lock_
+    std::map<QString, QString> imageDigests_;  // guarded by lock_: image path -> device digest
 
     mutable std::mutex dataMutex_;
     std::vector<std::shared_ptr<QVVolume>> dataArray_;  // guarded by dataMutex_

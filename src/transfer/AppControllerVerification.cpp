@@ -212,7 +212,14 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
     setVerifying();
 
     if (imageMode) {
-        // Images are checked by the disk-mode stage; nothing to compare file by file here.
+        for (const QString& image : destinations) {
+            const int code = verifyDiskImage(image, v);
+            QVLog::appendLog(u"Disk verify return value: %i", code);
+            if (code == 0)
+                continue;
+            fail(QStringLiteral("Disk image failed verification test"));
+            return finish();
+        }
         return finish();
     }
     if (v.status() == QVVolume::Failed)

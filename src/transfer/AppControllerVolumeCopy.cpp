@@ -172,12 +172,6 @@ void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QV
     }
 }
 
-bool AppController::createDiskImage(const QString& imagePath, const QString& volumePath) {
-    QVLog::appendLog(u"Disk images of %@ are not available in this build (%@)", volumePath,
-                     imagePath);
-    return false;
-}
-
 void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     try {
         const QStringList destinations = volume.destinations();
