@@ -69,10 +69,10 @@ QString UDisks2::blockObject(const QString& device) {
     if (device.isEmpty() || !daemonAnswers()) {
         return {};
     }
-    const QVariantMap spec{{QStringLiteral("path"), device}};
+    const QVariantMap byPath{{QStringLiteral("path"), device}};
     const QDBusMessage reply =
         call(QStringLiteral("/org/freedesktop/UDisks2/Manager"), QStringLiteral("Manager"),
-             QStringLiteral("ResolveDevice"), {spec, QVariantMap()});
+             QStringLiteral("ResolveDevice"), {byPath, QVariantMap()});
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
         QVLog::appendLog(u"UDisks2: cannot resolve %@: %@", device, reply.errorMessage());
         return {};
