@@ -1,0 +1,19 @@
+#pragma once
+// Erases a removable card as FAT32 ("MS-DOS"): unmount, mkfs.fat, mount again. Refuses
+// anything that is not a removable block device, and the device of "/" or of any path
+// that must be kept (the destinations).
+
+#include <QString>
+#include <QStringList>
+
+class VolumeEraser {
+  public:
+    /// Reformats the card mounted at mountPoint as FAT32 labelled fatLabel(name). True when
+    /// mkfs.fat succeeded; then *error is empty, or says the card could not be mounted again.
+    /// False with the reason in *error when it refuses or fails before formatting.
+    static bool eraseAsFat(const QString& mountPoint, const QString& name,
+                           const QStringList& protectedPaths, QString* error = nullptr);
+
+    /// name upper-cased, without the characters FAT labels can't hold, cut to 11.
+    static QString fatLabel(const QString& name);
+};
