@@ -1,0 +1,131 @@
+// Mount notifications and the removable-media list against real cards on loop devices.
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <algorithm>
+#include <chrono>
+#include <memory>
+
+#include "LoopCard.h"
+#include "MountMonitor.h"
+#include "RemovableMedia.h"
+#include "TempHome.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Cards come and go through tools in other processes; give them plenty of time.
+constexpr auto kPatience = 20s;
+
+class MountMonitorE2ETest : public testing::Test {
+  protected:
+    void SetUp() override {
+        const QString reason = LoopCard::unavailableReason();
+        if (!reason.isEmpty()) {
+            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
+        }
+        ASSERT_TRUE(media_.isValid());
+        home_.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(media_.path()));
+    }
+
+    std::unique_ptr<LoopCard> mountCard(const QString& label, const QString& folder) {
+        auto card =
+            std::make_unique<LoopCard>(label, LoopCard::kDefaultSize, media_.filePath(folder));
+        EXPECT_TRUE(card->ok()) << card->error().toStdString();
+        return card->ok() ? std::move(card) : nullptr;
+    }
+
+  private:
+    TempHome home_;
+    QTemporaryDir media_;
+};
+
+// How many of the entries are mounted at mountPoint from device.
+long countOf(const std::vector<MountEntry>& entries, const QString& mountPoint,
+             const QString& device) {
+    return std::count_if(entries.begin(), entries.end(), [&](const MountEntry& e) {
+        return e.mountPoint == mountPoint && e.source == device;
+    });
+}
+
+// Runs the main loop until done() holds or patience runs out; false on the latter.
+template <typename Predicate>
+bool spinUntil(const Predicate& done) {
+    QTimer wake;  // so waiting for events never outlasts the deadline
+    wake.start(50);
+    const QDeadlineTimer deadline(kPatience);
+    while (!done()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+}  // namespace
+
+// Other cards may come and go on this machine meanwhile, so only our own are looked at.
+TEST_F(MountMonitorE2ETest, ReportsCardsGoingInAndOut) {
+    for (const auto mode : {MountMonitor::Mode::Kernel, MountMonitor::Mode::Polling}) {
+        SCOPED_TRACE(mode == MountMonitor::Mode::Kernel ? "kernel monitor" : "polling");
+        // Already in when watching starts: part of the first snapshot, never reported.
+        const auto early = mountCard(QStringLiteral("EARLY"), QStringLiteral("EARLY"));
+        ASSERT_TRUE(early);
+        MountMonitor(nullptr, mode).start();  // one started and dropped at once is harmless
+        MountMonitor monitor(nullptr, mode);
+        std::vector<MountEntry> in;
+        std::vector<MountEntry> out;
+        QObject::connect(&monitor, &MountMonitor::volumeDidMount,
+                         [&](const MountEntry& e) { in.push_back(e); });
+        QObject::connect(&monitor, &MountMonitor::volumeDidUnmount,
+                         [&](const MountEntry& e) { out.push_back(e); });
+        monitor.start();
+        // Where the kernel monitor works, it must be what is used.
+        EXPECT_EQ(monitor.isPolling(), mode == MountMonitor::Mode::Polling);
+
+        const auto card = mountCard(QStringLiteral("A001"), QStringLiteral("A001 \t'$(x)'"));
+        ASSERT_TRUE(card);
+        const QString at = card->mountPoint();
+        const QString device = card->device();
+        ASSERT_TRUE(spinUntil([&] { return countOf(in, at, device) > 0; }));
+        EXPECT_EQ(countOf(in, at, device), 1);
+        EXPECT_EQ(countOf(in, early->mountPoint(), early->device()), 0);
+
+        ASSERT_TRUE(card->unmount());
+        ASSERT_TRUE(spinUntil([&] { return countOf(out, at, device) > 0; }));
+        EXPECT_EQ(countOf(out, at, device), 1);
+        EXPECT_EQ(countOf(in, at, device), 1);
+
+        // Stopped, it says nothing more, whatever happens to the cards.
+        monitor.stop();
+        ASSERT_TRUE(card->remount()) << card->error().toStdString();
+        ASSERT_TRUE(early->unmount());
+        QCoreApplication::processEvents();
+        EXPECT_EQ(countOf(in, at, device), 1);
+        EXPECT_EQ(countOf(out, early->mountPoint(), early->device()), 0);
+    }
+}
+
+TEST_F(MountMonitorE2ETest, RemovableMediaListsTheCardButNotTheSystemDisk) {
+    const auto card = mountCard(QStringLiteral("A001"), QStringLiteral("A001"));
+    ASSERT_TRUE(card);
+    const std::optional<MountEntry> root = MountTable::entryForMountPoint(QStringLiteral("/"));
+    const std::vector<MountEntry> media = RemovableMedia::mounted();
+    EXPECT_EQ(countOf(media, card->mountPoint(), card->device()), 1);
+    for (const MountEntry& entry : media) {
+        EXPECT_NE(entry.mountPoint, QStringLiteral("/"));
+        EXPECT_TRUE(!root || entry.source != root->source) << entry.mountPoint.toStdString();
+    }
+    // The loop device is file-backed, so it counts wherever it is mounted.
+    EXPECT_TRUE(RemovableMedia::factsForDevice(card->device()).fileBacked);
+
+    ASSERT_TRUE(card->unmount());
+    EXPECT_EQ(countOf(RemovableMedia::mounted(), card->mountPoint(), card->device()), 0);
+}
