@@ -19,6 +19,7 @@
 #include "QVLog.h"
 #include "SampleCard.h"
 #include "SettingsStore.h"
+#include "WatchRunner.h"
 
 namespace {
 
@@ -126,6 +127,16 @@ int main(int argc, char** argv) {
     std::string verifyFolderPath;
     verify->add_option("DEST_FOLDER", verifyFolderPath, "A folder holding checksums.txt")
         ->required();
+    CLI::App* watch = cli.add_subcommand(
+        "watch", "Transfer every recognised card as it is mounted, until Ctrl-C");
+    std::vector<std::string> watchDestinations;
+    bool eject = false;
+    bool image = false;
+    watch->add_option("--dest", watchDestinations, "A destination for this run (repeat for more)")
+        ->take_all();
+    watch->add_flag("--eject", eject, "Eject each card once it is verified");
+    watch->add_flag("--image", image, "Make a disk image of each card instead of copying files");
+
     CLI::App* demoCommand =
         cli.add_subcommand("demo", "Make a sample card and offload it to two temporary folders");
 
@@ -160,6 +171,12 @@ int main(int argc, char** argv) {
         status = OffloadRunner::run(store, request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath));
+    } else if (watch->parsed()) {
+        WatchRunner::Request request;
+        request.destinations = toStrings(watchDestinations);
+        request.eject = eject;
+        request.image = image;
+        status = WatchRunner::run(store, request);
     } else if (demoCommand->parsed()) {
         status = demo();
     } else {

@@ -35,6 +35,14 @@ void TerminalAppView::showVerificationFailureForVolume(const std::shared_ptr<QVV
                   .arg(failed->failedFile.value_or(failed->source)));
 }
 
+void TerminalAppView::showInfo(const QString& title,
+                               const std::vector<std::pair<QString, QString>>& rows) {
+    endProgress();
+    print(title + u'\n');
+    for (const auto& [label, value] : rows)
+        print(QStringLiteral("  %1: %2\n").arg(label, value));
+}
+
 void TerminalAppView::postGrowlNotification(const QString& title, const QString& description,
                                             const QString&, const QString&) {
     endProgress();

@@ -23,6 +23,8 @@ class TerminalAppView : public AppView, public Notifier {
     void setWindowTitle(const QString&) override {}
     void setRemainingSpaceText(const QString&) override {}
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
+    void showInfo(const QString& title,
+                  const std::vector<std::pair<QString, QString>>& rows) override;
     void postGrowlNotification(const QString& title, const QString& description,
                                const QString& icon, const QString& notificationName) override;
 

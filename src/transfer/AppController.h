@@ -127,6 +127,23 @@ class AppController : public CopyDelegate, public TransferStages {
     /// Runs after a successful transfer, on a thread of its own.
     void performPostActions(const std::shared_ptr<QVVolume>& volume);
 
+    // ---- Discovery (AppControllerDiscovery.cpp)
+    /// Start-up: lists the mounted cards, names offline destination drives, and in automatic
+    /// mode queues the card named by "-cardsweepVolume PATH" if it is listed by then.
+    void startUp(const QStringList& arguments);
+    void populateVolumes();
+    std::shared_ptr<QVVolume> addVolumeLocationToList(const QString& path, bool isFolder = false);
+    void volumeDidMount(const QString& path);
+    void volumeDidUnmount(const QString& path);
+    /// The automatic mode (queue recognised cards as they are mounted).
+    bool cardsweepEnabled() const;
+    void transfer();
+    void toggleCardsweep();
+    void ignore();
+    void resetIgnoredVolumes();
+    void showInfo();
+    void importFolders(const QStringList& folders);
+
     // ---- Presentation (AppControllerPresentation.cpp); main thread only
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
@@ -142,6 +159,7 @@ class AppController : public CopyDelegate, public TransferStages {
     /// goes is dropped.
     void onMainThread(std::function<void()> fn, bool wait);
     void setOutcome(QVVolume& volume, bool copyFailed);
+    bool isDestinationDrive(const QString& path) const;
     std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
 
     SettingsStore& settings_;

@@ -58,8 +58,12 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
 
     bool copyFailed = false;
     for (const QString& item : items) {
-        if (v.status() == QVVolume::Cancelled)
+        if (v.status() == QVVolume::Cancelled) {
+            // No manifest and no outcome; the slots go back and the next card may start.
+            cancelVolume(v);
+            finishVolume(volume);
             return true;
+        }
         if (isSkipped(item))
             continue;
         v.incrementTransferCount();

@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <memory>
+#include <utility>
 #include <vector>
 
 class QVVolume;
@@ -43,6 +44,9 @@ class AppView {
     virtual void setBadge(const QString& badge) = 0;
     virtual void setWindowTitle(const QString& title) = 0;
     virtual void setRemainingSpaceText(const QString& text) = 0;
+    /// Shows the information panel: a title and label/value rows.
+    virtual void showInfo(const QString& title,
+                          const std::vector<std::pair<QString, QString>>& rows) = 0;
     /// Opens the review of the files that failed verification; returns once it is shown.
     virtual void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) = 0;
 };

@@ -63,6 +63,14 @@ void RecordingAppView::showVerificationFailureForVolume(const std::shared_ptr<QV
     record(QStringLiteral("review"));
 }
 
+void RecordingAppView::showInfo(const QString& title,
+                                const std::vector<std::pair<QString, QString>>& rows) {
+    QStringList text;
+    for (const auto& [label, value] : rows)
+        text << label + u'=' + value;
+    record(QStringLiteral("info: %1 | %2").arg(title, text.join(u"; ")));
+}
+
 QStringList RecordingAppView::events() const {
     const std::lock_guard lock(mutex_);
     return events_;

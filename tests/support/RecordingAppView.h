@@ -28,6 +28,8 @@ class RecordingAppView : public AppView {
     void setWindowTitle(const QString& title) override;
     void setRemainingSpaceText(const QString& text) override;
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
+    void showInfo(const QString& title,
+                  const std::vector<std::pair<QString, QString>>& rows) override;
 
     QStringList events() const;
     int count(const QString& event) const { return int(events().count(event)); }

@@ -15,6 +15,7 @@
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "TempHome.h"
 #include "TestFiles.h"
 
 namespace {
@@ -277,4 +278,66 @@ TEST_F(AppControllerTest, ConfirmAndRemoveDeletesOnlyTheReservedFolders) {
         EXPECT_FALSE(QFileInfo::exists(folder));
     EXPECT_TRUE(QFileInfo::exists(dest("A") + "/Untitled Project/earlier card/keep.MXF"));
     EXPECT_TRUE(QFileInfo::exists(volume->path() + "/CLIP/A.MXF"));
+}
+
+TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
+    TempHome home;
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
+    useDestinations({{1, work_.filePath("cards/RAID/Media")}, {1, dest("home")}});
+    card("RAID");
+    card("RAID 2");
+    card("NO NAME");
+    settings_.setObject(SettingsKey::ignoredVolumes,
+                        PropertyList(PropertyList::Array{PropertyList(QString("NO NAME"))}));
+    for (const char* name : {"RAID", "RAID 2", "NO NAME"})
+        controller_->volumeDidMount(work_.filePath("cards/") + name);
+    std::vector<QString> listed;
+    for (const auto& volume : controller_->dataArray())
+        listed.push_back(volume->name());
+    EXPECT_EQ(listed, std::vector<QString>{"RAID 2"});
+
+    view_.setSelectedRows({0});
+    controller_->ignore();
+    EXPECT_TRUE(controller_->dataArray().empty());
+    EXPECT_EQ(settings_.object(SettingsKey::ignoredVolumes).toStringList(),
+              QStringList({"NO NAME", "RAID 2"}));
+
+    controller_->importFolders({work_.filePath("cards/RAID")});
+    ASSERT_EQ(controller_->dataArray().size(), 0u) << "a destination's drive, even as a folder";
+    controller_->importFolders({dest("home")});
+    ASSERT_EQ(controller_->dataArray().size(), 1u);
+    EXPECT_EQ(controller_->dataArray()[0]->status(), QVVolume::Idle) << "folders are subjects";
+}
+
+TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndAnUnmountInterrupts) {
+    TempHome home;
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
+    useDestinations({{1, dest("A")}});
+    settings_.setObject("cardsweepEnabled", PropertyList(qint64(1)));
+    TestFiles::write(work_.filePath("cards/EOS/DCIM/100EOS5D/MVI_0001.MOV"));
+    TestFiles::write(work_.filePath("cards/USB/notes.txt"));
+    controller_->volumeDidMount(work_.filePath("cards/USB"));
+    controller_->volumeDidMount(work_.filePath("cards/EOS"));
+    ASSERT_TRUE(copiesReach(1));
+    const auto eos = stages_.copies()[0].volume;
+    EXPECT_EQ(eos->typeName(), "EOSHD");
+    EXPECT_EQ(controller_->dataArray().size(), 2u) << "an unknown card is listed, not started";
+
+    controller_->volumeDidUnmount(eos->path());
+    EXPECT_EQ(eos->status(), QVVolume::Cancelled) << "its worker stops at the next check";
+    ASSERT_TRUE(waitUntil([&] {
+        return view_.count(
+                   "sheet: Transfer interrupted | The source drive was unmounted "
+                   "mid-transfer.") == 1;
+    }));
+    controller_->volumeDidUnmount(work_.filePath("cards/USB"));
+    EXPECT_TRUE(controller_->dataArray().empty());
+
+    view_.setSelectedRows({0});
+    controller_->importFolders({work_.filePath("cards/EOS")});
+    controller_->showInfo();
+    EXPECT_TRUE(
+        view_.events()
+            .filter("info: EOS | Mount Point=" + work_.filePath("cards/EOS") + "; Type=EOSHD;")
+            .size() == 1);
 }

@@ -1,0 +1,271 @@
+// Keeping the volume list in step with the mounted cards and the folders the user adds:
+// mounts, unmounts, start-up, the automatic mode, and the Transfer, Ignore and Info commands.
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <QFile>
+#include <QFileInfo>
+
+#include "AppController.h"
+#include "CardsweepVolumeChecker.h"
+#include "DetachedThreads.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "QVLocalPaths.h"
+#include "QVLog.h"
+#include "RemovableMedia.h"
+#include "SettingsStore.h"
+
+namespace {
+
+const char* const kAutomaticMode = "cardsweepEnabled";
+
+bool anythingAt(const QString& path) {
+    struct stat status {};
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+}
+
+}  // namespace
+
+bool AppController::cardsweepEnabled() const {
+    return settings_.isOn(kAutomaticMode);
+}
+
+void AppController::startUp(const QStringList& arguments) {
+    Preferences(settings_).repairConcurrentThreads();
+    DetachedThreads::start([this] { populateVolumes(); });
+
+    // Destination drives that aren't there are named once, and kept.
+    QStringList offline;
+    for (const DestinationEntry& entry : destinationList()) {
+        const QString drive = QVLocalPaths::mediaDriveForPath(entry.path);
+        if (drive.isEmpty() || anythingAt(drive))
+            continue;
+        const QString name = QFileInfo(drive).fileName();
+        if (!offline.contains(name))
+            offline << name;
+    }
+    if (!offline.isEmpty()) {
+        view_.showSheet({QStringLiteral("Destinations offline"),
+                         QStringLiteral("OK"),
+                         {},
+                         {},
+                         QStringLiteral("The following destination drives are offline:\n%1")
+                             .arg(offline.join(u'\n'))});
+    }
+    refreshTotalRemainingSpace();
+
+    if (!cardsweepEnabled())
+        return;
+    const qsizetype flag = arguments.indexOf(QStringLiteral("-cardsweepVolume"));
+    if (flag < 0 || flag + 1 >= arguments.size())
+        return;
+    for (const auto& volume : dataArray()) {
+        if (volume->path() != arguments[flag + 1])
+            continue;
+        addVolumeToQueue(volume);
+        return;
+    }
+}
+
+void AppController::populateVolumes() {
+    const std::lock_guard lock(lock_);
+    const std::vector<MountEntry> media = RemovableMedia::mounted();
+    setDataArray({});
+    onMainThread([this] { reloadVolumeList(); }, true);
+    for (const MountEntry& entry : media)
+        addVolumeLocationToList(entry.mountPoint);
+    onMainThread([this] { reloadVolumeList(); }, true);
+}
+
+bool AppController::isDestinationDrive(const QString& path) const {
+    const QString drive = QVLocalPaths::mediaDriveForPath(path);
+    if (drive.isEmpty())
+        return false;
+    for (const DestinationEntry& entry : destinationList()) {
+        if (QVLocalPaths::mediaDriveForPath(entry.path) == drive)
+            return true;
+    }
+    return false;
+}
+
+std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& path,
+                                                                 bool isFolder) {
+    const QString name = QFileInfo(path).fileName();
+    const int type = CardsweepVolumeChecker::verifyVolumeType(path);
+    const auto volume = QVVolume::volumeWithName(name, path, type, settings_, clock_);
+    volume->setIsFolder(isFolder);
+    if (isFolder)
+        volume->setStatus(QVVolume::Idle);
+    const QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
+    if (!isDestinationDrive(path) && !ignored.contains(name)) {
+        const std::lock_guard lock(dataMutex_);
+        dataArray_.push_back(volume);
+    }
+    onMainThread([this] { reloadVolumeList(); }, false);
+    DetachedThreads::start([this, volume] { checkDoneFlagForVolume(volume); });
+    return volume;
+}
+
+void AppController::volumeDidMount(const QString& path) {
+    const auto volume = addVolumeLocationToList(path);
+    if (volume->type() != -1 && volume->status() == QVVolume::Idle && cardsweepEnabled()) {
+        // The list's last volume is queued, which is this one whenever it was listed.
+        const auto volumes = dataArray();
+        if (!volumes.empty())
+            addVolumeToQueue(volumes.back());
+    }
+    QVLog::appendLog(u"Volume mounted: %@", path);
+}
+
+void AppController::volumeDidUnmount(const QString& path) {
+    bool interrupted = false;
+    {
+        const std::lock_guard lock(dataMutex_);
+        const auto found = std::find_if(dataArray_.begin(), dataArray_.end(),
+                                        [&](const auto& volume) { return volume->path() == path; });
+        if (found != dataArray_.end()) {
+            const qint64 status = (*found)->status();
+            if (status >= QVVolume::Copying && status <= QVVolume::Unmounting) {
+                // The worker still holds the record; it learns from the status that the card
+                // is gone and reports nothing as verified.
+                (*found)->setErrorString(QStringLiteral("Transfer interrupted"));
+                (*found)->setStatus(QVVolume::Cancelled);
+                interrupted = true;
+            }
+            dataArray_.erase(found);
+        }
+    }
+    onMainThread([this] { reloadVolumeList(); }, true);
+    QVLog::appendLogAndPrint(u"Volume unmounted: %@", path);
+    if (interrupted) {
+        onMainThread(
+            [this] {
+                view_.showSheet({QStringLiteral("Transfer interrupted"),
+                                 QStringLiteral("OK"),
+                                 {},
+                                 {},
+                                 QStringLiteral("The source drive was unmounted mid-transfer.")});
+            },
+            false);
+    }
+}
+
+void AppController::transfer() {
+    const auto volumes = dataArray();
+    for (const int row : view_.selectedRows()) {
+        if (row < 0 || std::size_t(row) >= volumes.size())
+            continue;
+        const auto volume = volumes[std::size_t(row)];
+        volume->setStatus(QVVolume::Idle);
+        DetachedThreads::start([this, volume] { addVolumeToQueue(volume); });
+    }
+    ToolbarState state;
+    state.transferLabel = QStringLiteral(" Cancel ");
+    state.transferImage = QStringLiteral("stop-progress");
+    state.transferEnabled = true;
+    view_.setToolbarState(state);
+    reloadVolumeList();
+}
+
+void AppController::toggleCardsweep() {
+    if (cardsweepEnabled()) {
+        settings_.setObject(kAutomaticMode, PropertyList(qint64(0)));
+        return;
+    }
+    settings_.setObject(kAutomaticMode, PropertyList(qint64(1)));
+    for (const auto& volume : dataArray()) {
+        const qint64 status = volume->status();
+        if (volume->type() != -1 && (status == QVVolume::Idle || status == QVVolume::Cancelled))
+            addVolumeToQueue(volume);
+    }
+}
+
+void AppController::ignore() {
+    const std::vector<int> rows = view_.selectedRows();
+    if (rows.empty())
+        return;
+    const bool one = rows.size() == 1;
+    const int answer = view_.showSheet(
+        {QStringLiteral("Are you sure you wish to ignore %1?")
+             .arg(one ? QStringLiteral("this volume") : QStringLiteral("these volumes")),
+         one ? QStringLiteral("Ignore Volume") : QStringLiteral("Ignore Volumes"),
+         QStringLiteral("Cancel"),
+         {},
+         QStringLiteral("This will hide the volume from the list and prevent Cardsweep from "
+                        "launching when this volume is mounted.")});
+    if (answer != 1)
+        return;
+    QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
+    const auto volumes = dataArray();
+    std::vector<std::shared_ptr<QVVolume>> dropped;
+    for (const int row : rows) {
+        if (row < 0 || std::size_t(row) >= volumes.size())
+            continue;
+        const auto& volume = volumes[std::size_t(row)];
+        if (ignored.contains(volume->name()))
+            continue;
+        ignored << volume->name();
+        dropped.push_back(volume);
+    }
+    {
+        const std::lock_guard lock(dataMutex_);
+        std::erase_if(dataArray_, [&](const auto& volume) {
+            return std::find(dropped.begin(), dropped.end(), volume) != dropped.end();
+        });
+    }
+    PropertyList::Array names;
+    for (const QString& name : ignored)
+        names.push_back(PropertyList(name));
+    settings_.setObject(SettingsKey::ignoredVolumes, PropertyList(names));
+    reloadVolumeList();
+}
+
+void AppController::resetIgnoredVolumes() {
+    settings_.remove(SettingsKey::ignoredVolumes);
+    settings_.synchronize();
+    DetachedThreads::start([this] { populateVolumes(); });
+    view_.showSheet({QStringLiteral("Ignored volumes successfully reset"),
+                     QStringLiteral("OK"),
+                     {},
+                     {},
+                     QStringLiteral("Previously-ignored volumes will now reappear in the "
+                                    "volume list.")});
+}
+
+void AppController::showInfo() {
+    const std::vector<int> rows = view_.selectedRows();
+    const auto volumes = dataArray();
+    if (rows.empty() || rows.front() < 0 || std::size_t(rows.front()) >= volumes.size())
+        return;
+    const QVVolume& volume = *volumes[std::size_t(rows.front())];
+    const QString path = volume.path();
+    struct statvfs figures {};
+    const bool known = ::statvfs(QFile::encodeName(path).constData(), &figures) == 0;
+    const double total = known ? double(figures.f_blocks) * double(figures.f_frsize) : 0;
+    const double free = known ? double(figures.f_bavail) * double(figures.f_frsize) : 0;
+    const auto info = QVFileManager::infoForDiskAtMountpoint(path);
+    const QString diskUuid = info ? (*info)["DiskUUID"].toString() : QString();
+    const QString volumeUuid = info ? (*info)["VolumeUUID"].toString() : QString();
+    const QString key = diskUuid.isEmpty() ? volumeUuid : diskUuid;
+    const auto counts = settings_.dictionary(SettingsKey::failureCounts);
+    const auto count = key.isEmpty() ? counts.end() : counts.find(key);
+    view_.showInfo(volume.name(),
+                   {{QStringLiteral("Mount Point"), path},
+                    {QStringLiteral("Type"), volume.typeName()},
+                    {QStringLiteral("Total Space"), QVFileManager::formatFileSize(total)},
+                    {QStringLiteral("Free Space"), QVFileManager::formatFileSize(free)},
+                    {QStringLiteral("Disk UUID"), diskUuid},
+                    {QStringLiteral("Volume UUID"), volumeUuid},
+                    {QStringLiteral("Number of Failures"),
+                     QString::number(count == counts.end() ? 0 : count->second.toInteger())}});
+}
+
+void AppController::importFolders(const QStringList& folders) {
+    for (const QString& folder : folders) {
+        const auto volume = addVolumeLocationToList(folder, true);
+        if (volume->status() == QVVolume::Idle && cardsweepEnabled())
+            addVolumeToQueue(volume);
+        QVLog::appendLog(u"Folder added: %@", folder);
+    }
+}
