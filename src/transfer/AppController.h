@@ -124,6 +124,14 @@ class AppController : public CopyDelegate, public TransferStages {
     void cancelSelectedTransfers();
     /// False when the user keeps the application open over running file operations.
     bool applicationShouldTerminate();
+    /// Eject command: cards are unmounted and powered off, folder rows dropped.
+    void eject();
+    void ejectVolume(QVVolume& volume);
+    /// Erase command: asks, then reformats each selected card as FAT on a thread of its own.
+    void erase();
+    void eraseVolume(const std::shared_ptr<QVVolume>& volume);
+    /// Refuses folders and any card sharing a device with "/" or a destination.
+    void eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume);
     /// Runs after a successful transfer, on a thread of its own.
     void performPostActions(const std::shared_ptr<QVVolume>& volume);
 

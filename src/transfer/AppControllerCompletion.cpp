@@ -9,6 +9,8 @@
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
+#include "VolumeEjector.h"
+#include "VolumeEraser.h"
 
 void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
@@ -110,4 +112,96 @@ void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) 
     writeChecksumFileForVolume(v);
     v.setStatus(QVVolume::Done);
     onMainThread([this] { reloadVolumeList(); }, false);
+}
+
+void AppController::eject() {
+    const auto volumes = dataArray();
+    std::vector<std::shared_ptr<QVVolume>> folders;
+    for (const int row : view_.selectedRows()) {
+        if (row < 0 || std::size_t(row) >= volumes.size())
+            continue;
+        const auto& volume = volumes[std::size_t(row)];
+        if (volume->isFolder())
+            folders.push_back(volume);
+        else
+            ejectVolume(*volume);
+    }
+    // A folder is ejected by dropping it from the list; cards leave through their unmount.
+    {
+        const std::lock_guard lock(dataMutex_);
+        std::erase_if(dataArray_, [&](const auto& volume) {
+            return std::find(folders.begin(), folders.end(), volume) != folders.end();
+        });
+    }
+    reloadVolumeList();
+}
+
+void AppController::ejectVolume(QVVolume& volume) {
+    QString error;
+    if (!VolumeEjector::unmountAndEject(volume.path(), &error))
+        QVLog::appendLog(u"Unable to eject %@: %@", volume.path(), error);
+}
+
+void AppController::erase() {
+    const std::vector<int> rows = view_.selectedRows();
+    if (rows.empty())
+        return;
+    const bool one = rows.size() == 1;
+    const int answer =
+        view_.showSheet({QStringLiteral("Are you sure you wish to erase %1 volume%2?")
+                             .arg(one ? QStringLiteral("this") : QStringLiteral("these"),
+                                  one ? QString() : QStringLiteral("s")),
+                         QStringLiteral("Erase"),
+                         QStringLiteral("Cancel"),
+                         {},
+                         QStringLiteral("This will permanently remove all data.")});
+    if (answer != 1)
+        return;
+    const auto volumes = dataArray();
+    for (const int row : rows) {
+        if (row >= 0 && std::size_t(row) < volumes.size())
+            eraseVolume(volumes[std::size_t(row)]);
+    }
+}
+
+void AppController::eraseVolume(const std::shared_ptr<QVVolume>& volume) {
+    ToolbarState state;
+    state.transferLabel = QStringLiteral("Transfer");
+    state.transferImage = QStringLiteral("Transfer.png");
+    state.transferEnabled = true;
+    state.eraseEnabled = false;
+    view_.setToolbarState(state);
+    DetachedThreads::start([this, volume] { eraseVolumeOnThread(volume); });
+}
+
+void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume) {
+    // Never the disk of a destination: those devices are protected.
+    QStringList destinations;
+    for (const DestinationEntry& entry : destinationList())
+        destinations << entry.path;
+    QString error;
+    const bool erased =
+        !volume->isFolder() &&
+        VolumeEraser::eraseAsFat(volume->path(), volume->name(), destinations, &error);
+    if (!error.isEmpty())
+        QVLog::appendLog(u"Erase of %@: %@", volume->path(), error);
+    const QString name = volume->name();
+    onMainThread(
+        [this, erased, name] {
+            if (erased) {
+                view_.showSheet({QStringLiteral("'%1' erased successfully").arg(name),
+                                 QStringLiteral("OK"),
+                                 {},
+                                 {},
+                                 QStringLiteral("The volume is now ready for use.")});
+            } else {
+                view_.showSheet({QStringLiteral("Unable to erase volume '%1'").arg(name),
+                                 QStringLiteral("OK"),
+                                 {},
+                                 {},
+                                 QStringLiteral("The volume may not exist or may be read-only.")});
+            }
+            updateToolbarForTableSelection();
+        },
+        true);
 }

@@ -1,5 +1,5 @@
-// cardsweep-cli watch against a real card: mounted while it runs, listed, recognised,
-// transferred, verified, ejected; and a clean stop on SIGTERM.
+// Cards on real loop devices: cardsweep-cli watch seeing one mounted, transferring, verifying
+// and ejecting it; and the controller's erase, with its refusals.
 #include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
@@ -11,8 +11,13 @@
 #include <mutex>
 #include <thread>
 
+#include "AppController.h"
 #include "LoopCard.h"
+#include "Preferences.h"
 #include "QVTask.h"
+#include "QVTaskEx.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
 #include "TempHome.h"
 #include "TestFiles.h"
 
@@ -93,4 +98,48 @@ TEST(WatchE2E, ACardMountedWhileWatchingIsTransferredVerifiedAndEjected) {
     while (it.hasNext())
         copied = copied || TestFiles::read(it.next()) == clip;
     EXPECT_TRUE(copied);
+}
+
+TEST(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
+    const QString reason = LoopCard::unavailableReason();
+    if (!reason.isEmpty())
+        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
+    TempHome home;
+    QTemporaryDir work;
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
+    LoopCard card("OLD CARD", LoopCard::kDefaultSize, work.filePath("media/OLD CARD"));
+    ASSERT_TRUE(card.ok()) << card.error().toStdString();
+    SettingsStore settings(work.filePath("settings.plist"));
+    Preferences(settings).registerAndMigrate();
+    RecordingAppView view;
+    RecordingNotifier notifier;
+    AppController controller(settings, view, notifier);
+    const auto volume = QVVolume::volumeWithName("OLD CARD", card.mountPoint(), -1, settings);
+    const auto folder = QVVolume::volumeWithName("FOLDER", work.path(), -1, settings);
+    folder->setIsFolder(true);
+    controller.setDataArray({volume, folder});
+
+    controller.setDestinationList({{1, card.mountPoint() + "/Backups"}});
+    controller.eraseVolumeOnThread(volume);
+    controller.eraseVolumeOnThread(folder);
+    EXPECT_EQ(view.count("sheet: Unable to erase volume 'OLD CARD' | The volume may not exist or "
+                         "may be read-only."),
+              1);
+    EXPECT_EQ(view.count("sheet: Unable to erase volume 'FOLDER' | The volume may not exist or may "
+                         "be read-only."),
+              1);
+
+    controller.setDestinationList({{1, work.filePath("dest")}});
+    view.setSelectedRows({0});
+    controller.erase();
+    ASSERT_TRUE(waitUntil([&] {
+        return view.count(
+                   "sheet: 'OLD CARD' erased successfully | The volume is now ready for use.") == 1;
+    }));
+    drainWorkers();
+    const QString type =
+        QVTaskEx::stringFromTask(LoopCard::findTool("blkid"),
+                                 {"-p", "-s", "TYPE", "-o", "value", card.device()})
+            .trimmed();
+    EXPECT_EQ(type, "vfat");
 }
