@@ -168,6 +168,7 @@ class AppController : public CopyDelegate, public TransferStages {
     void onMainThread(std::function<void()> fn, bool wait);
     void setOutcome(QVVolume& volume, bool copyFailed);
     bool isDestinationDrive(const QString& path) const;
+    bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume);
     std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
 
     SettingsStore& settings_;

@@ -52,6 +52,16 @@ void AppController::postTransferFailed(const QVVolume& volume) {
                                     QStringLiteral("Transfer Failed"));
 }
 
+// A volume cancelled (or pulled) while it is being prepared gives its slot back and lets the
+// next card start; nothing else would, since no copy stage follows to finish it.
+bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume) {
+    if (volume->status() != QVVolume::Cancelled)
+        return false;
+    cancelVolume(*volume);
+    finishVolume(volume);
+    return true;
+}
+
 void AppController::processVolumeWithSettings(const TransferSettings& settings) {
     onMainThread([this] { refreshTotalRemainingSpace(); }, false);
     const std::shared_ptr<QVVolume> volume = settings.volume;
@@ -89,7 +99,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
     }
 
     QVLog::appendLog(u"Processing volume %@", path);
-    if (v.status() == QVVolume::Cancelled)
+    if (stoppedByCancel(volume))
         return;
     settings_.setObject(SettingsKey::lastTransferDate, PropertyList(clock_->now()));
     const QString marker = path + QStringLiteral("/.cardsweep");
@@ -107,7 +117,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
 
     const QStringList reserved =
         reserveDestinations(settings.destinations, Preferences(settings_).projectTitle(), v);
-    if (v.status() == QVVolume::Cancelled)
+    if (stoppedByCancel(volume))
         return;
 
     if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
@@ -126,7 +136,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         }
         v.addDestination(destination);
     }
-    if (v.status() == QVVolume::Cancelled)
+    if (stoppedByCancel(volume))
         return;
 
     const std::uint64_t usage = v.totalMediaUsage();

@@ -72,6 +72,13 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
             copyFailed = true;
     }
 
+    // A card cancelled or pulled during its last item gets no manifest either: one would look
+    // like the record of a complete card.
+    if (v.status() == QVVolume::Cancelled) {
+        cancelVolume(v);
+        finishVolume(volume);
+        return true;
+    }
     writeChecksumFileForVolume(v);
     QVLog::appendLog(u"Volume copy finished");
     setOutcome(v, copyFailed);

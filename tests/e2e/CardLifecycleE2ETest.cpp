@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "AppController.h"
+#include "FaultyFileLayer.h"
 #include "LoopCard.h"
 #include "Preferences.h"
 #include "QVTask.h"
@@ -142,4 +143,49 @@ TEST(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
                                  {"-p", "-s", "TYPE", "-o", "value", card.device()})
             .trimmed();
     EXPECT_EQ(type, "vfat");
+}
+
+TEST(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {
+    const QString reason = LoopCard::unavailableReason();
+    if (!reason.isEmpty())
+        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
+    TempHome home;
+    QTemporaryDir work;
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
+    LoopCard pulled("PULLED", LoopCard::kDefaultSize, work.filePath("media/PULLED"));
+    LoopCard next("NEXT", LoopCard::kDefaultSize, work.filePath("media/NEXT"));
+    ASSERT_TRUE(pulled.ok() && next.ok())
+        << pulled.error().toStdString() << next.error().toStdString();
+    for (const LoopCard* card : {&pulled, &next}) {
+        TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV",
+                         TestFiles::randomBytes(24 * 1024 * 1024, 3));
+    }
+    SettingsStore settings(work.filePath("settings.plist"));
+    Preferences(settings).registerAndMigrate();
+    settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
+    settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
+    FaultyFileLayer layer;
+    layer.slowReads(pulled.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
+    RecordingAppView view;
+    RecordingNotifier notifier;
+    AppController controller(settings, view, notifier, nullptr, Clock::system(), layer);
+    controller.setDestinationList({{1, work.filePath("dest")}});
+    controller.volumeDidMount(pulled.mountPoint());
+    controller.volumeDidMount(next.mountPoint());
+    const auto first = controller.dataArray()[0];
+    const auto second = controller.dataArray()[1];
+    ASSERT_TRUE(waitUntil([&] { return first->status() == QVVolume::Copying; }));
+
+    ASSERT_TRUE(pulled.unmount());
+    controller.volumeDidUnmount(pulled.mountPoint());
+    ASSERT_TRUE(waitUntil([&] { return second->status() == QVVolume::Done; }))
+        << first->statusText().toStdString() << " / " << second->statusText().toStdString();
+    drainWorkers();
+    EXPECT_EQ(first->status(), QVVolume::Cancelled) << first->statusText().toStdString();
+    EXPECT_EQ(first->errorString(), "Transfer interrupted");
+    EXPECT_EQ(
+        view.count("sheet: Transfer interrupted | The source drive was unmounted mid-transfer."),
+        1);
+    EXPECT_FALSE(QFileInfo::exists(first->destinations().value(0) + "/checksums.txt"))
+        << "nothing of the pulled card is reported as verified";
 }

@@ -2,6 +2,8 @@
 
 #include <QFile>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <vector>
 
 void FaultyFileLayer::failWritesAfter(const QString& path, off_t bytes) {
@@ -29,6 +31,11 @@ int FaultyFileLayer::track(int fd, const QByteArray& path) {
 
 int FaultyFileLayer::openRead(const QByteArray& path) {
     return track(PosixFileLayer::openRead(path), path);
+}
+
+void FaultyFileLayer::slowReads(const QString& path, int milliseconds) {
+    const std::lock_guard lock(mutex_);
+    faults_[QFile::encodeName(path)].readDelayMs = milliseconds;
 }
 
 void FaultyFileLayer::failCreationsUnder(const QString& folder) {
@@ -70,6 +77,8 @@ FaultyFileLayer::Faults FaultyFileLayer::faultsFor(int fd) const {
 
 ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {
     const Faults faults = faultsFor(fd);
+    if (faults.readDelayMs > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(faults.readDelayMs));
     if (faults.readLimit >= 0 && offset + off_t(size) > faults.readLimit) {
         if (offset >= faults.readLimit) {
             errno = EIO;

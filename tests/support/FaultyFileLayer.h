@@ -18,6 +18,8 @@ class FaultyFileLayer : public PosixFileLayer {
     void corruptWriteAt(const QString& path, off_t offset);
     /// Reads beyond this many bytes fail with EIO.
     void failReadsAfter(const QString& path, off_t bytes);
+    /// Every read of the file first waits this long, as a slow card does.
+    void slowReads(const QString& path, int milliseconds);
     /// Files can't be created under this folder any more (ENOSPC), as on a full disk.
     void failCreationsUnder(const QString& folder);
 
@@ -32,6 +34,7 @@ class FaultyFileLayer : public PosixFileLayer {
         off_t writeLimit = -1;
         off_t corruptAt = -1;
         off_t readLimit = -1;
+        int readDelayMs = 0;
     };
     Faults faultsFor(int fd) const;
     int track(int fd, const QByteArray& path);
