@@ -5,16 +5,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <chrono>
 #include <exception>
 #include <optional>
 #include <thread>
 
 #include "MountTable.h"
-#include "QVException.h"
 #include "QVLog.h"
-#include "QVTaskEx.h"
+#include "SystemTool.h"
 #include "UDisks2.h"
 
 namespace {
@@ -33,29 +31,6 @@ bool fail(QString* error, const QString& message) {
         *error = message;
     }
     return false;
-}
-
-QString tool(const QString& name) {
-    const QString found = QStandardPaths::findExecutable(name);
-    if (!found.isEmpty()) {
-        return found;
-    }
-    return QStandardPaths::findExecutable(
-        name, {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin"), QStringLiteral("/sbin"),
-               QStringLiteral("/bin")});
-}
-
-int run(const QString& name, const QStringList& arguments) {
-    const QString path = tool(name);
-    if (path.isEmpty()) {
-        return -1;
-    }
-    try {
-        return QVTaskEx::terminationCodeFromTask(path, arguments);
-    } catch (const std::exception& ex) {
-        QVException::logException(ex, "VolumeEjector run");
-        return -1;
-    }
 }
 
 // "/sys/class/block/NAME/loop/backing_file" exists only while a loop device is attached.
@@ -96,14 +71,14 @@ bool unmountWithTools(const Target& target) {
         if (attempt > 0) {
             std::this_thread::sleep_for(200ms);
         }
-        if (run(QStringLiteral("umount"), {target.mountPoint}) == 0) {
+        if (SystemTool::run(QStringLiteral("umount"), {target.mountPoint}) == 0) {
             break;
         }
     }
     // A FUSE mount the kernel wouldn't let go of may still leave through its own tool.
     for (const QString& name : {QStringLiteral("fusermount"), QStringLiteral("fusermount3")}) {
         if (isMountedAt(target.mountPoint, target.device)) {
-            run(name, {QStringLiteral("-u"), target.mountPoint});
+            SystemTool::run(name, {QStringLiteral("-u"), target.mountPoint});
         }
     }
     return !isMountedAt(target.mountPoint, target.device);
@@ -154,7 +129,7 @@ bool detachLoop(const Target& target, QString* error) {
                                : reason);
     }
     if (loopBacking(target.device) == target.backing) {
-        run(QStringLiteral("losetup"), {QStringLiteral("-d"), target.device});
+        SystemTool::run(QStringLiteral("losetup"), {QStringLiteral("-d"), target.device});
     }
     if (!waitUntilDetached(target.device)) {
         return fail(error, QStringLiteral("%1 stays attached").arg(target.device));

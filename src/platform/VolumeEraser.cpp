@@ -7,16 +7,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <exception>
 #include <optional>
 #include <set>
 
 #include "DiskInfo.h"
 #include "MountTable.h"
-#include "QVException.h"
 #include "QVLog.h"
-#include "QVTaskEx.h"
+#include "SystemTool.h"
 #include "UDisks2.h"
 #include "VolumeEjector.h"
 
@@ -38,30 +36,6 @@ bool fail(QString* error, const QString& message) {
         *error = message;
     }
     return false;
-}
-
-QString tool(const QString& name) {
-    const QString found = QStandardPaths::findExecutable(name);
-    if (!found.isEmpty()) {
-        return found;
-    }
-    return QStandardPaths::findExecutable(
-        name, {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin"), QStringLiteral("/sbin"),
-               QStringLiteral("/bin")});
-}
-
-int run(const QString& name, const QStringList& arguments) {
-    const QString path = tool(name);
-    if (path.isEmpty()) {
-        QVLog::appendLog(u"VolumeEraser: %@ is not installed", name);
-        return -1;
-    }
-    try {
-        return QVTaskEx::terminationCodeFromTask(path, arguments);
-    } catch (const std::exception& ex) {
-        QVException::logException(ex, "VolumeEraser run");
-        return -1;
-    }
 }
 
 // The disk is the parent in /sys when the device is a partition.
@@ -163,7 +137,7 @@ bool mountAgain(const QString& device, const QString& mountPoint, QString* error
                                           "udisks2")
                                .arg(device));
     }
-    const int status = run(QStringLiteral("mount"), {device, mountPoint});
+    const int status = SystemTool::run(QStringLiteral("mount"), {device, mountPoint});
     if (status == 0) {
         return true;
     }
@@ -226,7 +200,7 @@ bool VolumeEraser::eraseAsFat(const QString& mountPoint, const QString& name,
         arguments << QStringLiteral("-n") << label;
     }
     arguments << device;
-    const int status = run(QStringLiteral("mkfs.fat"), arguments);
+    const int status = SystemTool::run(QStringLiteral("mkfs.fat"), arguments);
     if (status != 0) {
         return fail(error,
                     QStringLiteral("mkfs.fat on %1 exited with status %2").arg(device).arg(status));

@@ -6,22 +6,14 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QStandardPaths>
 #include <chrono>
-#include <exception>
 #include <thread>
 
 #include "MountTable.h"
-#include "QVException.h"
 #include "QVTaskEx.h"
+#include "SystemTool.h"
 
 namespace {
-
-const QStringList kSystemFolders = {
-    QStringLiteral("/usr/local/sbin"), QStringLiteral("/usr/local/bin"),
-    QStringLiteral("/usr/sbin"),       QStringLiteral("/usr/bin"),
-    QStringLiteral("/sbin"),           QStringLiteral("/bin"),
-};
 
 const QStringList kRequiredTools = {
     QStringLiteral("mkfs.exfat"),
@@ -35,14 +27,8 @@ QString fuseUnmountTool() {
     return tool.isEmpty() ? LoopCard::findTool(QStringLiteral("fusermount3")) : tool;
 }
 
-// Exit status of a tool run with its argument vector; -1 when it could not run at all.
 int run(const QString& tool, const QStringList& arguments) {
-    try {
-        return QVTaskEx::terminationCodeFromTask(LoopCard::findTool(tool), arguments);
-    } catch (const std::exception& ex) {
-        QVException::logException(ex, "LoopCard run");
-        return -1;
-    }
+    return SystemTool::run(tool, arguments);
 }
 
 QString describe(const QString& tool, const QStringList& arguments, int status) {
@@ -54,8 +40,7 @@ QString describe(const QString& tool, const QStringList& arguments, int status) 
 }  // namespace
 
 QString LoopCard::findTool(const QString& name) {
-    const QString found = QStandardPaths::findExecutable(name);
-    return found.isEmpty() ? QStandardPaths::findExecutable(name, kSystemFolders) : found;
+    return SystemTool::find(name);
 }
 
 QString LoopCard::unavailableReason() {
