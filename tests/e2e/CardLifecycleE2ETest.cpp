@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "AppController.h"
+#include "CardTest.h"
 #include "FaultyFileLayer.h"
 #include "LoopCard.h"
 #include "Preferences.h"
@@ -19,7 +20,6 @@
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
-#include "TempHome.h"
 #include "TestFiles.h"
 
 namespace {
@@ -58,22 +58,21 @@ class Output {
 
 }  // namespace
 
-TEST(WatchE2E, ACardMountedWhileWatchingIsTransferredVerifiedAndEjected) {
-    const QString reason = LoopCard::unavailableReason();
-    if (!reason.isEmpty())
-        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-    TempHome home;
-    QTemporaryDir work;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
-    LoopCard card("EOS_DIGITAL", LoopCard::kDefaultSize, work.filePath("media/EOS_DIGITAL"));
-    ASSERT_TRUE(card.ok()) << card.error().toStdString();
+class WatchE2E : public CardTest {};
+class EraseE2E : public CardTest {};
+class UnmountE2E : public CardTest {};
+
+TEST_F(WatchE2E, ACardMountedWhileWatchingIsTransferredVerifiedAndEjected) {
+    const auto cardCard = mountCard("EOS_DIGITAL");
+    ASSERT_TRUE(cardCard);
+    LoopCard& card = *cardCard;
     const QByteArray clip = TestFiles::randomBytes(2 * 1024 * 1024 + 3, 11);
     TestFiles::write(card.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", clip);
     ASSERT_TRUE(card.unmount());
 
     QVTask watch;
     watch.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    watch.setArguments({"watch", "--dest", work.filePath("dest"), "--eject"});
+    watch.setArguments({"watch", "--dest", workPath("dest"), "--eject"});
     watch.setStandardOutput(QVTask::Channel::Pipe);
     watch.setStandardError(QVTask::Channel::NullDevice);
     watch.launch();
@@ -87,36 +86,30 @@ TEST(WatchE2E, ACardMountedWhileWatchingIsTransferredVerifiedAndEjected) {
         const QString text = output.text();
         ASSERT_TRUE(ejected) << text.toStdString();
         EXPECT_TRUE(text.contains("Mounted: " + card.mountPoint()));
-        EXPECT_TRUE(text.contains("EOS_DIGITAL: verified -> " + work.filePath("dest")));
+        EXPECT_TRUE(text.contains("EOS_DIGITAL: verified -> " + workPath("dest")));
     }
     EXPECT_EQ(watch.terminationStatus(), 0);
     EXPECT_FALSE(QFileInfo::exists("/sys/block/" + QFileInfo(card.device()).fileName() +
                                    "/loop/backing_file"))
         << "the loop device is detached";
     bool copied = false;
-    QDirIterator it(work.filePath("dest"), {"MVI_0001.MOV"}, QDir::Files,
-                    QDirIterator::Subdirectories);
+    QDirIterator it(workPath("dest"), {"MVI_0001.MOV"}, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext())
         copied = copied || TestFiles::read(it.next()) == clip;
     EXPECT_TRUE(copied);
 }
 
-TEST(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
-    const QString reason = LoopCard::unavailableReason();
-    if (!reason.isEmpty())
-        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-    TempHome home;
-    QTemporaryDir work;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
-    LoopCard card("OLD CARD", LoopCard::kDefaultSize, work.filePath("media/OLD CARD"));
-    ASSERT_TRUE(card.ok()) << card.error().toStdString();
-    SettingsStore settings(work.filePath("settings.plist"));
+TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
+    const auto cardCard = mountCard("OLD CARD");
+    ASSERT_TRUE(cardCard);
+    LoopCard& card = *cardCard;
+    SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     RecordingAppView view;
     RecordingNotifier notifier;
     AppController controller(settings, view, notifier);
     const auto volume = QVVolume::volumeWithName("OLD CARD", card.mountPoint(), -1, settings);
-    const auto folder = QVVolume::volumeWithName("FOLDER", work.path(), -1, settings);
+    const auto folder = QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings);
     folder->setIsFolder(true);
     controller.setDataArray({volume, folder});
 
@@ -130,7 +123,7 @@ TEST(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
                          "be read-only."),
               1);
 
-    controller.setDestinationList({{1, work.filePath("dest")}});
+    controller.setDestinationList({{1, workPath("dest")}});
     view.setSelectedRows({0});
     controller.erase();
     ASSERT_TRUE(waitUntil([&] {
@@ -145,22 +138,18 @@ TEST(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     EXPECT_EQ(type, "vfat");
 }
 
-TEST(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {
-    const QString reason = LoopCard::unavailableReason();
-    if (!reason.isEmpty())
-        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-    TempHome home;
-    QTemporaryDir work;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
-    LoopCard pulled("PULLED", LoopCard::kDefaultSize, work.filePath("media/PULLED"));
-    LoopCard next("NEXT", LoopCard::kDefaultSize, work.filePath("media/NEXT"));
-    ASSERT_TRUE(pulled.ok() && next.ok())
-        << pulled.error().toStdString() << next.error().toStdString();
+TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {
+    const auto pulledCard = mountCard("PULLED");
+    ASSERT_TRUE(pulledCard);
+    LoopCard& pulled = *pulledCard;
+    const auto nextCard = mountCard("NEXT");
+    ASSERT_TRUE(nextCard);
+    LoopCard& next = *nextCard;
     for (const LoopCard* card : {&pulled, &next}) {
         TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV",
                          TestFiles::randomBytes(24 * 1024 * 1024, 3));
     }
-    SettingsStore settings(work.filePath("settings.plist"));
+    SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
     settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
@@ -169,7 +158,7 @@ TEST(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers
     RecordingAppView view;
     RecordingNotifier notifier;
     AppController controller(settings, view, notifier, nullptr, Clock::system(), layer);
-    controller.setDestinationList({{1, work.filePath("dest")}});
+    controller.setDestinationList({{1, workPath("dest")}});
     controller.volumeDidMount(pulled.mountPoint());
     controller.volumeDidMount(next.mountPoint());
     const auto first = controller.dataArray()[0];

@@ -9,41 +9,15 @@
 #include <algorithm>
 #include <memory>
 
+#include "CardTest.h"
 #include "DiskInfo.h"
 #include "LoopCard.h"
 #include "MountTable.h"
 #include "QVTaskEx.h"
-#include "TempHome.h"
 
 namespace {
 
-// A media root of its own for each test, so the cards are found where removable
-// volumes are looked for. Skipped where this machine can't make cards.
-class DiskInfoE2ETest : public testing::Test {
-  protected:
-    void SetUp() override {
-        const QString reason = LoopCard::unavailableReason();
-        if (!reason.isEmpty()) {
-            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-        }
-        ASSERT_TRUE(media_.isValid());
-        home_.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(media_.path()));
-    }
-
-    /// A card mounted in the media root under folder; null (and failed) when it can't be.
-    std::unique_ptr<LoopCard> mountCard(const QString& label, const QString& folder) {
-        auto card =
-            std::make_unique<LoopCard>(label, LoopCard::kDefaultSize, media_.filePath(folder));
-        EXPECT_TRUE(card->ok()) << card->error().toStdString();
-        return card->ok() ? std::move(card) : nullptr;
-    }
-
-    QString mediaPath(const QString& name) const { return media_.filePath(name); }
-
-  private:
-    TempHome home_;
-    QTemporaryDir media_;
-};
+class DiskInfoE2ETest : public CardTest {};
 
 bool listsVolume(const QString& mountPoint, const QString& device) {
     const std::vector<MountEntry> volumes = MountTable::localVolumes();

@@ -8,28 +8,25 @@
 #include <QTemporaryDir>
 
 #include "AppController.h"
+#include "CardTest.h"
 #include "LoopCard.h"
 #include "Preferences.h"
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
-#include "TempHome.h"
 #include "TestFiles.h"
 
-TEST(DiskModeE2E, ImageMatchesTheDeviceAndATamperedImageFails) {
-    const QString reason = LoopCard::unavailableReason();
-    if (!reason.isEmpty())
-        GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-    TempHome home;
-    QTemporaryDir work;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work.filePath("media")));
-    LoopCard card("IMG CARD", LoopCard::kDefaultSize, work.filePath("media/IMG CARD"));
-    ASSERT_TRUE(card.ok()) << card.error().toStdString();
+class DiskModeE2E : public CardTest {};
+
+TEST_F(DiskModeE2E, ImageMatchesTheDeviceAndATamperedImageFails) {
+    const auto cardCard = mountCard("IMG CARD");
+    ASSERT_TRUE(cardCard);
+    LoopCard& card = *cardCard;
     TestFiles::write(card.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV",
                      TestFiles::randomBytes(3 * 1024 * 1024, 7));
     ::sync();
 
-    SettingsStore settings(work.filePath("settings.plist"));
+    SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     settings.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
     settings.setObject(SettingsKey::verifyFileSizes, PropertyList(qint64(0)));
@@ -39,7 +36,7 @@ TEST(DiskModeE2E, ImageMatchesTheDeviceAndATamperedImageFails) {
     RecordingNotifier notifier;
     {
         AppController controller(settings, view, notifier);
-        controller.setDestinationList({{1, work.filePath("dest")}});
+        controller.setDestinationList({{1, workPath("dest")}});
         const auto volume = QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings);
         controller.setDataArray({volume});
         controller.addVolumeToQueue(volume);

@@ -8,37 +8,16 @@
 #include <QTemporaryDir>
 #include <memory>
 
+#include "CardTest.h"
 #include "LoopCard.h"
 #include "MountTable.h"
 #include "QVTaskEx.h"
-#include "TempHome.h"
 #include "VolumeEjector.h"
 #include "VolumeEraser.h"
 
 namespace {
 
-class EjectEraseE2ETest : public testing::Test {
-  protected:
-    void SetUp() override {
-        const QString reason = LoopCard::unavailableReason();
-        if (!reason.isEmpty()) {
-            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-        }
-        ASSERT_TRUE(media_.isValid());
-        home_.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(media_.path()));
-    }
-
-    std::unique_ptr<LoopCard> mountCard(const QString& label) {
-        auto card =
-            std::make_unique<LoopCard>(label, LoopCard::kDefaultSize, media_.filePath(label));
-        EXPECT_TRUE(card->ok()) << card->error().toStdString();
-        return card->ok() ? std::move(card) : nullptr;
-    }
-
-  private:
-    TempHome home_;
-    QTemporaryDir media_;
-};
+class EjectEraseE2ETest : public CardTest {};
 
 bool isMounted(const LoopCard& card) {
     const std::optional<MountEntry> entry = MountTable::entryForMountPoint(card.mountPoint());

@@ -11,10 +11,10 @@
 #include <chrono>
 #include <memory>
 
+#include "CardTest.h"
 #include "LoopCard.h"
 #include "MountMonitor.h"
 #include "RemovableMedia.h"
-#include "TempHome.h"
 
 namespace {
 
@@ -23,28 +23,7 @@ using namespace std::chrono_literals;
 // Cards come and go through tools in other processes; give them plenty of time.
 constexpr auto kPatience = 20s;
 
-class MountMonitorE2ETest : public testing::Test {
-  protected:
-    void SetUp() override {
-        const QString reason = LoopCard::unavailableReason();
-        if (!reason.isEmpty()) {
-            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-        }
-        ASSERT_TRUE(media_.isValid());
-        home_.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(media_.path()));
-    }
-
-    std::unique_ptr<LoopCard> mountCard(const QString& label, const QString& folder) {
-        auto card =
-            std::make_unique<LoopCard>(label, LoopCard::kDefaultSize, media_.filePath(folder));
-        EXPECT_TRUE(card->ok()) << card->error().toStdString();
-        return card->ok() ? std::move(card) : nullptr;
-    }
-
-  private:
-    TempHome home_;
-    QTemporaryDir media_;
-};
+class MountMonitorE2ETest : public CardTest {};
 
 // How many of the entries are mounted at mountPoint from device.
 long countOf(const std::vector<MountEntry>& entries, const QString& mountPoint,
