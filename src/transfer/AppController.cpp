@@ -72,6 +72,32 @@ void AppController::setDestinationList(const std::vector<DestinationEntry>& list
     destinationList_ = list;
 }
 
+std::vector<std::shared_ptr<QVVolume>> AppController::selectedVolumes() const {
+    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+    std::vector<std::shared_ptr<QVVolume>> selected;
+    for (const int row : view_.selectedRows()) {
+        if (row >= 0 && std::size_t(row) < volumes.size())
+            selected.push_back(volumes[std::size_t(row)]);
+    }
+    return selected;
+}
+
+void AppController::removeFromDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
+    const std::lock_guard lock(dataMutex_);
+    std::erase_if(dataArray_, [&](const auto& volume) {
+        return std::find(volumes.begin(), volumes.end(), volume) != volumes.end();
+    });
+}
+
+ToolbarState AppController::transferItem(bool asCancel) {
+    ToolbarState state;
+    state.transferLabel = asCancel ? QStringLiteral(" Cancel ") : QStringLiteral("Transfer");
+    state.transferImage =
+        asCancel ? QStringLiteral("stop-progress") : QStringLiteral("Transfer.png");
+    state.transferEnabled = true;
+    return state;
+}
+
 bool AppController::inImageMode() const {
     return settings_.integer(SettingsKey::transferType) != 0;
 }

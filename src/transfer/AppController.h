@@ -169,6 +169,11 @@ class AppController : public CopyDelegate, public TransferStages {
     void setOutcome(QVVolume& volume, bool copyFailed);
     bool isDestinationDrive(const QString& path) const;
     bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume);
+    /// The volumes of the view's selected rows, in row order.
+    std::vector<std::shared_ptr<QVVolume>> selectedVolumes() const;
+    void removeFromDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes);
+    /// The toolbar with its Transfer item as " Cancel " or as "Transfer".
+    static ToolbarState transferItem(bool asCancel);
     std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
 
     SettingsStore& settings_;

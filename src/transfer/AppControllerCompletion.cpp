@@ -64,11 +64,8 @@ void AppController::cancelSelectedTransfers() {
     if (answer == 0)
         return;
     const bool remove = answer == -1;
-    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
-    for (const int row : view_.selectedRows()) {
-        if (row < 0 || std::size_t(row) >= volumes.size())
-            continue;
-        QVVolume& v = *volumes[std::size_t(row)];
+    for (const auto& volume : selectedVolumes()) {
+        QVVolume& v = *volume;
         QVLog::appendLog(u"User cancelled transfer for volume %@", v.path());
         v.setStatus(QVVolume::Cancelled);
         cancelVolume(v);
@@ -81,11 +78,7 @@ void AppController::cancelSelectedTransfers() {
         }
         updateToolbarForTableSelection();
     }
-    ToolbarState state;
-    state.transferLabel = QStringLiteral("Transfer");
-    state.transferImage = QStringLiteral("Transfer.png");
-    state.transferEnabled = true;
-    view_.setToolbarState(state);
+    view_.setToolbarState(transferItem(false));
     reloadVolumeList();
 }
 
@@ -115,24 +108,15 @@ void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) 
 }
 
 void AppController::eject() {
-    const auto volumes = dataArray();
     std::vector<std::shared_ptr<QVVolume>> folders;
-    for (const int row : view_.selectedRows()) {
-        if (row < 0 || std::size_t(row) >= volumes.size())
-            continue;
-        const auto& volume = volumes[std::size_t(row)];
+    for (const auto& volume : selectedVolumes()) {
         if (volume->isFolder())
             folders.push_back(volume);
         else
             ejectVolume(*volume);
     }
     // A folder is ejected by dropping it from the list; cards leave through their unmount.
-    {
-        const std::lock_guard lock(dataMutex_);
-        std::erase_if(dataArray_, [&](const auto& volume) {
-            return std::find(folders.begin(), folders.end(), volume) != folders.end();
-        });
-    }
+    removeFromDataArray(folders);
     reloadVolumeList();
 }
 
@@ -143,10 +127,10 @@ void AppController::ejectVolume(QVVolume& volume) {
 }
 
 void AppController::erase() {
-    const std::vector<int> rows = view_.selectedRows();
-    if (rows.empty())
+    const auto selected = selectedVolumes();
+    if (selected.empty())
         return;
-    const bool one = rows.size() == 1;
+    const bool one = selected.size() == 1;
     const int answer =
         view_.showSheet({QStringLiteral("Are you sure you wish to erase %1 volume%2?")
                              .arg(one ? QStringLiteral("this") : QStringLiteral("these"),
@@ -157,20 +141,12 @@ void AppController::erase() {
                          QStringLiteral("This will permanently remove all data.")});
     if (answer != 1)
         return;
-    const auto volumes = dataArray();
-    for (const int row : rows) {
-        if (row >= 0 && std::size_t(row) < volumes.size())
-            eraseVolume(volumes[std::size_t(row)]);
-    }
+    for (const auto& volume : selected)
+        eraseVolume(volume);
 }
 
 void AppController::eraseVolume(const std::shared_ptr<QVVolume>& volume) {
-    ToolbarState state;
-    state.transferLabel = QStringLiteral("Transfer");
-    state.transferImage = QStringLiteral("Transfer.png");
-    state.transferEnabled = true;
-    state.eraseEnabled = false;
-    view_.setToolbarState(state);
+    view_.setToolbarState(transferItem(false));  // Erase stays off until the erase ends
     DetachedThreads::start([this, volume] { eraseVolumeOnThread(volume); });
 }
 

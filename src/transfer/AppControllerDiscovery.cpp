@@ -152,19 +152,11 @@ void AppController::volumeDidUnmount(const QString& path) {
 }
 
 void AppController::transfer() {
-    const auto volumes = dataArray();
-    for (const int row : view_.selectedRows()) {
-        if (row < 0 || std::size_t(row) >= volumes.size())
-            continue;
-        const auto volume = volumes[std::size_t(row)];
+    for (const auto& volume : selectedVolumes()) {
         volume->setStatus(QVVolume::Idle);
         DetachedThreads::start([this, volume] { addVolumeToQueue(volume); });
     }
-    ToolbarState state;
-    state.transferLabel = QStringLiteral(" Cancel ");
-    state.transferImage = QStringLiteral("stop-progress");
-    state.transferEnabled = true;
-    view_.setToolbarState(state);
+    view_.setToolbarState(transferItem(true));
     reloadVolumeList();
 }
 
@@ -182,10 +174,10 @@ void AppController::toggleCardsweep() {
 }
 
 void AppController::ignore() {
-    const std::vector<int> rows = view_.selectedRows();
-    if (rows.empty())
+    const auto selected = selectedVolumes();
+    if (selected.empty())
         return;
-    const bool one = rows.size() == 1;
+    const bool one = selected.size() == 1;
     const int answer = view_.showSheet(
         {QStringLiteral("Are you sure you wish to ignore %1?")
              .arg(one ? QStringLiteral("this volume") : QStringLiteral("these volumes")),
@@ -197,23 +189,14 @@ void AppController::ignore() {
     if (answer != 1)
         return;
     QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
-    const auto volumes = dataArray();
     std::vector<std::shared_ptr<QVVolume>> dropped;
-    for (const int row : rows) {
-        if (row < 0 || std::size_t(row) >= volumes.size())
-            continue;
-        const auto& volume = volumes[std::size_t(row)];
+    for (const auto& volume : selected) {
         if (ignored.contains(volume->name()))
             continue;
         ignored << volume->name();
         dropped.push_back(volume);
     }
-    {
-        const std::lock_guard lock(dataMutex_);
-        std::erase_if(dataArray_, [&](const auto& volume) {
-            return std::find(dropped.begin(), dropped.end(), volume) != dropped.end();
-        });
-    }
+    removeFromDataArray(dropped);
     PropertyList::Array names;
     for (const QString& name : ignored)
         names.push_back(PropertyList(name));
@@ -234,11 +217,10 @@ void AppController::resetIgnoredVolumes() {
 }
 
 void AppController::showInfo() {
-    const std::vector<int> rows = view_.selectedRows();
-    const auto volumes = dataArray();
-    if (rows.empty() || rows.front() < 0 || std::size_t(rows.front()) >= volumes.size())
+    const auto selected = selectedVolumes();
+    if (selected.empty())
         return;
-    const QVVolume& volume = *volumes[std::size_t(rows.front())];
+    const QVVolume& volume = *selected.front();
     const QString path = volume.path();
     struct statvfs figures {};
     const bool known = ::statvfs(QFile::encodeName(path).constData(), &figures) == 0;

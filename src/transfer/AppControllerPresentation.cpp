@@ -18,23 +18,14 @@ void AppController::reloadVolumeList() {
 }
 
 void AppController::updateToolbarForTableSelection() {
-    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
-    std::vector<std::shared_ptr<QVVolume>> selected;
-    for (const int row : view_.selectedRows()) {
-        if (row >= 0 && std::size_t(row) < volumes.size())
-            selected.push_back(volumes[row]);
-    }
-    ToolbarState state;
-    state.transferLabel = QStringLiteral("Transfer");
-    state.transferImage = QStringLiteral("Transfer.png");
+    const std::vector<std::shared_ptr<QVVolume>> selected = selectedVolumes();
+    ToolbarState state = transferItem(false);
+    state.transferEnabled = false;
     if (!selected.empty()) {
         const bool busy = std::any_of(selected.begin(), selected.end(), [](const auto& volume) {
             return volume->status() > 0 && volume->status() != QVVolume::Done;
         });
-        if (busy) {
-            state.transferLabel = QStringLiteral(" Cancel ");
-            state.transferImage = QStringLiteral("stop-progress");
-        }
+        state = transferItem(busy);
         state.eraseEnabled = state.ejectEnabled = !busy;
         state.transferEnabled = state.infoEnabled = state.ignoreEnabled = true;
         state.revealTransferredEnabled = true;
