@@ -42,6 +42,8 @@ class AppController : public CopyDelegate, public TransferStages {
     std::vector<std::shared_ptr<QVVolume>> dataArray() const;
     void setDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes);
     std::vector<std::shared_ptr<QVVolume>> waitingObjects() const;
+    /// Empties the waiting list and returns what it held, so nothing more starts (shutting down).
+    std::vector<std::shared_ptr<QVVolume>> dropWaitingVolumes();
     QStringList reservedFileQueue() const;
     void removeFromReservedFileQueue(const QStringList& paths);
     qint64 threadCount() const;

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <utility>
 
 #include "AppController.h"
 #include "DetachedThreads.h"
@@ -162,4 +163,9 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
     if (volume->status() < QVVolume::Copying)
         volume->setStatus(QVVolume::Done);
     onMainThread([this] { reloadVolumeList(); }, false);
+}
+
+std::vector<std::shared_ptr<QVVolume>> AppController::dropWaitingVolumes() {
+    const std::lock_guard lock(queueMutex_);
+    return std::exchange(waitingObjects_, {});
 }
