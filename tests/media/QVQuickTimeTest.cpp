@@ -3,13 +3,15 @@
 #include <QFile>
 #include <array>
 
+#include "ClipList.h"
 #include "QVQuickTime.h"
 #include "QVTaskEx.h"
 #include "TestMovies.h"
 
 namespace {
 
-const QString kTool = QStringLiteral(QTTIMECODETOOL_PATH);
+// The tool built beside the test, where the application looks for it.
+const QString kTool = ClipList::defaultToolPath();
 
 const QTTrack kNtsc30{30, 30000, 30030};  // one second of 29.97 video
 
