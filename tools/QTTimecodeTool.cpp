@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
     }
     // The caller reads the errors when there is no output, so the library stays quiet.
     QTMovie::quietLibraryMessages();
-    const auto movie = QTMovie::open(QString::fromLocal8Bit(argv[1]));
-    const auto timing = movie ? movie->timing() : std::nullopt;
+    // Only the timing is printed, so no frames are counted.
+    const auto timing = QTMovie::timingOfMovie(QString::fromLocal8Bit(argv[1]));
     if (!timing)
         return 1;
     std::printf("%d %d %d\n", timing->timebase, timing->ntsc ? 1 : 0, timing->dropFrame ? 1 : 0);

@@ -112,11 +112,17 @@ bool textSaysDropFrame(const QString& timecode) {
     return timecode.contains(u';') || timecode.contains(u'.') || timecode.contains(u',');
 }
 
+// NTSC means the timebase slowed by 1000/1001. Other fractional rates (12.5, the average of
+// a variable-rate clip) are not: only a rate within a quarter of that slowdown counts.
+bool isNtscRate(double rate, int timebase) {
+    const double ntscRate = timebase * 1000.0 / 1001.0;
+    return std::abs(rate - ntscRate) < (timebase - ntscRate) / 4;
+}
+
 QTMovie::Timing timingFromRate(AVRational rate, bool dropFrame) {
-    av_reduce(&rate.num, &rate.den, rate.num, rate.den, INT32_MAX);
     QTMovie::Timing timing;
     timing.timebase = static_cast<int>(std::lround(av_q2d(rate)));
-    timing.ntsc = rate.num % rate.den != 0;
+    timing.ntsc = isNtscRate(av_q2d(rate), timing.timebase);
     timing.dropFrame = dropFrame;
     return timing;
 }
@@ -135,7 +141,8 @@ std::optional<QTMovie::Timing> timingFromTimecodeTrack(const AVStream& stream) {
                 quanta > 0
                     ? quanta
                     : static_cast<int>(std::lround(static_cast<double>(timeScale) / frameDuration));
-            timing.ntsc = timeScale % frameDuration != 0;
+            timing.ntsc =
+                isNtscRate(static_cast<double>(timeScale) / frameDuration, timing.timebase);
             timing.dropFrame = (flags & kDropFrameFlag) != 0;
             return timing;
         }
@@ -165,6 +172,13 @@ std::optional<QTMovie::Timing> timingOf(const AVFormatContext& input, const AVSt
 }
 
 }  // namespace
+
+std::optional<QTMovie::Timing> QTMovie::timingOfMovie(const QString& path) {
+    const Input input = openInput(path);
+    if (!input)
+        return std::nullopt;
+    return timingOf(*input, firstVideoStream(*input));
+}
 
 std::unique_ptr<QTMovie> QTMovie::open(const QString& path) {
     const Input input = openInput(path);

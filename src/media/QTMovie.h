@@ -28,6 +28,10 @@ class QTMovie {
     /// The movie at path, or null when libavformat cannot open it or read its streams.
     static std::unique_ptr<QTMovie> open(const QString& path);
 
+    /// What timing() of the opened movie would be, without reading the movie through to
+    /// count its frames; nullopt also when the movie cannot be opened.
+    static std::optional<Timing> timingOfMovie(const QString& path);
+
     /// Turns off the media library's own messages on standard error, process-wide.
     static void quietLibraryMessages();
 

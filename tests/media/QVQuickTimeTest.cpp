@@ -47,7 +47,6 @@ TEST(QVQuickTime, FormattedTimes) {
     // 1 h 2 min 3 s and half a second of 29.97 video.
     const QTTime time{(3723 * 30000) + 15000, 30000, 0};
     EXPECT_EQ(QVQuickTime::formattedQTTime(time, 29.97), QStringLiteral("01:02:03:15"));
-    EXPECT_EQ(QVQuickTime::formattedQTTime(time, kNtsc30), QStringLiteral("01:02:03:15"));
     // Whole days are cut off with the rest of the time text.
     EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(25 * 3600) * 600, 600, 0}, 24.0),
               QStringLiteral("01:00:00:00"));
@@ -80,60 +79,51 @@ TEST(QVQuickTime, TimecodeOperationsReportThemselvesUnavailable) {
               "Unable to get timing information for 64-bit application.\n");
 }
 
-TEST(QVQuickTime, TimecodeToolReadsTimecodeTracksAndFrameRates) {
+TEST(QVQuickTime, TimecodeToolAndFrameCountsOnMadeMovies) {
     const auto movies = TestMovies::create();
     if (!movies)
         GTEST_SKIP() << "ffmpeg/ffprobe not installed; cannot make test movies";
-    // The helper tool's answer for each kind of movie a camera writes: name, rate, timecode.
-    const std::vector<std::array<const char*, 4>> cases = {
-        {"df2997.mov", "30000/1001", "01:00:00;00", "30 1 1\n"},
-        {"ndf2997.mov", "30000/1001", "01:00:00:00", "30 1 0\n"},
-        {"f23976.mov", "24000/1001", "", "24 1 0\n"},
-        {"f25.mov", "25", "10:00:00:00", "25 0 0\n"},
-        {"df5994.mov", "60000/1001", "01:00:00;00", "60 1 1\n"},
-        {"plain2997.mp4", "30000/1001", "", "30 1 0\n"},
+    // What a camera writes: name, rate, seconds, timecode, and the helper tool's answer.
+    const std::vector<std::array<const char*, 5>> cases = {
+        {"df2997.mov", "30000/1001", "1", "01:00:00;00", "30 1 1\n"},
+        {"ndf2997.mov", "30000/1001", "1", "01:00:00:00", "30 1 0\n"},
+        {"f23976.mov", "24000/1001", "2", "", "24 1 0\n"},
+        {"f25.mov", "25", "2", "10:00:00:00", "25 0 0\n"},
+        {"df5994.mov", "60000/1001", "1", "01:00:00;00", "60 1 1\n"},
+        {"plain2997.mp4", "30000/1001", "1", "", "30 1 0\n"},
+        {"f12_5.mov", "25/2", "2", "", "13 0 0\n"},  // fractional, yet not NTSC
     };
-    for (const auto& [name, rate, timecode, expected] : cases) {
+    for (const auto& [name, rate, seconds, timecode, expected] : cases) {
+        SCOPED_TRACE(name);
         const QString path = movies->file(QString::fromLatin1(name));
-        ASSERT_TRUE(movies->make(path, QString::fromLatin1(rate), QStringLiteral("1"),
-                                 QString::fromLatin1(timecode)))
-            << name;
-        EXPECT_EQ(toolOutput(path), QString::fromLatin1(expected)) << name;
+        ASSERT_TRUE(movies->make(path, QString::fromLatin1(rate), QString::fromLatin1(seconds),
+                                 QString::fromLatin1(timecode)));
+        EXPECT_EQ(toolOutput(path), QString::fromLatin1(expected));
+        // Frame counts agree with the frames ffprobe decodes.
+        const auto movie = QTMovie::open(path);
+        ASSERT_TRUE(movie);
+        const qint64 counted = movies->countedFrames(path);
+        ASSERT_GT(counted, 0);
+        EXPECT_EQ(movie->firstVideoTrack()->sampleCount, counted);
+        EXPECT_EQ(QVQuickTime::frameCountForQTTime(movie->duration(), movie.get()), counted);
+        // The last frame starts one frame before the end.
+        const QTTime last = QVQuickTime::lastFrameTimeForMovie(movie.get());
+        EXPECT_EQ(QVQuickTime::frameCountForQTTime(last, movie.get()), counted - 1);
     }
+    // The duration value over the rate, its time scale left in: 2 s at 12800 units / 25 fps.
+    EXPECT_EQ(QVQuickTime::frameLengthForMovie(QTMovie::open(movies->file("f25.mov")).get()), 1024);
 
-    // A file that is no movie: nothing printed, a failing status.
+    // A file that is no movie, or none at all: nothing printed, a failing status.
     const QString text = movies->file(QStringLiteral("notes.mov"));
     {
         QFile file(text);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("not a movie at all\n") > 0);
     }
     EXPECT_EQ(toolOutput(text), QString());
-    for (const QString& path : {text, movies->file(QStringLiteral("missing.mov"))})
+    for (const QString& path : {text, movies->file(QStringLiteral("missing.mov"))}) {
         EXPECT_NE(QVTaskEx::terminationCodeFromTask(kTool, {path, QStringLiteral("-timing")}), 0);
-}
-
-TEST(QVQuickTime, FrameCountsAgreeWithDecodedFrames) {
-    const auto movies = TestMovies::create();
-    if (!movies)
-        GTEST_SKIP() << "ffmpeg/ffprobe not installed; cannot make test movies";
-    const std::vector<std::pair<const char*, const char*>> rates = {
-        {"30000/1001", "1"}, {"24000/1001", "2"}, {"25", "2"}, {"60000/1001", "1"}};
-    int index = 0;
-    for (const auto& [rate, seconds] : rates) {
-        const QString path = movies->file(QStringLiteral("m%1.mov").arg(index++));
-        ASSERT_TRUE(movies->make(path, QString::fromLatin1(rate), QString::fromLatin1(seconds)));
-        const auto movie = QTMovie::open(path);
-        ASSERT_TRUE(movie) << rate;
-        const qint64 counted = movies->countedFrames(path);
-        ASSERT_GT(counted, 0) << rate;
-        EXPECT_EQ(movie->firstVideoTrack()->sampleCount, counted) << rate;
-        EXPECT_EQ(QVQuickTime::frameCountForQTTime(movie->duration(), movie.get()), counted)
-            << rate;
-        // The last frame starts one frame before the end.
-        const QTTime last = QVQuickTime::lastFrameTimeForMovie(movie.get());
-        EXPECT_EQ(QVQuickTime::frameCountForQTTime(last, movie.get()), counted - 1) << rate;
+        EXPECT_EQ(QTMovie::open(path), nullptr);
     }
-    EXPECT_EQ(QTMovie::open(movies->file(QStringLiteral("missing.mov"))), nullptr);
 }
 
 }  // namespace
