@@ -30,6 +30,46 @@ void logNotRunning() {
     QVLog::appendLog(u"Error: Final Cut Pro is not running.");
 }
 
+// Runs one operation of the link; an exception is logged under the operation's name and
+// gives its failure value.
+template <typename Result, typename Body>
+Result guarded(const char* method, Result failure, Body&& body) {
+    try {
+        return body();
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, method);
+        return failure;
+    }
+}
+
+std::optional<QString> decoded(const std::optional<QByteArray>& data) {
+    return data ? std::optional<QString>(QString::fromUtf8(*data)) : std::nullopt;
+}
+
+// Every sequence element that has a name, each as its own text; a parse or query error
+// is printed and gives nothing.
+std::optional<QStringList> sequenceTexts(const QByteArray& data) {
+    pugi::xml_document document;
+    const pugi::xml_parse_result parsed =
+        document.load_buffer(data.constData(), static_cast<size_t>(data.size()));
+    if (!parsed) {
+        std::fprintf(stderr, "Error: %s\n", parsed.description());
+        return std::nullopt;
+    }
+    try {
+        QStringList sequences;
+        for (const pugi::xpath_node& node : document.select_nodes(".//sequence/name[1]/..")) {
+            std::ostringstream text;
+            node.node().print(text, "", pugi::format_raw);
+            sequences << QString::fromStdString(text.str());
+        }
+        return sequences;
+    } catch (const pugi::xpath_exception& exception) {
+        std::fprintf(stderr, "Error: %s\n", exception.what());
+        return std::nullopt;
+    }
+}
+
 // Where a program named in a setting lives: a path as it is, a bare name through PATH.
 QString resolveProgram(const QString& program) {
     if (program.contains(u'/'))
@@ -55,7 +95,7 @@ QString QVAppleEvents::clipsFilePath(const QString& projectPath, const QString& 
 
 bool QVAppleEvents::sendXMLToFCP(const QString& xml, const QString& projectPath,
                                  const QString& volumeName) const {
-    try {
+    return guarded("+[QVAppleEvents sendXMLToFCP:projectPath:]", false, [&] {
         const QString path = clipsFilePath(projectPath, volumeName);
         QDir().mkpath(QFileInfo(path).absolutePath());
         QSaveFile file(path);
@@ -67,10 +107,7 @@ bool QVAppleEvents::sendXMLToFCP(const QString& xml, const QString& projectPath,
         }
         handToEditingApplication(path);
         return true;
-    } catch (const std::exception& exception) {
-        QVException::logException(exception, "+[QVAppleEvents sendXMLToFCP:projectPath:]");
-        return false;
-    }
+    });
 }
 
 bool QVAppleEvents::handToEditingApplication(const QString& file) const {
@@ -90,8 +127,10 @@ bool QVAppleEvents::handToEditingApplication(const QString& file) const {
 }
 
 std::optional<QStringList> QVAppleEvents::listOfOpenFCPProjects() const {
-    logNotRunning();
-    return std::nullopt;
+    return guarded("+[QVAppleEvents listOfOpenFCPProjects]", std::optional<QStringList>(), [] {
+        logNotRunning();
+        return std::optional<QStringList>();
+    });
 }
 
 std::optional<QByteArray> QVAppleEvents::fetch(bool launchFCP) const {
@@ -104,79 +143,72 @@ std::optional<QByteArray> QVAppleEvents::fetch(bool launchFCP) const {
 
 std::optional<QByteArray> QVAppleEvents::getProjectXMLData(const QString&, bool launchFCP,
                                                            bool) const {
-    return fetch(launchFCP);
+    return guarded("+[QVAppleEvents getProjectXMLData:launchFCP:closeProject:]",
+                   std::optional<QByteArray>(), [&] { return fetch(launchFCP); });
 }
 
 std::optional<QString> QVAppleEvents::getProjectXML(const QString& projectPath, bool launchFCP,
                                                     bool closeProject) const {
-    const auto data = getProjectXMLData(projectPath, launchFCP, closeProject);
-    return data ? std::optional<QString>(QString::fromUtf8(*data)) : std::nullopt;
+    return guarded(
+        "+[QVAppleEvents getProjectXML:launchFCP:closeProject:]", std::optional<QString>(),
+        [&] { return decoded(getProjectXMLData(projectPath, launchFCP, closeProject)); });
 }
 
 std::optional<QByteArray> QVAppleEvents::getItemXMLData(const QString&, const QString&,
                                                         bool launchFCP, bool) const {
-    return fetch(launchFCP);
+    return guarded("+[QVAppleEvents getItemXMLData:forProject:launchFCP:closeProject:]",
+                   std::optional<QByteArray>(), [&] { return fetch(launchFCP); });
 }
 
 std::optional<QString> QVAppleEvents::getItemXML(const QString& item, const QString& projectPath,
                                                  bool launchFCP, bool closeProject) const {
-    const auto data = getItemXMLData(item, projectPath, launchFCP, closeProject);
-    return data ? std::optional<QString>(QString::fromUtf8(*data)) : std::nullopt;
+    return guarded(
+        "+[QVAppleEvents getItemXML:forProject:launchFCP:closeProject:]", std::optional<QString>(),
+        [&] { return decoded(getItemXMLData(item, projectPath, launchFCP, closeProject)); });
 }
 
 std::optional<QByteArray> QVAppleEvents::getTOCData(const QString&, bool launchFCP) const {
-    return fetch(launchFCP);
+    return guarded("+[QVAppleEvents getTOCData:launchFCP:]", std::optional<QByteArray>(),
+                   [&] { return fetch(launchFCP); });
 }
 
 std::optional<QString> QVAppleEvents::getTOC(const QString& projectPath, bool launchFCP) const {
-    const auto data = getTOCData(projectPath, launchFCP);
-    return data ? std::optional<QString>(QString::fromUtf8(*data)) : std::nullopt;
+    return guarded("+[QVAppleEvents getTOC:launchFCP:]", std::optional<QString>(),
+                   [&] { return decoded(getTOCData(projectPath, launchFCP)); });
 }
 
 std::optional<QStringList> QVAppleEvents::sequencesInProject(const QString& projectPath) const {
-    const auto data = finalCutProMajorVersion() > 6 ? getTOCData(projectPath, true)
-                                                    : getProjectXMLData(projectPath, true);
-    if (!data)
-        return std::nullopt;
-    return sequencesInDocument(*data);
+    return guarded("+[QVAppleEvents sequencesInProject:]", std::optional<QStringList>(), [&] {
+        const auto data = finalCutProMajorVersion() > 6 ? getTOCData(projectPath, true)
+                                                        : getProjectXMLData(projectPath, true);
+        return data ? sequencesInDocument(*data) : std::nullopt;
+    });
 }
 
 std::optional<QStringList> QVAppleEvents::sequencesInDocument(const QByteArray& document) {
     if (document.isEmpty())
         return std::nullopt;
-    pugi::xml_document parsed;
-    const pugi::xml_parse_result result =
-        parsed.load_buffer(document.constData(), static_cast<size_t>(document.size()));
-    if (!result) {
-        std::fprintf(stderr, "Error: %s\n", result.description());
-        return std::nullopt;
-    }
-    try {
-        QStringList sequences;
-        for (const pugi::xpath_node& node : parsed.select_nodes(".//sequence/name[1]/..")) {
-            std::ostringstream text;
-            node.node().print(text, "", pugi::format_raw);
-            sequences << QString::fromStdString(text.str());
-        }
-        return sequences;
-    } catch (const pugi::xpath_exception& exception) {
-        std::fprintf(stderr, "Error: %s\n", exception.what());
-        return std::nullopt;
-    }
+    return guarded("+[QVAppleEvents sequencesInProject:]", std::optional<QStringList>(),
+                   [&] { return sequenceTexts(document); });
 }
 
 bool QVAppleEvents::openItem(const QString&, const QString&, bool launchFCP) const {
-    return fetch(launchFCP).has_value();
+    return guarded("+[QVAppleEvents openItem:forProject:launchFCP:]", false,
+                   [&] { return fetch(launchFCP).has_value(); });
 }
 
 bool QVAppleEvents::saveProject(const QString&) const {
-    logNotRunning();
-    return false;
+    return guarded("+[QVAppleEvents saveProject:]", false, [] {
+        logNotRunning();
+        return false;
+    });
 }
 
 bool QVAppleEvents::closeProject(const QString&, bool) const {
-    logNotRunning();
-    return false;
+    return guarded("+[QVAppleEvents closeProject:saveChanges:]", false, [] {
+        logNotRunning();
+        return false;
+    });
 }
 
 QString QVAppleEvents::finalCutProVersionString() const {

@@ -87,13 +87,6 @@ TEST(QVAppleEvents, VersionTable) {
         EXPECT_EQ(QVAppleEvents::majorVersionFromString(text), major) << version;
         EXPECT_EQ(QVAppleEvents::xmemlVersionFromString(text), xmeml) << version;
     }
-
-    Link link;
-    EXPECT_EQ(link.events().finalCutProVersionString(), QStringLiteral("7.0"));
-    EXPECT_EQ(link.events().maximumXMEMLVersion(), 5);
-    link.set(QVAppleEvents::editingApplicationVersionKey, QStringLiteral("6.0.6"));
-    EXPECT_EQ(link.events().finalCutProMajorVersion(), 6);
-    EXPECT_EQ(link.events().maximumXMEMLVersion(), 4);
 }
 
 TEST(QVAppleEvents, SendWritesBesideProjectAndHandsOver) {
