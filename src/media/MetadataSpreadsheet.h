@@ -15,7 +15,8 @@
 /// What a row needs to know of a volume.
 struct SpreadsheetVolume {
     QString name;
-    /// The drive's DriveUUID, else its VolumeUUID; written only under a "Disk UUID" column.
+    /// The disk's DiskUUID, else its VolumeUUID (see VolumeSpreadsheet); written only
+    /// under a "Disk UUID" column.
     QString driveIdentifier;
     QStringList destinations;
     /// Values keyed by field identifier ("QVMeta" + title without spaces).

@@ -1,0 +1,19 @@
+#include "VolumeSpreadsheet.h"
+
+#include "QVFileManager.h"
+#include "QVVolume.h"
+
+SpreadsheetVolume VolumeSpreadsheet::describe(const QVVolume& volume) {
+    SpreadsheetVolume described;
+    described.name = volume.name();
+    if (const auto info = QVFileManager::infoForDiskAtMountpoint(volume.path()))
+        described.driveIdentifier = driveIdentifier(*info);
+    described.destinations = volume.destinations();
+    described.metadata = volume.metadata();
+    return described;
+}
+
+QString VolumeSpreadsheet::driveIdentifier(const PropertyList& diskInfo) {
+    const QString disk = diskInfo[QStringLiteral("DiskUUID")].toString();
+    return disk.isEmpty() ? diskInfo[QStringLiteral("VolumeUUID")].toString() : disk;
+}
