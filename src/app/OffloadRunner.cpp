@@ -23,6 +23,29 @@ void printError(const QString& text) {
     std::fprintf(stderr, "cardsweep-cli: %s\n", text.toUtf8().constData());
 }
 
+// The real path of a folder that may not exist yet: its nearest existing ancestor resolved,
+// the rest appended.
+QString resolvedPath(const QString& path) {
+    QString existing = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    QString rest;
+    while (!QFileInfo::exists(existing) && existing != QLatin1String("/")) {
+        rest = u'/' + QFileInfo(existing).fileName() + rest;
+        existing = QFileInfo(existing).path();
+    }
+    return QDir::cleanPath(QFileInfo(existing).canonicalFilePath() + rest);
+}
+
+// A destination on the card itself would be copied into itself until the card fills up.
+std::optional<QString> destinationInside(const QString& source, const QStringList& destinations) {
+    const QString card = resolvedPath(source);
+    for (const QString& destination : destinations) {
+        const QString resolved = resolvedPath(destination);
+        if (resolved == card || resolved.startsWith(card + u'/') || card == QLatin1String("/"))
+            return destination;
+    }
+    return std::nullopt;
+}
+
 // Every destination must exist or be creatable, and take new files.
 std::optional<QString> unwritableDestination(const QStringList& destinations) {
     for (const QString& destination : destinations) {
@@ -62,6 +85,10 @@ int OffloadRunner::run(SettingsStore& settings, const Request& request) {
     }
     if (request.destinations.isEmpty()) {
         printError(QStringLiteral("no destination given (--dest DIR)"));
+        return 2;
+    }
+    if (const auto inside = destinationInside(request.source, request.destinations)) {
+        printError(QStringLiteral("%1: destination is inside the source").arg(*inside));
         return 2;
     }
     if (const auto bad = unwritableDestination(request.destinations)) {

@@ -30,9 +30,22 @@ int TerminalAppView::showSheet(const SheetRequest& sheet) {
 
 void TerminalAppView::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
     endProgress();
-    for (const auto& failed : volume->failedFiles())
+    // Each failing destination asks again; name only what wasn't named yet.
+    const auto failed = volume->failedFiles();
+    std::size_t& shown = failuresShown_[volume.get()];
+    for (; shown < failed.size(); ++shown)
         print(QStringLiteral("Digest mismatch: %1\n")
-                  .arg(failed->failedFile.value_or(failed->source)));
+                  .arg(failed[shown]->failedFile.value_or(failed[shown]->source)));
+}
+
+void TerminalAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {
+    if (transferEnded_)
+        transferEnded_(volume);
+}
+
+void TerminalAppView::setTransferEndedHandler(
+    std::function<void(const std::shared_ptr<QVVolume>&)> handler) {
+    transferEnded_ = std::move(handler);
 }
 
 void TerminalAppView::showInfo(const QString& title,

@@ -4,6 +4,8 @@
 // is not a terminal). Also prints notifications.
 
 #include <QElapsedTimer>
+#include <functional>
+#include <map>
 #include <memory>
 
 #include "AppView.h"
@@ -25,6 +27,8 @@ class TerminalAppView : public AppView, public Notifier {
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
     void showInfo(const QString& title,
                   const std::vector<std::pair<QString, QString>>& rows) override;
+    /// Hands the ended transfer to the handler, if one is set (on the thread that ended it).
+    void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
     void postGrowlNotification(const QString& title, const QString& description,
                                const QString& icon, const QString& notificationName) override;
 
@@ -32,10 +36,14 @@ class TerminalAppView : public AppView, public Notifier {
     void showProgress(QVVolume& volume);
     /// Ends the progress line before other output.
     void endProgress();
+    /// Set before any transfer starts.
+    void setTransferEndedHandler(std::function<void(const std::shared_ptr<QVVolume>&)> handler);
 
   private:
     const bool terminal_;
     bool drawn_ = false;
     int lastDecile_ = -1;
     QElapsedTimer clock_;
+    std::function<void(const std::shared_ptr<QVVolume>&)> transferEnded_;
+    std::map<const QVVolume*, std::size_t> failuresShown_;  // the review is shown per destination
 };

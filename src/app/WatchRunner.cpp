@@ -8,9 +8,8 @@
 #include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QSocketNotifier>
-#include <QTimer>
+#include <algorithm>
 #include <cstdio>
-#include <map>
 
 #include "AppController.h"
 #include "DetachedThreads.h"
@@ -18,6 +17,7 @@
 #include "Preferences.h"
 #include "QVLog.h"
 #include "QVVolume.h"
+#include "RemovableMedia.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
 #include "VolumeEjector.h"
@@ -32,14 +32,18 @@ void onSignal(int) {
     static_cast<void>(written);
 }
 
-void installSignalPipe() {
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return;
+void setSignalHandler(void (*handler)(int)) {
     struct sigaction action {};
-    action.sa_handler = onSignal;
+    action.sa_handler = handler;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+}
+
+void installSignalPipe() {
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    setSignalHandler(onSignal);
 }
 
 void say(const QString& line) {
@@ -49,8 +53,8 @@ void say(const QString& line) {
 
 void applyOverrides(SettingsStore& settings, const WatchRunner::Request& request) {
     settings.setOverride(QStringLiteral("cardsweepEnabled"), PropertyList(qint64(1)));
-    if (request.image)
-        settings.setOverride(SettingsKey::transferType, PropertyList(qint64(1)));
+    // Imaging a whole card is asked for on the command line, never inherited from the desktop.
+    settings.setOverride(SettingsKey::transferType, PropertyList(qint64(request.image ? 1 : 0)));
     if (request.destinations.isEmpty())
         return;
     PropertyList::Array entries;
@@ -60,6 +64,66 @@ void applyOverrides(SettingsStore& settings, const WatchRunner::Request& request
     settings.setOverride(SettingsKey::destinationList, PropertyList(entries));
 }
 
+// Mount events report every local mount; only what could be a card is of interest.
+bool isRemovableMedia(const MountEntry& entry) {
+    const auto media = RemovableMedia::mounted();
+    return std::any_of(media.begin(), media.end(), [&](const MountEntry& candidate) {
+        return candidate.mountPoint == entry.mountPoint;
+    });
+}
+
+std::shared_ptr<QVVolume> listedAt(const AppController& controller, const QString& path) {
+    for (const auto& volume : controller.dataArray()) {
+        if (volume->path() == path)
+            return volume;
+    }
+    return nullptr;
+}
+
+QString describe(const QVVolume& volume) {
+    return QStringLiteral("%1 (%2) at %3").arg(volume.name(), volume.typeName(), volume.path());
+}
+
+// Prints the verdict of an ended transfer and ejects a verified card on request; true when it
+// verified.
+bool reportVerdict(const QVVolume& volume, bool eject) {
+    const qint64 status = volume.status();
+    if (status != QVVolume::Done) {
+        say(QStringLiteral("%1: %2").arg(
+            volume.name(), status == QVVolume::Failed
+                               ? QStringLiteral("FAILED: ") + volume.errorString().value_or("")
+                               : volume.errorString().value_or(QStringLiteral("stopped"))));
+        return false;
+    }
+    say(QStringLiteral("%1: verified -> %2").arg(volume.name(), volume.destinations().join(u", ")));
+    if (!eject || volume.isFolder())
+        return true;
+    QString error;
+    say(VolumeEjector::unmountAndEject(volume.path(), &error)
+            ? QStringLiteral("%1: ejected").arg(volume.name())
+            : QStringLiteral("%1: could not be ejected: %2").arg(volume.name(), error));
+    return true;
+}
+
+// After a stop request: nothing more starts, running copies are cancelled, and every card
+// that will not be verified is named. True when anything was stopped.
+bool stopTransfers(AppController& controller) {
+    const auto waiting = controller.dropWaitingVolumes();
+    for (const auto& volume : waiting)
+        say(QStringLiteral("%1: not transferred (stopped while waiting)").arg(volume->name()));
+    bool stopped = !waiting.empty();
+    for (const auto& volume : controller.dataArray()) {
+        const qint64 status = volume->status();
+        if (status < QVVolume::Copying || status > QVVolume::Unmounting)
+            continue;
+        volume->setErrorString(QStringLiteral("stopped before it was verified"));
+        volume->setStatus(QVVolume::Cancelled);
+        controller.cancelVolume(*volume);
+        stopped = true;
+    }
+    return stopped;
+}
+
 }  // namespace
 
 int WatchRunner::run(SettingsStore& settings, const Request& request) {
@@ -67,81 +131,52 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     installSignalPipe();
     TerminalAppView view;
     AppController controller(settings, view, view);
-    controller.populateVolumes();
-    for (const auto& volume : controller.dataArray())
-        say(QStringLiteral("Listed: %1 (%2) at %3")
-                .arg(volume->name(), volume->typeName(), volume->path()));
-    say(QStringLiteral("Watching for cards; Ctrl-C to stop."));
-
-    // Every volume that started a transfer, until its verdict is printed.
-    std::map<QVVolume*, std::shared_ptr<QVVolume>> running;
+    QObject context;
     bool anyFailed = false;
-    const auto report = [&] {
-        for (const auto& volume : controller.dataArray()) {
-            if (volume->status() >= QVVolume::Copying)
-                running.emplace(volume.get(), volume);
-        }
-        for (auto it = running.begin(); it != running.end();) {
-            QVVolume& v = *it->second;
-            const qint64 status = v.status();
-            const bool ended = status == QVVolume::Done || status == QVVolume::Failed ||
-                               status == QVVolume::Cancelled;
-            if (!ended) {
-                ++it;
-                continue;
-            }
-            if (status == QVVolume::Done) {
-                say(QStringLiteral("%1: verified -> %2")
-                        .arg(v.name(), v.destinations().join(u", ")));
-                if (request.eject) {
-                    QString error;
-                    say(VolumeEjector::unmountAndEject(v.path(), &error)
-                            ? QStringLiteral("%1: ejected").arg(v.name())
-                            : QStringLiteral("%1: could not be ejected: %2").arg(v.name(), error));
-                }
-            } else {
-                anyFailed = true;
-                say(QStringLiteral("%1: %2").arg(
-                    v.name(), status == QVVolume::Failed
-                                  ? QStringLiteral("FAILED: ") + v.errorString().value_or("")
-                                  : v.errorString().value_or(QStringLiteral("stopped"))));
-            }
-            it = running.erase(it);
-        }
-    };
+    // The verdict comes from the worker that ended the transfer, after its marker and manifest
+    // are written; it is printed (and the card ejected) on the main loop.
+    view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
+        QMetaObject::invokeMethod(
+            &context, [&, volume] { anyFailed |= !reportVerdict(*volume, request.eject); },
+            Qt::QueuedConnection);
+    });
 
+    // Watching starts first so that a card mounted while the list is built is not missed.
     MountMonitor monitor;
     QObject::connect(&monitor, &MountMonitor::volumeDidMount, [&](const MountEntry& entry) {
+        if (!isRemovableMedia(entry) || listedAt(controller, entry.mountPoint))
+            return;
         controller.volumeDidMount(entry.mountPoint);
-        say(QStringLiteral("Mounted: %1").arg(entry.mountPoint));
+        const auto volume = listedAt(controller, entry.mountPoint);
+        say(volume ? QStringLiteral("Listed: ") + describe(*volume)
+                   : QStringLiteral("Not listed: %1 (ignored, or a destination's drive)")
+                         .arg(entry.mountPoint));
     });
     QObject::connect(&monitor, &MountMonitor::volumeDidUnmount, [&](const MountEntry& entry) {
         controller.volumeDidUnmount(entry.mountPoint);
     });
     monitor.start();
+    controller.populateVolumes();
+    for (const auto& volume : controller.dataArray())
+        say(QStringLiteral("Listed: ") + describe(*volume));
+    say(QStringLiteral("Watching for cards; Ctrl-C to stop."));
 
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, report);
-    poll.start(250);
     QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated,
                      [] { QCoreApplication::exit(0); });
     QCoreApplication::exec();
 
-    // Stop what is still running, and say so.
+    // A second Ctrl-C while stopping ends the program at once.
+    setSignalHandler(SIG_DFL);
     monitor.stop();
-    for (const auto& [raw, volume] : running) {
-        if (volume->status() == QVVolume::Done || volume->status() == QVVolume::Failed)
-            continue;
-        volume->setErrorString(QStringLiteral("stopped before it was verified"));
-        volume->setStatus(QVVolume::Cancelled);
-        controller.cancelVolume(*volume);
-    }
+    if (stopTransfers(controller))
+        anyFailed = true;
+    // Stopped copies end quickly; their last words may still need the main loop.
     const QDeadlineTimer deadline(60000);
     while (DetachedThreads::unfinished() > 0 && !deadline.hasExpired())
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
     DetachedThreads::joinAll();
-    report();
+    QCoreApplication::processEvents();
     QVLog::appendLog(u"Watch stopped");
     return anyFailed ? 1 : 0;
 }

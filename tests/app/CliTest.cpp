@@ -67,6 +67,22 @@ QString destinationFolder(const QString& output, int index) {
 
 }  // namespace
 
+// Every line of the folder's manifest names a file whose digest, by the system's tool, agrees.
+void expectManifestAgreesWith(const QString& folder, const QString& tool) {
+    QFile manifest(folder + "/checksums.txt");
+    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly)) << folder.toStdString();
+    const QStringList lines =
+        QString::fromUtf8(manifest.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    EXPECT_FALSE(lines.isEmpty());
+    for (const QString& line : lines) {
+        QDirIterator it(folder, {line.section(u'\t', 1)}, QDir::Files | QDir::Hidden,
+                        QDirIterator::Subdirectories);
+        ASSERT_TRUE(it.hasNext()) << line.toStdString();
+        EXPECT_EQ(line.section(u'\t', 0, 0),
+                  QVTaskEx::stringFromTask(tool, {it.next()}).section(u' ', 0, 0));
+    }
+}
+
 TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     QTemporaryDir dir;
     const QString card = dir.filePath("P2 'CARD' $(x)");
@@ -87,29 +103,47 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
         const QString folder = destinationFolder(run.output, index);
         ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
         EXPECT_EQ(tree(folder, {"/checksums.txt"}), copied);
-        QFile manifest(folder + "/checksums.txt");
-        ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
-        for (const QString& line :
-             QString::fromUtf8(manifest.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
-            QDirIterator it(folder, {line.section(u'\t', 1)}, QDir::Files | QDir::Hidden,
-                            QDirIterator::Subdirectories);
-            ASSERT_TRUE(it.hasNext()) << line.toStdString();
-            const QString digest =
-                QVTaskEx::stringFromTask("/usr/bin/sha1sum", {it.next()}).section(u' ', 0, 0);
-            EXPECT_EQ(line.section(u'\t', 0, 0), digest);
-        }
+        expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
     }
+    // MD5 unless told otherwise.
+    const CliRun md5 = cli({"offload", card, "--dest", dir.filePath("C")});
+    ASSERT_EQ(md5.status, 0) << md5.output.toStdString();
+    expectManifestAgreesWith(destinationFolder(md5.output, 0), "/usr/bin/md5sum");
 
+    // Later damage: a changed clip, a lost sidecar, a stray file.
     const QString folder = destinationFolder(run.output, 1);
     QFile clip(folder + "/CONTENTS/VIDEO/0001AB.MXF");
     ASSERT_TRUE(clip.open(QIODevice::ReadWrite)) << "sample layout changed?";
     clip.seek(100);
     clip.write("!");
     clip.close();
+    ASSERT_TRUE(QFile::remove(folder + "/CONTENTS/LASTCLIP.TXT")) << "sample layout changed?";
+    QFile(folder + "/CONTENTS/stray.bin").open(QIODevice::WriteOnly);
     const CliRun recheck = cli({"verify", folder});
     EXPECT_EQ(recheck.status, 1);
-    EXPECT_TRUE(recheck.output.contains("differs: 0001AB.MXF")) << recheck.output.toStdString();
+    for (const char* line :
+         {"differs: 0001AB.MXF", "missing: LASTCLIP.TXT", "extra: CONTENTS/stray.bin"})
+        EXPECT_TRUE(recheck.output.contains(line)) << line << "\n" << recheck.output.toStdString();
+}
+
+TEST(Cli, DemoOffloadsASampleCardAndShowsTheManifests) {
+    QTemporaryDir dir;
+    const QByteArray oldTemp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(dir.path()));
+    const CliRun run = cli({"demo"});
+    qputenv("TMPDIR", oldTemp);
+    ASSERT_EQ(run.status, 0) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Verdict: verified")) << run.output.toStdString();
+    int manifests = 0;
+    for (const QString& line : run.output.split(u'\n')) {
+        if (!line.startsWith("Manifest: "))
+            continue;
+        ++manifests;
+        EXPECT_TRUE(line.mid(10).startsWith(dir.path()));
+        EXPECT_TRUE(QFileInfo(line.mid(10)).size() > 0) << line.toStdString();
+    }
+    EXPECT_EQ(manifests, 2);
 }
 
 TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
@@ -126,4 +160,12 @@ TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(unwritable.output.trimmed().count(u'\n'), 0) << unwritable.output.toStdString();
     EXPECT_TRUE(unwritable.output.contains("destination can't be written"));
+
+    // A destination on the card itself would copy the card into itself.
+    const CliRun inside =
+        cli({"offload", dir.filePath("card"), "--dest", dir.filePath("card/../card/DCIM/new")});
+    EXPECT_EQ(inside.status, 2);
+    EXPECT_TRUE(inside.output.contains("destination is inside the source"))
+        << inside.output.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("card/DCIM/new"))) << "nothing written on the card";
 }

@@ -62,41 +62,63 @@ class WatchE2E : public CardTest {};
 class EraseE2E : public CardTest {};
 class UnmountE2E : public CardTest {};
 
-TEST_F(WatchE2E, ACardMountedWhileWatchingIsTransferredVerifiedAndEjected) {
-    const auto cardCard = mountCard("EOS_DIGITAL");
-    ASSERT_TRUE(cardCard);
-    LoopCard& card = *cardCard;
+TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDestinationDrives) {
+    const auto present = mountCard("PRESENT");
+    const auto card = mountCard("EOS_DIGITAL");
+    const auto ignored = mountCard("IGNORED");
+    const auto raid = mountCard("RAID");
+    ASSERT_TRUE(present && card && ignored && raid);
     const QByteArray clip = TestFiles::randomBytes(2 * 1024 * 1024 + 3, 11);
-    TestFiles::write(card.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", clip);
-    ASSERT_TRUE(card.unmount());
+    for (const LoopCard* each : {present.get(), card.get()})
+        TestFiles::write(each->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", clip);
+    // Not a recognised layout: a recognised one, left out, would queue the list's last card.
+    TestFiles::write(ignored->mountPoint() + "/notes.txt", "x");
+    ASSERT_TRUE(card->unmount() && ignored->unmount());
+    SettingsStore(SettingsStore::defaultPath())
+        .setObject(SettingsKey::ignoredVolumes,
+                   PropertyList(PropertyList::Array{PropertyList(QStringLiteral("IGNORED"))}));
 
     QVTask watch;
     watch.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    watch.setArguments({"watch", "--dest", workPath("dest"), "--eject"});
+    watch.setArguments(
+        {"watch", "--dest", workPath("dest"), "--dest", raid->mountPoint() + "/Media", "--eject"});
     watch.setStandardOutput(QVTask::Channel::Pipe);
     watch.setStandardError(QVTask::Channel::NullDevice);
     watch.launch();
+    QString text;
     {
         Output output(watch);
-        ASSERT_TRUE(output.waitFor("Watching for cards", 30)) << output.text().toStdString();
-        ASSERT_TRUE(card.remount());
-        const bool ejected = output.waitFor("EOS_DIGITAL: ejected", 60);
+        const bool watching = output.waitFor("Watching for cards", 30);
+        // A destination's drive coming back, an ignored card, then a card to transfer.
+        const bool remounted =
+            watching && raid->unmount() && raid->remount() &&
+            output.waitFor("Not listed: " + raid->mountPoint(), 30) && ignored->remount() &&
+            output.waitFor("Not listed: " + ignored->mountPoint(), 30) && card->remount();
+        const bool ejected = remounted && output.waitFor("EOS_DIGITAL: ejected", 60);
+        QThread::msleep(600);  // a repeated verdict would show by now
         watch.terminate();
         watch.waitUntilExit();
-        const QString text = output.text();
+        text = output.text();
         ASSERT_TRUE(ejected) << text.toStdString();
-        EXPECT_TRUE(text.contains("Mounted: " + card.mountPoint()));
-        EXPECT_TRUE(text.contains("EOS_DIGITAL: verified -> " + workPath("dest")));
     }
-    EXPECT_EQ(watch.terminationStatus(), 0);
-    EXPECT_FALSE(QFileInfo::exists("/sys/block/" + QFileInfo(card.device()).fileName() +
+    EXPECT_EQ(watch.terminationStatus(), 0) << text.toStdString();
+    EXPECT_TRUE(text.contains("Listed: PRESENT (EOSHD) at " + present->mountPoint()))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains("Listed: EOS_DIGITAL (EOSHD) at " + card->mountPoint()));
+    EXPECT_FALSE(text.contains("Listed: RAID")) << text.toStdString();
+    EXPECT_FALSE(text.contains("Listed: IGNORED")) << text.toStdString();
+    EXPECT_EQ(text.count("EOS_DIGITAL: verified -> "), 1) << text.toStdString();
+    EXPECT_FALSE(text.contains("PRESENT:")) << "a card already there is listed, not transferred";
+    EXPECT_FALSE(QFileInfo::exists("/sys/block/" + QFileInfo(card->device()).fileName() +
                                    "/loop/backing_file"))
         << "the loop device is detached";
-    bool copied = false;
-    QDirIterator it(workPath("dest"), {"MVI_0001.MOV"}, QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        copied = copied || TestFiles::read(it.next()) == clip;
-    EXPECT_TRUE(copied);
+    for (const QString& destination : {workPath("dest"), raid->mountPoint() + "/Media"}) {
+        bool copied = false;
+        QDirIterator it(destination, {"MVI_0001.MOV"}, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext())
+            copied = copied || TestFiles::read(it.next()) == clip;
+        EXPECT_TRUE(copied) << destination.toStdString();
+    }
 }
 
 TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
