@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QThread>
 #include <QTimer>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -62,7 +63,8 @@ const QStringList& packageExtensions() {
 }
 
 // Media-root drives must be real mount points: a leftover empty folder there is the root disk.
-// Folders under configured roots stand in for drives.
+// The mount table also knows bind mounts, which share their parent's device. Folders under
+// configured roots stand in for drives.
 bool driveIsMounted(const QString& drive) {
     struct stat status {};
     if (::stat(encoded(drive).constData(), &status) != 0 || !S_ISDIR(status.st_mode))
@@ -71,9 +73,16 @@ bool driveIsMounted(const QString& drive) {
     if (QVLocalPaths::isConfiguredMediaRoot(parent + u'/'))
         return true;
     struct stat parentStatus {};
-    if (::stat(encoded(parent).constData(), &parentStatus) != 0)
-        return false;
-    return status.st_dev != parentStatus.st_dev;
+    if (::stat(encoded(parent).constData(), &parentStatus) == 0 &&
+        status.st_dev != parentStatus.st_dev)
+        return true;
+    return MountTable::entryForMountPoint(drive).has_value();
+}
+
+bool isUnderMediaRoot(const QString& path) {
+    const QStringList roots = QVLocalPaths::mediaRoots();
+    return std::any_of(roots.begin(), roots.end(),
+                       [&](const QString& root) { return path.startsWith(root); });
 }
 
 QStringList entriesOf(const QString& folder) {
@@ -123,7 +132,7 @@ QString QVFileManager::volumeMountPointForPath(const QString& path) {
     const QString mountPoint = MountTable::volumeMountPointForPath(path);
     if (!mountPoint.isEmpty())
         return mountPoint;
-    if (!QVLocalPaths::mediaDriveForPath(path).isEmpty())
+    if (isUnderMediaRoot(path))
         return {};
     return QStringLiteral("/");
 }
@@ -164,11 +173,8 @@ bool QVFileManager::trashFile(const QString& path, bool shouldAuth) {
     unlockFile(path);
     if (!anythingAt(path))
         return true;
-    if (FreedesktopTrash::trash(path))
-        return true;
-    if (shouldAuth)
-        QVLog::appendLog(u"Unable to move %@ to the trash", path);
-    return false;
+    static_cast<void>(shouldAuth);         // administrator rights come with the privileged helper
+    return FreedesktopTrash::trash(path);  // which logs why it failed
 }
 
 bool QVFileManager::removeFile(const QString& path, bool shouldAuth) {
@@ -229,9 +235,13 @@ bool QVFileManager::moveFile(const QString& source, const QString& destination, 
     if (isCaseOnlyChange(source, destination)) {
         // On a case-insensitive disk the destination "exists" already: go through a free name.
         const QString temporary = uniqueFilename(destination);
-        moved = temporary == destination ? moveItem(source, destination, &error)
-                                         : moveItem(source, temporary, &error) &&
-                                               moveItem(temporary, destination, &error);
+        moved = moveItem(source, temporary, &error);
+        if (moved && temporary != destination && !moveItem(temporary, destination, &error)) {
+            // A case-sensitive disk holding both names: never leave the file renamed.
+            QString ignored;
+            moveItem(temporary, source, &ignored);
+            moved = false;
+        }
     } else {
         moved = moveItem(source, destination, &error);
     }
@@ -296,18 +306,19 @@ QString QVFileManager::createDirectoryStructure(const QString& relativePath,
 
 // ---- Time-out forms
 
-bool QVFileManager::waitForState(int timeout, const std::function<bool()>& holds) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::seconds(timeout);
+bool QVFileManager::waitForState(Clock::time_point start, int timeout,
+                                 const std::function<bool()>& holds) {
+    const auto deadline = start + std::chrono::seconds(timeout);
     const bool onMainThread = MainThread::isMainThread();
     while (!holds()) {
         if (Clock::now() >= deadline)
             return holds();
         if (onMainThread) {
-            // Keep the interface alive while waiting, at most 10 ms per turn.
+            // Keep the interface alive, input included (an open sheet must be answerable),
+            // waiting at most 10 ms per turn.
             QEventLoop loop;
             QTimer::singleShot(10, &loop, &QEventLoop::quit);
-            loop.exec(QEventLoop::ExcludeUserInputEvents);
+            loop.exec();
         } else {
             QThread::msleep(300);
         }
@@ -315,32 +326,39 @@ bool QVFileManager::waitForState(int timeout, const std::function<bool()>& holds
     return true;
 }
 
+// The time-out counts from the start, so a slow operation leaves less time to wait.
 bool QVFileManager::trashFile(const QString& path, int timeout) {
-    return trashFile(path, true) && waitForState(timeout, [&] { return !anythingAt(path); });
+    const auto start = Clock::now();
+    return trashFile(path, true) && waitForState(start, timeout, [&] { return !anythingAt(path); });
 }
 
 bool QVFileManager::removeFile(const QString& path, int timeout) {
-    return removeFile(path, true) && waitForState(timeout, [&] { return !anythingAt(path); });
+    const auto start = Clock::now();
+    return removeFile(path, true) &&
+           waitForState(start, timeout, [&] { return !anythingAt(path); });
 }
 
 bool QVFileManager::createDirectory(const QString& path, int timeout) {
+    const auto start = Clock::now();
     return createDirectory(path, true) &&
-           waitForState(timeout, [&] { return fileExistsAtPath(path); });
+           waitForState(start, timeout, [&] { return fileExistsAtPath(path); });
 }
 
 bool QVFileManager::copyFile(const QString& source, const QString& destination, int timeout) {
+    const auto start = Clock::now();
     return copyFile(source, destination, true) &&
-           waitForState(timeout, [&] { return anythingAt(destination); });
+           waitForState(start, timeout, [&] { return anythingAt(destination); });
 }
 
 bool QVFileManager::moveFile(const QString& source, const QString& destination, int timeout) {
+    const auto start = Clock::now();
     if (!moveFile(source, destination, true))
         return false;
     if (isCaseOnlyChange(source, destination)) {
         ::usleep(500);
         return true;
     }
-    return waitForState(timeout, [&] { return !anythingAt(source); });
+    return waitForState(start, timeout, [&] { return !anythingAt(source); });
 }
 
 bool QVFileManager::copyContentsOfDirectory(const QString& path, const QString& destination,

@@ -8,6 +8,7 @@
 #include <QString>
 #include <QStringList>
 #include <any>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -32,7 +33,7 @@ class QVFileManager {
     /// As isVolumeMountedForPath, logging the drive's mount point to the system log.
     static bool isDriveMountedForPath(const QString& path);
     /// The local volume holding the path (deepest mount point other than "/"); else empty for
-    /// paths on a media root, "/" for the rest.
+    /// paths beginning with a media root (the bare root included), "/" for the rest.
     static QString volumeMountPointForPath(const QString& path);
     static bool isFileLocked(const QString& path);
     /// Empty when it can't be listed, has no entries, or holds only ".DS_Store", "Icon\r" and
@@ -142,7 +143,9 @@ class QVFileManager {
     static void notifyFileSystemChanged(const QString& path);
 
   private:
-    static bool waitForState(int timeout, const std::function<bool()>& holds);
+    using Clock = std::chrono::steady_clock;
+    static bool waitForState(Clock::time_point start, int timeout,
+                             const std::function<bool()>& holds);
     static bool copyItem(const QString& source, const QString& destination, QString* error);
     static bool moveItem(const QString& source, const QString& destination, QString* error);
     static bool isCaseOnlyChange(const QString& source, const QString& destination);

@@ -172,6 +172,7 @@ QStringList QVFileManager::filesMatchingWildcardPath(const QString& pattern,
 
 QString QVFileManager::decodeWildcardPath(const QString& pattern, const QString& basePath) {
     const QStringList matches = filesMatchingWildcardPath(pattern, basePath);
+    // Matches already begin with the base path; joining it again would double it.
     return matches.isEmpty() ? QString() : matches.first();
 }
 
@@ -179,8 +180,8 @@ void QVFileManager::waitForFileCreation(const QString& path, double timeout) {
     struct stat status {};
     if (::stat(encoded(path).constData(), &status) == 0 && status.st_size > 0)
         return;
-    // Measured from this call, so the time-out never has passed: one short pause, no loop.
-    if (timeout >= 0) {
+    // Measured from this call, so only a time-out of 0 has passed: one short pause, no loop.
+    if (timeout > 0) {
         QVLog::appendLog(u"File %@ is not yet created. Waiting...", path);
         ::usleep(500);
     }
@@ -299,9 +300,10 @@ std::optional<QString> QVFileManager::metadataValueForKey(const QString& key, co
     const QByteArray name = attributeName(key);
     const QByteArray file = encoded(path);
     const ssize_t size = ::getxattr(file.constData(), name.constData(), nullptr, 0);
+    const int error = errno;  // logging may change it
     SystemLog::log(u"buffer val: %i", int(size));
     if (size < 0) {
-        SystemLog::log(u"Error retrieving file attribute: %i", errno);
+        SystemLog::log(u"Error retrieving file attribute: %i", error);
         return std::nullopt;
     }
     if (size == 0)

@@ -14,8 +14,8 @@
 #include <type_traits>
 
 #include "MountTable.h"
-#include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "RemovableMedia.h"
 
 namespace {
 
@@ -146,23 +146,9 @@ QString diskUuid(const BlockDevice& device, const std::optional<Probe>& probed) 
     if (probed && !probed->partitionUuid.isEmpty()) {
         return probed->partitionUuid;
     }
-    return udevProperty(device.number, QStringLiteral("ID_PART_ENTRY_UUID"));
-}
-
-bool isUnderMediaRoot(const QString& mountPoint) {
-    const QString path = mountPoint + QLatin1Char('/');
-    for (const QString& root : QVLocalPaths::mediaRoots()) {
-        if (path.startsWith(root) && path != root) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool isRemovable(const BlockDevice& device, const QString& mountPoint) {
-    return readTrimmed(device.diskSysPath + QStringLiteral("/removable")) == QStringLiteral("1") ||
-           QFileInfo::exists(device.diskSysPath + QStringLiteral("/loop")) ||
-           isUnderMediaRoot(mountPoint);
+    const QString recorded = udevProperty(device.number, QStringLiteral("ID_PART_ENTRY_UUID"));
+    // An MBR disk with a zero signature gives its partitions no UUID.
+    return recorded.isEmpty() ? diskSerial(device) : recorded;
 }
 
 void addSizes(PropertyList::Dictionary& info, const QString& mountPoint) {
@@ -206,6 +192,6 @@ std::optional<PropertyList> DiskInfo::forMountPoint(const QString& mountPoint) {
         found.label.isEmpty() ? QFileInfo(entry->mountPoint).fileName() : found.label;
     info[QStringLiteral("FilesystemType")] = found.type.isEmpty() ? entry->fsType : found.type;
     addSizes(info, entry->mountPoint);
-    info[QStringLiteral("Removable")] = isRemovable(*device, entry->mountPoint);
+    info[QStringLiteral("Removable")] = RemovableMedia::isRemovable(*entry);
     return PropertyList(std::move(info));
 }

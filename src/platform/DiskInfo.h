@@ -10,9 +10,10 @@
 
 class DiskInfo {
   public:
-    /// A Dictionary with DeviceNode, VolumeUUID, DiskUUID, VolumeName, FilesystemType,
-    /// TotalSize, FreeSpace, Removable and MountPoint; keys that can't be learnt are left
-    /// out (the UUIDs need read access to the device). nullopt when mountPoint is not
-    /// where a block device is mounted.
+    /// A Dictionary with DeviceNode, VolumeUUID, DiskUUID (partition UUID, else the disk's
+    /// serial), VolumeName, FilesystemType, TotalSize, FreeSpace, Removable (as
+    /// RemovableMedia::isRemovable) and MountPoint; keys that can't be learnt are left out
+    /// (the UUIDs need read access to the device). nullopt when mountPoint is not where a
+    /// block device is mounted.
     static std::optional<PropertyList> forMountPoint(const QString& mountPoint);
 };

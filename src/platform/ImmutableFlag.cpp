@@ -52,9 +52,11 @@ Opened openItem(const QString& path) {
 
 void fail(QString* error, const QString& path, const QString& what, int code) {
     const QString text = QStringLiteral("%1: %2 (%3)").arg(path, what, qt_error_string(code));
-    QVLog::appendLog(u"Immutable flag: %@", text);
+    // A caller taking the reason logs it in its own words.
     if (error != nullptr) {
         *error = text;
+    } else {
+        QVLog::appendLog(u"Immutable flag: %@", text);
     }
 }
 

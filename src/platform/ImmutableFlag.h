@@ -13,7 +13,8 @@ class ImmutableFlag {
 
     /// Gives the item's flag the value `on`. True when it now has that value, and when
     /// clearing on a file system (or a symlink) that keeps no flags. False otherwise, with
-    /// the reason in *error (EPERM without CAP_LINUX_IMMUTABLE, no flags when setting).
+    /// the reason in *error (EPERM without CAP_LINUX_IMMUTABLE, no flags when setting), or
+    /// in the log when error is null.
     /// Symlinks are never followed.
     static bool set(const QString& path, bool on, QString* error = nullptr);
 };

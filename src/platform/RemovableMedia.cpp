@@ -33,11 +33,30 @@ QString rootDeviceFromTable() {
     return root ? root->source : QString();
 }
 
+bool isCard(const MountEntry& entry, const QString& rootDevice, const QStringList& mediaRoots,
+            const RemovableMedia::FactsReader& facts) {
+    // Bind mounts of the system disk show up under other names; none is a card.
+    if (entry.mountPoint.isEmpty() || entry.mountPoint == QStringLiteral("/") ||
+        (!rootDevice.isEmpty() && entry.source == rootDevice)) {
+        return false;
+    }
+    if (isUnderMediaRoot(entry.mountPoint, mediaRoots)) {
+        return true;
+    }
+    const RemovableMedia::DeviceFacts device = facts(entry.source);
+    return device.removable || device.hotPlugged;
+}
+
 }  // namespace
 
 std::vector<MountEntry> RemovableMedia::mounted() {
     return removableAmong(MountTable::localVolumes(), rootDeviceFromTable(),
                           QVLocalPaths::mediaRoots(), &RemovableMedia::factsForDevice);
+}
+
+bool RemovableMedia::isRemovable(const MountEntry& entry) {
+    return isCard(entry, rootDeviceFromTable(), QVLocalPaths::mediaRoots(),
+                  &RemovableMedia::factsForDevice);
 }
 
 std::vector<MountEntry> RemovableMedia::removableAmong(const std::vector<MountEntry>& volumes,
@@ -46,26 +65,11 @@ std::vector<MountEntry> RemovableMedia::removableAmong(const std::vector<MountEn
                                                        const FactsReader& facts) {
     std::vector<MountEntry> found;
     for (const MountEntry& entry : volumes) {
-        // Bind mounts of the system disk show up under other names; none is a card.
-        const bool onSystemDisk = entry.mountPoint == QStringLiteral("/") ||
-                                  (!rootDevice.isEmpty() && entry.source == rootDevice);
-        if (!onSystemDisk && isRemovable(entry, mediaRoots, facts)) {
+        if (isCard(entry, rootDevice, mediaRoots, facts)) {
             found.push_back(entry);
         }
     }
     return found;
-}
-
-bool RemovableMedia::isRemovable(const MountEntry& entry, const QStringList& mediaRoots,
-                                 const FactsReader& facts) {
-    if (entry.mountPoint.isEmpty() || entry.mountPoint == QStringLiteral("/")) {
-        return false;
-    }
-    if (isUnderMediaRoot(entry.mountPoint, mediaRoots)) {
-        return true;
-    }
-    const DeviceFacts device = facts(entry.source);
-    return device.removable || device.fileBacked || device.hotPlugged;
 }
 
 RemovableMedia::DeviceFacts RemovableMedia::factsForDevice(const QString& device) {
@@ -86,7 +90,6 @@ RemovableMedia::DeviceFacts RemovableMedia::factsAtSysPath(const QString& sysPat
                              : sysPath;
     DeviceFacts facts;
     facts.removable = readTrimmed(disk + QStringLiteral("/removable")) == QStringLiteral("1");
-    facts.fileBacked = !readTrimmed(disk + QStringLiteral("/loop/backing_file")).isEmpty();
     facts.hotPlugged = disk.contains(QStringLiteral("/usb"));
     return facts;
 }

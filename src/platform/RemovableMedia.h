@@ -1,6 +1,7 @@
 #pragma once
-// The mounted volumes a card could be on: local volumes under a media root, on a removable
-// or hot-plugged disk, or on a loop device backed by an image file. The system disk never is.
+// The mounted volumes a card could be on: local volumes under a media root, or on a
+// removable or hot-plugged disk. The system disk never is, and neither is an image file on
+// a loop device mounted elsewhere (a snap package).
 
 #include <QString>
 #include <QStringList>
@@ -14,7 +15,6 @@ class RemovableMedia {
     /// What /sys says about the block device behind a mount.
     struct DeviceFacts {
         bool removable = false;   // the device or its disk has removable == 1
-        bool fileBacked = false;  // a loop device with a backing file
         bool hotPlugged = false;  // reached through a USB bus
     };
     using FactsReader = std::function<DeviceFacts(const QString& device)>;
@@ -22,16 +22,15 @@ class RemovableMedia {
     /// Removable local volumes in mount-table order; never "/" or anything on its device.
     static std::vector<MountEntry> mounted();
 
+    /// The one test of whether a mount is a card, as mounted() applies it: reads the mount
+    /// table (for the device of "/"), the media roots and /sys afresh.
+    static bool isRemovable(const MountEntry& entry);
+
     /// The same choice over given volumes; rootDevice is the source mounted at "/".
     static std::vector<MountEntry> removableAmong(const std::vector<MountEntry>& volumes,
                                                   const QString& rootDevice,
                                                   const QStringList& mediaRoots,
                                                   const FactsReader& facts);
-
-    /// True when the entry is mounted below (not at) one of the media roots (each ending in
-    /// "/"), or its device is removable, file-backed or hot-plugged.
-    static bool isRemovable(const MountEntry& entry, const QStringList& mediaRoots,
-                            const FactsReader& facts);
 
     /// Facts for a device node, looked up through /sys/dev/block; all false when unknown.
     static DeviceFacts factsForDevice(const QString& device);

@@ -97,6 +97,17 @@ QString UDisks2::mount(const QString& blockObject, QString* error) {
     return reply.arguments().constFirst().toString();
 }
 
+bool UDisks2::format(const QString& blockObject, const QString& type, const QString& label,
+                     QString* error) {
+    QVariantMap options;
+    if (!label.isEmpty()) {
+        options.insert(QStringLiteral("label"), label);
+    }
+    return succeeded(
+        call(blockObject, QStringLiteral("Block"), QStringLiteral("Format"), {type, options}),
+        QStringLiteral("formatting ") + blockObject, error);
+}
+
 bool UDisks2::isLoop(const QString& blockObject) {
     return property(blockObject, QStringLiteral("Loop"), QStringLiteral("BackingFile")).isValid();
 }

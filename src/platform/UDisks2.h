@@ -1,6 +1,6 @@
 #pragma once
-// The udisks2 daemon on the system bus, for the few calls that unmount, eject and mount
-// cards. Every call gives up (logged, with a reason) when the daemon doesn't answer, so
+// The udisks2 daemon on the system bus, for the few calls that unmount, eject, format and
+// mount cards. Every call gives up (logged, with a reason) when the daemon doesn't answer, so
 // callers can fall back to the command-line tools.
 
 #include <QString>
@@ -15,6 +15,10 @@ class UDisks2 {
     static bool unmount(const QString& blockObject, QString* error = nullptr);
     /// Filesystem.Mount with no options; the mount point the daemon chose, empty on failure.
     static QString mount(const QString& blockObject, QString* error = nullptr);
+    /// Block.Format: a new, empty file system of type (e.g. "vfat") labelled label (none when
+    /// empty) on the unmounted block.
+    static bool format(const QString& blockObject, const QString& type, const QString& label,
+                       QString* error = nullptr);
     /// True when the block is a loop device.
     static bool isLoop(const QString& blockObject);
     /// Loop.Delete: detaches the loop device.

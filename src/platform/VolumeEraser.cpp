@@ -11,9 +11,9 @@
 #include <optional>
 #include <set>
 
-#include "DiskInfo.h"
 #include "MountTable.h"
 #include "QVLog.h"
+#include "RemovableMedia.h"
 #include "SystemTool.h"
 #include "UDisks2.h"
 #include "VolumeEjector.h"
@@ -108,11 +108,6 @@ QString protectedPathOn(const Device& card, const QStringList& protectedPaths) {
     return {};
 }
 
-bool isRemovable(const QString& mountPoint) {
-    const std::optional<PropertyList> info = DiskInfo::forMountPoint(mountPoint);
-    return info && (*info)[QStringLiteral("Removable")].toBool();
-}
-
 bool hasFatDriver() {
     QFile file(QStringLiteral("/proc/filesystems"));
     if (!file.open(QIODevice::ReadOnly)) {
@@ -151,6 +146,30 @@ bool mountAgain(const QString& device, const QString& mountPoint, QString* error
         QStringLiteral("erased, but mounting %1 again failed (status %2)").arg(device).arg(status));
 }
 
+// As root mkfs.fat writes the device; anyone else asks udisks2 (and through it polkit).
+bool formatAsFat(const QString& device, const QString& label, QString* reason) {
+    if (::geteuid() != 0) {
+        const QString object = UDisks2::blockObject(device);
+        if (object.isEmpty()) {
+            *reason =
+                QStringLiteral("udisks2 is not available and only root may format %1").arg(device);
+            return false;
+        }
+        return UDisks2::format(object, QStringLiteral("vfat"), label, reason);
+    }
+    QStringList arguments{QStringLiteral("-F"), QStringLiteral("32")};
+    if (!label.isEmpty()) {
+        arguments << QStringLiteral("-n") << label;
+    }
+    arguments << device;
+    const int status = SystemTool::run(QStringLiteral("mkfs.fat"), arguments);
+    if (status != 0) {
+        *reason = QStringLiteral("mkfs.fat on %1 exited with status %2").arg(device).arg(status);
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 QString VolumeEraser::fatLabel(const QString& name) {
@@ -183,7 +202,7 @@ bool VolumeEraser::eraseAsFat(const QString& mountPoint, const QString& name,
     if (!kept.isEmpty()) {
         return fail(error, QStringLiteral("%1 holds %2, which must be kept").arg(device, kept));
     }
-    if (!isRemovable(cleaned)) {
+    if (!RemovableMedia::isRemovable(*entry)) {
         return fail(error, QStringLiteral("%1 is not a removable card").arg(device));
     }
     QString unmounted;
@@ -191,19 +210,16 @@ bool VolumeEraser::eraseAsFat(const QString& mountPoint, const QString& name,
         return false;
     }
     // Unmounted, the node could only be another device if the table changed under us.
+    // Whatever fails from here on, the card is put back rather than left unmounted.
     if (unmounted != device) {
+        mountAgain(unmounted, cleaned, nullptr);
         return fail(error, QStringLiteral("%1 changed while unmounting").arg(cleaned));
     }
-    QStringList arguments{QStringLiteral("-F"), QStringLiteral("32")};
     const QString label = fatLabel(name);
-    if (!label.isEmpty()) {
-        arguments << QStringLiteral("-n") << label;
-    }
-    arguments << device;
-    const int status = SystemTool::run(QStringLiteral("mkfs.fat"), arguments);
-    if (status != 0) {
-        return fail(error,
-                    QStringLiteral("mkfs.fat on %1 exited with status %2").arg(device).arg(status));
+    QString reason;
+    if (!formatAsFat(device, label, &reason)) {
+        mountAgain(device, cleaned, nullptr);
+        return fail(error, reason);
     }
     QVLog::appendLog(u"VolumeEraser: erased %@ as FAT32 \"%@\"", device, label);
     mountAgain(device, cleaned, error);

@@ -1,7 +1,7 @@
 #pragma once
-// Erases a removable card as FAT32 ("MS-DOS"): unmount, mkfs.fat, mount again. Refuses
-// anything that is not a removable block device, and the device of "/" or of any path
-// that must be kept (the destinations).
+// Erases a removable card as FAT32 ("MS-DOS"): unmount, format (mkfs.fat as root, else
+// udisks2), mount again. Refuses anything that is not a removable card, and the device of
+// "/" or of any path that must be kept (the destinations).
 
 #include <QString>
 #include <QStringList>
@@ -9,8 +9,9 @@
 class VolumeEraser {
   public:
     /// Reformats the card mounted at mountPoint as FAT32 labelled fatLabel(name). True when
-    /// mkfs.fat succeeded; then *error is empty, or says the card could not be mounted again.
-    /// False with the reason in *error when it refuses or fails before formatting.
+    /// formatting succeeded; then *error is empty, or says the card could not be mounted again.
+    /// False with the reason in *error when it refuses or formatting fails; a card that was
+    /// unmounted by then is mounted again.
     static bool eraseAsFat(const QString& mountPoint, const QString& name,
                            const QStringList& protectedPaths, QString* error = nullptr);
 

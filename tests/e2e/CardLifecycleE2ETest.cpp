@@ -15,6 +15,7 @@
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
 #include "LoopCard.h"
+#include "MountTable.h"
 #include "Preferences.h"
 #include "QVTask.h"
 #include "QVTaskEx.h"
@@ -130,7 +131,7 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     RecordingAppView view;
     RecordingNotifier notifier;
     AppController controller(settings, view, notifier);
-    const auto volume = QVVolume::volumeWithName("OLD CARD", card.mountPoint(), -1, settings);
+    const auto volume = QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings);
     const auto folder = QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings);
     folder->setIsFolder(true);
     controller.setDataArray({volume, folder});
@@ -138,7 +139,7 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     controller.setDestinationList({{1, card.mountPoint() + "/Backups"}});
     controller.eraseVolumeOnThread(volume);
     controller.eraseVolumeOnThread(folder);
-    EXPECT_EQ(view.count("sheet: Unable to erase volume 'OLD CARD' | The volume may not exist or "
+    EXPECT_EQ(view.count("sheet: Unable to erase volume 'day: 2*' | The volume may not exist or "
                          "may be read-only."),
               1);
     EXPECT_EQ(view.count("sheet: Unable to erase volume 'FOLDER' | The volume may not exist or may "
@@ -150,14 +151,24 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     controller.erase();
     ASSERT_TRUE(waitUntil([&] {
         return view.count(
-                   "sheet: 'OLD CARD' erased successfully | The volume is now ready for use.") == 1;
+                   "sheet: 'day: 2*' erased successfully | The volume is now ready for use.") == 1;
     }));
     drainWorkers();
-    const QString type =
-        QVTaskEx::stringFromTask(LoopCard::findTool("blkid"),
-                                 {"-p", "-s", "TYPE", "-o", "value", card.device()})
+    const auto blkid = [&](const QString& tag) {
+        return QVTaskEx::stringFromTask(LoopCard::findTool("blkid"),
+                                        {"-p", "-s", tag, "-o", "value", card.device()})
             .trimmed();
-    EXPECT_EQ(type, "vfat");
+    };
+    EXPECT_EQ(blkid("TYPE"), "vfat");
+    EXPECT_EQ(blkid("LABEL"), "DAY 2");
+    // Mounted again, empty, wherever the kernel reads FAT (trying loads its driver).
+    if (TestFiles::read("/proc/filesystems").contains("\tvfat\n")) {
+        const auto entry = MountTable::entryForMountPoint(card.mountPoint());
+        ASSERT_TRUE(entry);
+        EXPECT_EQ(entry->source, card.device());
+        EXPECT_EQ(entry->fsType, "vfat");
+        EXPECT_TRUE(QDir(card.mountPoint()).isEmpty());
+    }
 }
 
 TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {

@@ -68,8 +68,8 @@ TEST(FreedesktopTrashTest, FoldersLinksAndAnyNameGoWholeAndRecordTheirPath) {
     ASSERT_TRUE(QFile::link(u"CARD"_s, folder + u"CARD link"_s));
     // The last name is too long to take a ".trashinfo" suffix, so the trash shortens it.
     for (const QString& name :
-         {u"CARD link"_s, u"CARD/"_s, u"A 001%20 100%.mov"_s, u"-rf"_s, u"line\nbreak"_s,
-          u"Ünïcødé 日本語.MOV"_s, u"#?&=+;'\"$(x)`.txt"_s, QString(250, u'x') + u".mov"_s}) {
+         {u"CARD link"_s, u"CARD/"_s, u"A 001%20 100%.mov"_s, u"line\nbreak"_s,
+          u"Ünïcødé 日本語.MOV"_s, QString(250, u'x') + u".mov"_s}) {
         if (!QFileInfo::exists(folder + name)) {
             writeFile(folder + name, name.toUtf8());
         }
