@@ -8,7 +8,6 @@
 #include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QSocketNotifier>
-#include <algorithm>
 #include <cstdio>
 
 #include "AppController.h"
@@ -62,14 +61,6 @@ void applyOverrides(SettingsStore& settings, const WatchRunner::Request& request
         entries.push_back(
             DestinationEntry{1, QFileInfo(destination).absoluteFilePath()}.toPropertyList());
     settings.setOverride(SettingsKey::destinationList, PropertyList(entries));
-}
-
-// Mount events report every local mount; only what could be a card is of interest.
-bool isRemovableMedia(const MountEntry& entry) {
-    const auto media = RemovableMedia::mounted();
-    return std::any_of(media.begin(), media.end(), [&](const MountEntry& candidate) {
-        return candidate.mountPoint == entry.mountPoint;
-    });
 }
 
 std::shared_ptr<QVVolume> listedAt(const AppController& controller, const QString& path) {
@@ -144,7 +135,8 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     // Watching starts first so that a card mounted while the list is built is not missed.
     MountMonitor monitor;
     QObject::connect(&monitor, &MountMonitor::volumeDidMount, [&](const MountEntry& entry) {
-        if (!isRemovableMedia(entry) || listedAt(controller, entry.mountPoint))
+        // Mount events report every local mount; only what could be a card is of interest.
+        if (!RemovableMedia::isRemovable(entry) || listedAt(controller, entry.mountPoint))
             return;
         controller.volumeDidMount(entry.mountPoint);
         const auto volume = listedAt(controller, entry.mountPoint);
