@@ -1,10 +1,6 @@
 #include "FileHash.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <QFile>
-#include <cerrno>
 #include <vector>
 
 #include "DigestContext.h"
@@ -13,48 +9,45 @@ namespace {
 
 constexpr std::uint64_t kCarryMultiple = 157286400;  // 150 MiB
 
-class FileDescriptor {
+class OpenFile {
   public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
+    OpenFile(FileLayer& files, const QString& path)
+        : files_(files), fd_(files.openRead(QFile::encodeName(path))) {}
+    ~OpenFile() {
         if (fd_ >= 0)
-            ::close(fd_);
+            files_.close(fd_);
     }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
     int get() const { return fd_; }
 
   private:
+    FileLayer& files_;
     int fd_;
 };
 
-ssize_t readSome(int fd, char* buffer, std::size_t size) {
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, size);
-        if (n >= 0 || errno != EINTR)
-            return n;
-    }
-}
-
 std::optional<QString> hashFile(DigestContext::Kind kind, const QString& path,
-                                std::size_t chunkSize, const FileHashProgress& progress) {
-    const FileDescriptor file(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+                                std::size_t chunkSize, const FileHashProgress& progress,
+                                FileLayer& files) {
+    const OpenFile file(files, path);
     if (file.get() < 0)
         return std::nullopt;
-    ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    files.adviseSequential(file.get());
 
     DigestContext digest(kind);
     std::vector<char> buffer(chunkSize == 0 ? 4096 : chunkSize);
     std::uint64_t pending = 0;
+    off_t offset = 0;
     bool failed = false;
     for (;;) {
-        const ssize_t n = readSome(file.get(), buffer.data(), buffer.size());
+        const ssize_t n = files.read(file.get(), buffer.data(), buffer.size(), offset);
         if (n < 0) {
             failed = true;
             break;
         }
         if (n == 0)
             break;
+        offset += off_t(n);
         digest.update(buffer.data(), std::size_t(n));
         if (!progress)
             continue;
@@ -73,9 +66,10 @@ std::optional<QString> hashFile(DigestContext::Kind kind, const QString& path,
 }
 
 std::optional<QString> guardedHash(DigestContext::Kind kind, const QString& path,
-                                   std::size_t chunkSize, const FileHashProgress& progress) {
+                                   std::size_t chunkSize, const FileHashProgress& progress,
+                                   FileLayer& files) {
     try {
-        return hashFile(kind, path, chunkSize, progress);
+        return hashFile(kind, path, chunkSize, progress, files);
     } catch (...) {
         return std::nullopt;
     }
@@ -84,11 +78,13 @@ std::optional<QString> guardedHash(DigestContext::Kind kind, const QString& path
 }  // namespace
 
 std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize,
-                                                 const FileHashProgress& progress) {
-    return guardedHash(DigestContext::Kind::MD5, path, chunkSize, progress);
+                                                 const FileHashProgress& progress,
+                                                 FileLayer& files) {
+    return guardedHash(DigestContext::Kind::MD5, path, chunkSize, progress, files);
 }
 
 std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize,
-                                                  const FileHashProgress& progress) {
-    return guardedHash(DigestContext::Kind::SHA1, path, chunkSize, progress);
+                                                  const FileHashProgress& progress,
+                                                  FileLayer& files) {
+    return guardedHash(DigestContext::Kind::SHA1, path, chunkSize, progress, files);
 }

@@ -7,6 +7,8 @@
 #include <functional>
 #include <optional>
 
+#include "FileLayer.h"
+
 /// Receives the number of bytes read since the last report.
 using FileHashProgress = std::function<void(std::uint64_t bytesSinceLastReport)>;
 
@@ -14,10 +16,12 @@ using FileHashProgress = std::function<void(std::uint64_t bytesSinceLastReport)>
 /// when it can't be opened or a read fails. With a progress callback, a report follows each
 /// read unless the unreported count is an exact multiple of 150 MiB (then it is carried on),
 /// and one last report covers what is left, also after a read error. An empty file gives no
-/// report.
+/// report. Reads go through `files` (tests hand in a faulty layer).
 std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,
-                                                 const FileHashProgress& progress = {});
+                                                 const FileHashProgress& progress = {},
+                                                 FileLayer& files = FileLayer::posix());
 
 /// As FileMD5HashCreateWithPath, with SHA-1.
 std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,
-                                                  const FileHashProgress& progress = {});
+                                                  const FileHashProgress& progress = {},
+                                                  FileLayer& files = FileLayer::posix());

@@ -1,6 +1,9 @@
 #include "DetachedThreads.h"
 
+#include <QCoreApplication>
+#include <QThread>
 #include <algorithm>
+#include <chrono>
 
 DetachedThreads& DetachedThreads::shared() {
     static DetachedThreads instance;
@@ -18,8 +21,11 @@ void DetachedThreads::start(std::function<void()> fn) {
     const std::lock_guard lock(self.mutex_);
     self.running_.emplace_back([&self, fn = std::move(fn)] {
         fn();
-        const std::lock_guard done(self.mutex_);
-        self.finished_.push_back(std::this_thread::get_id());
+        {
+            const std::lock_guard done(self.mutex_);
+            self.finished_.push_back(std::this_thread::get_id());
+        }
+        self.threadFinished_.notify_all();
     });
 }
 
@@ -50,8 +56,37 @@ std::size_t DetachedThreads::unfinished() {
     return running > finished ? running - finished : 0;
 }
 
+// REQUIRES: mutex_ is held.
+bool DetachedThreads::allFinished() const {
+    return running_.size() <= finished_.size();
+}
+
+// A worker may be waiting for the main thread (a blocking performOnMainThread, a task's
+// watchdog), so the main thread keeps handling events until every worker has returned.
+void DetachedThreads::serveEventsUntilAllFinished() {
+    std::unique_lock lock(mutex_);
+    while (!allFinished()) {
+        lock.unlock();
+        QCoreApplication::processEvents();
+        lock.lock();
+        threadFinished_.wait_for(lock, std::chrono::milliseconds(10),
+                                 [this] { return allFinished(); });
+    }
+}
+
 void DetachedThreads::joinAll() {
     DetachedThreads& self = shared();
+    const QCoreApplication* app = QCoreApplication::instance();
+    if (app != nullptr && QThread::currentThread() == app->thread()) {
+        for (;;) {
+            self.serveEventsUntilAllFinished();
+            self.reap();
+            const std::lock_guard lock(self.mutex_);
+            if (self.running_.empty()) {
+                return;
+            }
+        }
+    }
     for (;;) {
         std::list<std::thread> all;
         {

@@ -2,6 +2,7 @@
 // "Detached" worker threads that are still tracked, so the process can join every one
 // of them before it exits instead of tearing them down mid-work.
 
+#include <condition_variable>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -15,7 +16,8 @@ class DetachedThreads {
     /// How many started threads haven't returned yet.
     static std::size_t unfinished();
 
-    /// Waits for every started thread, including ones started while waiting.
+    /// Waits for every started thread, including ones started while waiting. On the main
+    /// thread it keeps handling events meanwhile, so work a thread hands to it still runs.
     static void joinAll();
 
     ~DetachedThreads();
@@ -24,8 +26,11 @@ class DetachedThreads {
     DetachedThreads() = default;
     static DetachedThreads& shared();
     void reap();
+    bool allFinished() const;
+    void serveEventsUntilAllFinished();
 
     std::mutex mutex_;
+    std::condition_variable threadFinished_;
     std::list<std::thread> running_;       // guarded by mutex_
     std::list<std::thread::id> finished_;  // guarded by mutex_
 };

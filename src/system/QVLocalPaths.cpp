@@ -5,8 +5,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QUuid>
 #include <cstdlib>
 #include <ctime>
@@ -137,26 +137,37 @@ QString graphicalSessionOwner() {
         if (columns.isEmpty()) {
             continue;
         }
-        const QString properties = QVTaskEx::stringFromTask(
+        const QString owner = QVLocalPaths::sessionOwner(QVTaskEx::stringFromTask(
             loginctl, {QStringLiteral("show-session"), columns.first(), QStringLiteral("-p"),
                        QStringLiteral("Name"), QStringLiteral("-p"), QStringLiteral("Type"),
-                       QStringLiteral("-p"), QStringLiteral("Active")});
-        const bool graphical = properties.contains(QStringLiteral("Type=x11")) ||
-                               properties.contains(QStringLiteral("Type=wayland"));
-        if (!graphical || !properties.contains(QStringLiteral("Active=yes"))) {
-            continue;
-        }
-        static const QRegularExpression name(QStringLiteral("^Name=(.+)$"),
-                                             QRegularExpression::MultilineOption);
-        const QRegularExpressionMatch match = name.match(properties);
-        if (match.hasMatch()) {
-            return match.captured(1).trimmed();
+                       QStringLiteral("-p"), QStringLiteral("Active"), QStringLiteral("-p"),
+                       QStringLiteral("Class")}));
+        if (!owner.isEmpty()) {
+            return owner;
         }
     }
     return {};
 }
 
 }  // namespace
+
+QString QVLocalPaths::sessionOwner(const QString& properties) {
+    QHash<QString, QString> values;
+    for (const QString& line : properties.split(u'\n', Qt::SkipEmptyParts)) {
+        const qsizetype equals = line.indexOf(u'=');
+        if (equals > 0) {
+            values.insert(line.left(equals), line.mid(equals + 1).trimmed());
+        }
+    }
+    const QString type = values.value(QStringLiteral("Type"));
+    const bool graphical = type == QStringLiteral("x11") || type == QStringLiteral("wayland");
+    // The login screen's greeter runs a graphical session too, of class "greeter".
+    if (!graphical || values.value(QStringLiteral("Active")) != QStringLiteral("yes") ||
+        values.value(QStringLiteral("Class")) != QStringLiteral("user")) {
+        return {};
+    }
+    return values.value(QStringLiteral("Name"));
+}
 
 bool QVLocalPaths::isSuperuser() {
     return geteuid() == 0;
@@ -342,7 +353,7 @@ bool QVLocalPaths::isPathSystemDirectory(const QString& input, bool exactMatch) 
     if (path.endsWith(u'/')) {
         path.chop(2);
     }
-    const QStringList protectedPaths = {
+    QStringList protectedPaths = {
         applicationDirectory(true),
         applicationDirectory(false),
         adminApplicationDirectory(true),
@@ -369,6 +380,10 @@ bool QVLocalPaths::isPathSystemDirectory(const QString& input, bool exactMatch) 
         QStringLiteral("/mnt"),
         QStringLiteral("/root"),
     };
+    // A media root holds every mounted card: emptying it would empty them all.
+    for (const QString& root : mediaRoots()) {
+        protectedPaths << root.chopped(1);
+    }
     for (const QString& candidate : protectedPaths) {
         if (!candidate.isEmpty() && path == candidate) {
             return true;
@@ -377,14 +392,26 @@ bool QVLocalPaths::isPathSystemDirectory(const QString& input, bool exactMatch) 
     if (exactMatch) {
         return false;
     }
-    static const QStringList systemPrefixes = {
-        QStringLiteral("/usr"),    QStringLiteral("/var"),  QStringLiteral("/private/var"),
-        QStringLiteral("/System"), QStringLiteral("/etc"),  QStringLiteral("/boot"),
-        QStringLiteral("/proc"),   QStringLiteral("/sys"),  QStringLiteral("/dev"),
-        QStringLiteral("/bin"),    QStringLiteral("/sbin"), QStringLiteral("/lib"),
+    // Plain prefixes, as they always were: "/usrdata" and "/various" count too.
+    static const QStringList plainPrefixes = {
+        QStringLiteral("/usr"),
+        QStringLiteral("/var"),
+        QStringLiteral("/private/var"),
+        QStringLiteral("/System"),
     };
-    for (const QString& prefix : systemPrefixes) {
+    // The Linux system folders count as whole components only, so "/library" is free.
+    static const QStringList systemFolders = {
+        QStringLiteral("/etc"),  QStringLiteral("/boot"), QStringLiteral("/proc"),
+        QStringLiteral("/sys"),  QStringLiteral("/dev"),  QStringLiteral("/bin"),
+        QStringLiteral("/sbin"), QStringLiteral("/lib"),
+    };
+    for (const QString& prefix : plainPrefixes) {
         if (path.startsWith(prefix)) {
+            return true;
+        }
+    }
+    for (const QString& folder : systemFolders) {
+        if (path == folder || path.startsWith(folder + u'/')) {
             return true;
         }
     }

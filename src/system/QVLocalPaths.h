@@ -51,12 +51,18 @@ class QVLocalPaths {
     static QString uuid();
     static QString randomString(int length);
 
+    /// True for "/", the standard folders, the media roots and, unless exactMatch, the
+    /// system folders and whatever lies below them.
     static bool isPathSystemDirectory(const QString& path, bool exactMatch = false);
     static bool isPathOnTimeMachineVolume(const QString& path);
 
     /// Login name of the user of the active graphical session, else $SUDO_USER; empty
     /// when nobody is logged in.
     static QString currentConsoleUser();
+    /// The user named in a `loginctl show-session -p Name -p Type -p Active -p Class` answer
+    /// when the session is an active graphical one of a real user; empty for the login
+    /// screen, text consoles and inactive sessions.
+    static QString sessionOwner(const QString& properties);
 
     /// The media roots under which removable volumes are mounted, each ending in "/".
     static QStringList mediaRoots();

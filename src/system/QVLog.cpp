@@ -12,6 +12,7 @@
 
 #include "MainThread.h"
 #include "PropertyList.h"
+#include "QVException.h"
 #include "QVLocalPaths.h"
 #include "QVOSDetect.h"
 
@@ -78,7 +79,10 @@ QVLog& QVLog::sharedController() {
     return instance;
 }
 
-QVLog::QVLog() : writer_([this] { runQueue(); }) {}
+// Whatever the program, an exception nothing caught ends up in its log.
+QVLog::QVLog() : writer_([this] { runQueue(); }) {
+    QVException::installUncaughtExceptionHandler();
+}
 
 QVLog::~QVLog() {
     willTerminate();
@@ -248,8 +252,9 @@ void QVLog::appendLogOnThread(const QString& text) {
     }
     try {
         if (!fileHandle_) {
+            // Only a log that createNewLog started: a file made here would have no header.
             auto handle = std::make_unique<QFile>(currentLogPath());
-            if (handle->open(QIODevice::WriteOnly | QIODevice::Append)) {
+            if (handle->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::ExistingOnly)) {
                 fileHandle_ = std::move(handle);
             } else {
                 printToStdout(
@@ -261,7 +266,10 @@ void QVLog::appendLogOnThread(const QString& text) {
             writeLine(text);
             if (bytesWritten_ >= kRolloverBytes) {
                 startNewLog(appName());
-                writeLine(QStringLiteral("Log truncated at 500KB"));
+                // The switch may have been turned off meanwhile; then the line is dropped.
+                if (!loggingDisabled_) {
+                    writeLine(QStringLiteral("Log truncated at 500KB"));
+                }
             }
         }
         bytesInQueue_ -= static_cast<std::uint64_t>(text.size());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "DigestContext.h"
+#include "FaultyFileLayer.h"
 #include "FileHash.h"
 #include "QVFileManager.h"
 #include "QVTaskEx.h"
@@ -58,6 +59,8 @@ TEST(FileHash, KnownVectorsThroughBothPaths) {
     EXPECT_EQ(FileSHA1HashCreateWithPath(empty, 0, reports.callback()),
               "da39a3ee5e6b4b0d3255bfef95601890afd80709");
     EXPECT_TRUE(reports.sizes.empty()) << "an empty file makes no report";
+    EXPECT_EQ(DigestContext(DigestContext::Kind::MD5).hexDigest(),
+              "d41d8cd98f00b204e9800998ecf8427e");
 
     EXPECT_EQ(FileMD5HashCreateWithPath(abc), "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(FileSHA1HashCreateWithPath(abc), "a9993e364706816aba3e25717850c26c9cd0d89d");
@@ -72,9 +75,6 @@ TEST(FileHash, KnownVectorsThroughBothPaths) {
     sha1.update("c", 1);
     EXPECT_EQ(QVFileManager::md5HashWithContext(md5), "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(QVFileManager::sha1HashWithContext(sha1), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    const DigestContext copy = sha1;
-    sha1.update("d", 1);
-    EXPECT_EQ(copy.hexDigest(), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
 TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
@@ -91,30 +91,32 @@ TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
     ASSERT_TRUE(md5 && sha1);
     EXPECT_EQ(*md5, toolDigest("/usr/bin/md5sum", path));
     EXPECT_EQ(*sha1, toolDigest("/usr/bin/sha1sum", path));
-    EXPECT_EQ(md5->size(), 32);
-    EXPECT_EQ(sha1->size(), 40);
-    EXPECT_EQ(*md5, md5->toLower());
     EXPECT_EQ(md5Reports.total(), std::uint64_t(bytes.size()));
     EXPECT_EQ(md5Reports.sizes.size(), std::size_t((bytes.size() + 4095) / 4096));
 
-    DigestContext context(DigestContext::Kind::SHA1);
-    for (qsizetype offset = 0; offset < bytes.size(); offset += 777)
-        context.update(bytes.mid(offset, 777));
-    EXPECT_EQ(context.hexDigest(), *sha1);
+    DigestContext md5Context(DigestContext::Kind::MD5);
+    DigestContext sha1Context(DigestContext::Kind::SHA1);
+    for (qsizetype offset = 0; offset < bytes.size(); offset += 777) {
+        md5Context.update(bytes.mid(offset, 777));
+        sha1Context.update(bytes.mid(offset, 777));
+    }
+    EXPECT_EQ(md5Context.hexDigest(), *md5);
+    EXPECT_EQ(sha1Context.hexDigest(), *sha1);
 }
 
 TEST(FileHash, ReportOnAnExactMultipleOf150MiBIsCarriedToTheNext) {
     QTemporaryDir dir;
-    const QString exact = sparseFile(dir, "exact", qint64(k150MiB));
     const QString over = sparseFile(dir, "over", qint64(k150MiB) + 10);
-
-    Reports exactReports;
-    ASSERT_TRUE(FileMD5HashCreateWithPath(exact, k150MiB, exactReports.callback()));
-    EXPECT_EQ(exactReports.sizes, std::vector<std::uint64_t>{k150MiB}) << "only the last report";
-
     Reports overReports;
     ASSERT_TRUE(FileSHA1HashCreateWithPath(over, k150MiB, overReports.callback()));
     EXPECT_EQ(overReports.sizes, std::vector<std::uint64_t>{k150MiB + 10});
+
+    // A read failing with those 150 MiB still carried: one last report, and no digest.
+    FaultyFileLayer files;
+    files.failReadsAfter(over, off_t(k150MiB));
+    Reports failedReports;
+    EXPECT_FALSE(FileMD5HashCreateWithPath(over, k150MiB, failedReports.callback(), files));
+    EXPECT_EQ(failedReports.sizes, std::vector<std::uint64_t>{k150MiB});
 }
 
 TEST(FileHash, UnreadableInputGivesNoDigest) {

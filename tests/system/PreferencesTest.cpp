@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QFile>
@@ -37,12 +38,7 @@ TEST(PreferencesTest, FreshInstallReadsTheRegisteredDefaultsWithoutWritingThem) 
     EXPECT_FALSE(store.isOn(SettingsKey::actionEject));
     EXPECT_FALSE(store.boolean(SettingsKey::processingEnabled));
 
-    const PropertyList::Array metadata = store.array(SettingsKey::metadata);
-    ASSERT_EQ(metadata.size(), 3U);
-    EXPECT_EQ(metadata[0][QStringLiteral("title")].toString(), QStringLiteral("Day"));
-    EXPECT_EQ(metadata[1][QStringLiteral("defaultVal")].toString(), QStringLiteral("0"));
-    EXPECT_EQ(metadata[2][QStringLiteral("visible")].toInteger(), 0);
-    EXPECT_EQ(metadata[2][QStringLiteral("type")].toInteger(), 3);
+    EXPECT_EQ(store.array(SettingsKey::metadata).size(), 3U);
 
     EXPECT_FALSE(QFile::exists(settingsPath(home)));
     preferences.repairConcurrentThreads();
@@ -72,7 +68,7 @@ TEST(PreferencesTest, MigratesTheObsoleteListAndRepairsBadValues) {
     EXPECT_EQ(onDisk[SettingsKey::concurrentThreads].toInteger(), 2);
 }
 
-TEST(PreferencesTest, EmptyListIsReplacedInMemoryOnlyAndUnticked2IsSkipped) {
+TEST(PreferencesTest, EmptyListIsReplacedInMemoryOnly) {
     const TempHome home;
     writeSettings(home, {{SettingsKey::destinationList, PropertyList::Array{}},
                          {SettingsKey::concurrentThreads, 0}});
@@ -85,11 +81,6 @@ TEST(PreferencesTest, EmptyListIsReplacedInMemoryOnlyAndUnticked2IsSkipped) {
 
     preferences.repairConcurrentThreads();
     EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 2);
-
-    EXPECT_FALSE((DestinationEntry{2, QStringLiteral("/x")}).isSelected());
-    EXPECT_FALSE((DestinationEntry{0, QStringLiteral("/x")}).isSelected());
-    store.setObject(SettingsKey::actionEject, 2);
-    EXPECT_FALSE(store.isOn(SettingsKey::actionEject));
 }
 
 TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
@@ -117,7 +108,7 @@ TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
     EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
 }
 
-TEST(PreferencesTest, MalformedSettingsFileIsKeptAsideNotOverwritten) {
+TEST(PreferencesTest, DamagedSettingsFilesAreNeverOverwritten) {
     const TempHome home;
     const QByteArray garbage("<plist><dict><key>projectName</key><string>Half written");
     QDir().mkpath(home.file(QStringLiteral(".config/Quorvant")));
@@ -138,6 +129,18 @@ TEST(PreferencesTest, MalformedSettingsFileIsKeptAsideNotOverwritten) {
     store.setObject(SettingsKey::projectName, QStringLiteral("Feature"));
     EXPECT_EQ(PropertyList::readFile(settingsPath(home))[SettingsKey::projectName].toString(),
               QStringLiteral("Feature"));
+
+    // One that can't even be read can't be copied aside either: it is left alone.
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "root reads a file whatever its mode, so it can't be made unreadable";
+    }
+    const QByteArray before = PropertyList::readFile(settingsPath(home)).toXml();
+    QFile unreadable(settingsPath(home));
+    ASSERT_TRUE(unreadable.setPermissions({}));
+    SettingsStore(SettingsStore::defaultPath())
+        .setObject(SettingsKey::projectName, QStringLiteral("Lost"));
+    ASSERT_TRUE(unreadable.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
+    EXPECT_EQ(PropertyList::readFile(settingsPath(home)).toXml(), before);
 }
 
 TEST(PreferencesTest, AnalyticsSwitchLivesInItsOwnFileAndKeepsOtherKeys) {

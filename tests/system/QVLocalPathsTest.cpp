@@ -4,12 +4,14 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSet>
+#include <vector>
 
 #include "QVLocalPaths.h"
+#include "QVOSDetect.h"
 #include "TempHome.h"
 
 TEST(QVLocalPathsTest, ProtectedDirectories) {
-    const TempHome home;
+    TempHome home;
     EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/")));
     EXPECT_FALSE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/a")));
     EXPECT_FALSE(QVLocalPaths::isPathSystemDirectory(QString()));
@@ -19,7 +21,19 @@ TEST(QVLocalPathsTest, ProtectedDirectories) {
     EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/various")));
     EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/Users/Shared")));
     EXPECT_FALSE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/Users/Shared/Footage")));
-    EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/Volumes"), true));
+    EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/dev/sda")));
+    EXPECT_FALSE(QVLocalPaths::isPathSystemDirectory(QStringLiteral("/library")));
+
+    // Every media root holds the mounted cards, so it is protected exactly; a card is not.
+    home.setEnv("CARDSWEEP_MEDIA_ROOTS", home.file(QStringLiteral("cards")).toLocal8Bit());
+    for (const QString& root :
+         {QStringLiteral("/Volumes"), QStringLiteral("/media"), home.file(QStringLiteral("cards")),
+          QStringLiteral("/media/") + QVLocalPaths::username(),
+          QStringLiteral("/run/media/") + QVLocalPaths::username()}) {
+        EXPECT_TRUE(QVLocalPaths::isPathSystemDirectory(root, true)) << root.toStdString();
+    }
+    EXPECT_FALSE(
+        QVLocalPaths::isPathSystemDirectory(home.file(QStringLiteral("cards/A001")), true));
 
     // The home, its standard folders and the XDG ones are protected exactly.
     for (const QString& path :
@@ -42,6 +56,17 @@ TEST(QVLocalPathsTest, BackupStoresOnlyCountUnderAMediaRoot) {
     EXPECT_FALSE(QVLocalPaths::isPathOnTimeMachineVolume(QStringLiteral("/Backups.backupdb")));
     EXPECT_FALSE(
         QVLocalPaths::isPathOnTimeMachineVolume(QStringLiteral("/Volumes/Card/Backups.backupdbx")));
+}
+
+TEST(QVLocalPathsTest, OnlyAnActiveGraphicalUserSessionHasAConsoleUser) {
+    const QString ann = QStringLiteral("Name=ann\nType=wayland\nActive=yes\nClass=user\n");
+    EXPECT_EQ(QVLocalPaths::sessionOwner(ann), QStringLiteral("ann"));
+    for (const QString& other :
+         {QStringLiteral("Name=Debian-gdm\nType=wayland\nActive=yes\nClass=greeter\n"),
+          QStringLiteral("Name=ann\nType=tty\nActive=yes\nClass=user\n"),
+          QStringLiteral("Name=ann\nType=x11\nActive=no\nClass=user\n"), QString()}) {
+        EXPECT_TRUE(QVLocalPaths::sessionOwner(other).isEmpty()) << other.toStdString();
+    }
 }
 
 TEST(QVLocalPathsTest, FoldersFollowTheXdgVariables) {
@@ -92,4 +117,20 @@ TEST(QVLocalPathsTest, TemporaryNamesAreFreshAndWellFormed) {
     EXPECT_EQ(QVLocalPaths::randomString(0), QString());
     static const QRegularExpression alphabet(QStringLiteral("^[a-z0-9]{40}$"));
     EXPECT_TRUE(alphabet.match(QVLocalPaths::randomString(40)).hasMatch());
+}
+
+TEST(QVLocalPathsTest, KernelReleaseReadsAsThreeNumbersComparedInOrder) {
+    int v[3] = {-1, -1, -1};
+    EXPECT_TRUE(QVOSDetect::parseRelease(QStringLiteral("6.1.0-18-amd64"), &v[0], &v[1], &v[2]));
+    EXPECT_EQ(std::vector<int>(v, v + 3), (std::vector<int>{6, 1, 0}));
+    EXPECT_TRUE(QVOSDetect::parseRelease(QStringLiteral("5"), &v[0], nullptr, &v[2]));
+    EXPECT_EQ(std::vector<int>(v, v + 3), (std::vector<int>{5, 1, 0}));
+    EXPECT_FALSE(QVOSDetect::parseRelease(QStringLiteral("x"), &v[0], &v[1], &v[2]));
+
+    ASSERT_TRUE(QVOSDetect::getSystemVersion(&v[0], &v[1], &v[2]));
+    EXPECT_TRUE(QVOSDetect::isOSVersionHigherThan(v[0], v[1], v[2]));
+    EXPECT_FALSE(QVOSDetect::isOSVersionHigherThan(v[0], v[1], v[2] + 1));
+    EXPECT_FALSE(QVOSDetect::isOSVersionHigherThan(v[0], v[1] + 1, 0));
+    EXPECT_TRUE(QVOSDetect::isOSVersionHigherThan(v[0] - 1, v[1] + 1, v[2] + 1));
+    EXPECT_TRUE(QVOSDetect::isOSVersionHigherThan(v[0], v[1] - 1, v[2] + 1));
 }
