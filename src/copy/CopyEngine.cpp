@@ -2,6 +2,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <new>
+#include <system_error>
 #include <vector>
 
 #include "QVFileManager.h"
@@ -13,9 +15,11 @@ namespace {
 class OpenFiles {
   public:
     explicit OpenFiles(FileLayer& layer) : layer_(layer) {}
-    ~OpenFiles() {
+    ~OpenFiles() { closeAll(); }
+    void closeAll() {
         for (const int fd : fds_)
             layer_.close(fd);
+        fds_.clear();
     }
     OpenFiles(const OpenFiles&) = delete;
     OpenFiles& operator=(const OpenFiles&) = delete;
@@ -78,8 +82,12 @@ bool CopyEngine::copy(const QString& source, const QStringList& destinations, Ve
         SystemLog::log(u"Error: Unable to read source file %@. Aborting copy process...", source);
         return false;
     }
+    // Without its size a short read would pass for a whole copy.
     struct stat sourceStatus {};
-    layer_.status(sourcePath, &sourceStatus);
+    if (layer_.status(sourcePath, &sourceStatus) != 0) {
+        SystemLog::log(u"Error getting metadata for file %@", source);
+        return false;
+    }
     const std::uint64_t size = std::uint64_t(sourceStatus.st_size);
 
     std::vector<CopyPipeline::Destination> targets;
@@ -94,15 +102,16 @@ bool CopyEngine::copy(const QString& source, const QStringList& destinations, Ve
         targets.push_back({path, fd});
     }
 
-    CopyPipeline pipeline(layer_, sourceFd, size, std::move(targets), type);
-    CopyPipeline::Result result =
-        pipeline.run([this](std::uint64_t completed) { return reportProgress(completed); });
-    if (result.stopped)
+    std::optional<CopyPipeline::Result> copied =
+        transfer(source, sourceFd, size, std::move(targets), type);
+    if (!copied || copied->stopped)
         return false;
+    CopyPipeline::Result& result = *copied;
     // A buffered reader makes one last pass of nothing when the data ends on a pass boundary,
     // and after any read error.
     if (result.readFailed || result.copied % kPassSize == 0)
         SystemLog::log(u"%@ returned 0 bytes", source);
+    files.closeAll();
 
     if (result.copied < size) {
         SystemLog::log(u"Error: copied file size does not match original source %@", source);
@@ -115,6 +124,23 @@ bool CopyEngine::copy(const QString& source, const QStringList& destinations, Ve
     if (delegate_)
         delegate_->fileCopyFinished(info_);
     return true;
+}
+
+std::optional<CopyPipeline::Result> CopyEngine::transfer(
+    const QString& source, int sourceFd, std::uint64_t size,
+    std::vector<CopyPipeline::Destination> targets, VerificationType type) {
+    // Writers hold at each report until it is answered, so a cancel leaves exactly what was
+    // reported; with nobody to ask there is nothing to wait for.
+    const std::uint64_t holdEvery = delegate_ ? kProgressInterval : 0;
+    try {
+        CopyPipeline pipeline(layer_, sourceFd, size, std::move(targets), type);
+        return pipeline.run(holdEvery,
+                            [this](std::uint64_t completed) { return reportProgress(completed); });
+    } catch (const std::bad_alloc&) {
+    } catch (const std::system_error&) {  // no thread to be had
+    }
+    SystemLog::log(u"Error copying file %@ - out of memory", source);
+    return std::nullopt;
 }
 
 bool CopyEngine::reportProgress(std::uint64_t completed) {

@@ -8,6 +8,8 @@
 #include <any>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "CopyDelegate.h"
 #include "CopyInfo.h"
@@ -17,17 +19,23 @@
 class CopyEngine {
   public:
     static constexpr std::uint64_t kProgressInterval = 41943040;  // 40 MiB
-    static constexpr std::uint64_t kPassSize = 32768;
+    static constexpr std::uint64_t kPassSize = CopyPipeline::kPassSize;
+    static_assert(kProgressInterval % CopyPipeline::kBlockSize == 0);
 
     CopyEngine(FileLayer& layer, CopyDelegate* delegate);
 
     /// True when every byte reached every destination (a digest mismatch is told to the
-    /// delegate, not through the result); false on a failed check, open, short copy or cancel.
+    /// delegate, not through the result); false on a failed check, open, short copy, cancel or
+    /// lack of memory.
     bool copy(const QString& source, const QStringList& destinations, VerificationType type,
               std::any object, std::any object2);
 
   private:
     bool prepareFolders(const QString& source, const QStringList& destinations) const;
+    std::optional<CopyPipeline::Result> transfer(const QString& source, int sourceFd,
+                                                 std::uint64_t size,
+                                                 std::vector<CopyPipeline::Destination> targets,
+                                                 VerificationType type);
     bool reportProgress(std::uint64_t completed);
     void compareDigests(CopyPipeline::Result& result);
     void copyAttributes(const QByteArray& source, const QStringList& destinations);

@@ -6,13 +6,17 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 #include "SystemLog.h"
 
 namespace {
+
+constexpr std::uint64_t kPass = CopyPipeline::kPassSize;
 
 std::optional<DigestContext::Kind> digestKind(VerificationType type) {
     switch (type) {
@@ -26,6 +30,56 @@ std::optional<DigestContext::Kind> digestKind(VerificationType type) {
     return std::nullopt;
 }
 
+struct Transfer {
+    std::size_t done = 0;
+    bool failed = false;  // stopped on an error, not short
+    int errorNumber = 0;
+};
+
+// Writes until done or the layer refuses, as fwrite does.
+Transfer writeFully(FileLayer& layer, int fd, const char* data, std::size_t size,
+                    std::uint64_t offset) {
+    Transfer transfer;
+    while (transfer.done < size) {
+        const ssize_t n = layer.write(fd, data + transfer.done, size - transfer.done,
+                                      off_t(offset + transfer.done));
+        if (n < 0) {
+            transfer.failed = true;
+            transfer.errorNumber = errno;
+        }
+        if (n <= 0)
+            break;
+        transfer.done += std::size_t(n);
+    }
+    return transfer;
+}
+
+// Reads until done, the end or an error, as fread does.
+Transfer readFully(FileLayer& layer, int fd, char* buffer, std::size_t size, std::uint64_t offset) {
+    Transfer transfer;
+    while (transfer.done < size) {
+        const ssize_t n = layer.read(fd, buffer + transfer.done, size - transfer.done,
+                                     off_t(offset + transfer.done));
+        if (n < 0) {
+            transfer.failed = true;
+            transfer.errorNumber = errno;
+        }
+        if (n <= 0)
+            break;
+        transfer.done += std::size_t(n);
+    }
+    return transfer;
+}
+
+// Where a pass ends within a block of `size` bytes at `offset` (a whole number of passes in).
+std::size_t passEnd(std::uint64_t pass, std::uint64_t offset, std::size_t size) {
+    return std::size_t(std::min(offset + size, (pass + 1) * kPass) - offset);
+}
+
+std::size_t passStart(std::uint64_t pass, std::uint64_t offset) {
+    return std::size_t(pass * kPass - offset);
+}
+
 }  // namespace
 
 struct CopyPipeline::Block {
@@ -36,10 +90,12 @@ struct CopyPipeline::Block {
 };
 
 // Hands blocks from one reader to several consumers, each taking every block in order.
-// A slot is reused only when every consumer is done with it.
+// A slot is reused only when every consumer is done with it. The first `held` consumers (the
+// destinations) wait at every holdBlocks-th block until the block before it has been answered.
 class CopyPipeline::Ring {
   public:
-    explicit Ring(std::size_t consumers) : done_(consumers, 0) {
+    Ring(std::size_t consumers, std::size_t held, std::uint64_t holdBlocks)
+        : held_(held), holdBlocks_(holdBlocks), done_(consumers, 0) {
         for (Block& block : blocks_)
             block.data = std::make_unique_for_overwrite<char[]>(kBlockSize);
     }
@@ -54,19 +110,25 @@ class CopyPipeline::Ring {
         {
             const std::lock_guard lock(mutex_);
             ++produced_;
-            ends_.push_back({block.offset + block.size, block.size, block.last});
+            ends_.push_back({block.offset + block.size, block.size, block.last, {}});
         }
         changed_.notify_all();
     }
-    /// Block `index` once read; null when stopping.
-    const Block* blockForReading(std::uint64_t index) {
+    /// Block `index` once read (and, for a held consumer, released); null when stopping.
+    const Block* blockForReading(std::uint64_t index, std::size_t consumer) {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return stop_ || produced_ > index; });
+        changed_.wait(lock,
+                      [&] { return stop_ || (produced_ > index && mayStart(index, consumer)); });
         return stop_ ? nullptr : &blocks_[index % kSlots];
     }
-    void finished(std::size_t consumer) {
+    /// The consumer is done with its next block; its failures go with that block's completion.
+    void finished(std::size_t consumer, Failures failures) {
         {
             const std::lock_guard lock(mutex_);
+            if (!failures.empty()) {
+                Failures& pending = ends_[std::size_t(done_[consumer] - completions_)].failures;
+                pending.insert(pending.end(), failures.begin(), failures.end());
+            }
             ++done_[consumer];
         }
         changed_.notify_all();
@@ -75,6 +137,7 @@ class CopyPipeline::Ring {
         std::uint64_t end;
         std::size_t size;
         bool last;
+        Failures failures;
     };
     /// Waits until every consumer is done with the next block; nullopt when stopping. (The slot
     /// itself may already hold a later block by then, so its facts are kept apart.)
@@ -84,16 +147,34 @@ class CopyPipeline::Ring {
         if (stop_)
             return std::nullopt;
         ++completions_;
-        const Completion completion = ends_.front();
+        Completion completion = std::move(ends_.front());
         ends_.pop_front();
         return completion;
     }
-    void stop() {
+    /// The last completion handed out has been answered: held consumers may pass it.
+    void answered() {
+        bool release = false;
+        {
+            const std::lock_guard lock(mutex_);
+            ++answered_;
+            release = holdBlocks_ != 0 && answered_ % holdBlocks_ == 0;
+        }
+        if (release)
+            changed_.notify_all();
+    }
+    /// Stops everyone; with an exception, one a thread couldn't go on with.
+    void stop(std::exception_ptr why = nullptr) {
         {
             const std::lock_guard lock(mutex_);
             stop_ = true;
+            if (!failure_)
+                failure_ = std::move(why);
         }
         changed_.notify_all();
+    }
+    std::exception_ptr failure() {
+        const std::lock_guard lock(mutex_);
+        return failure_;
     }
 
   private:
@@ -103,15 +184,24 @@ class CopyPipeline::Ring {
             return produced_;
         return *std::min_element(done_.begin(), done_.end());
     }
+    // REQUIRES: mutex_ is held.
+    bool mayStart(std::uint64_t index, std::size_t consumer) const {
+        return consumer >= held_ || holdBlocks_ == 0 || index % holdBlocks_ != 0 ||
+               answered_ >= index;
+    }
 
+    const std::size_t held_;
+    const std::uint64_t holdBlocks_;
     std::mutex mutex_;
     std::condition_variable changed_;
     Block blocks_[kSlots];
     std::uint64_t produced_ = 0;       // guarded by mutex_
     std::uint64_t completions_ = 0;    // guarded by mutex_: blocks handed to waitForNextCompletion
+    std::uint64_t answered_ = 0;       // guarded by mutex_: completions answered
     std::deque<Completion> ends_;      // guarded by mutex_: published, not yet completed
     std::vector<std::uint64_t> done_;  // guarded by mutex_: blocks finished per consumer
     bool stop_ = false;                // guarded by mutex_
+    std::exception_ptr failure_;       // guarded by mutex_
 };
 
 CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
@@ -127,9 +217,10 @@ CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expecte
     }
 }
 
-CopyPipeline::Result CopyPipeline::run(const Boundary& boundary) {
+CopyPipeline::Result CopyPipeline::run(std::uint64_t holdEvery, const Boundary& boundary) {
     layer_.adviseSequential(sourceFd_);
-    Result result = expectedSize_ < kBlockSize ? runInline(boundary) : runThreaded(boundary);
+    Result result =
+        expectedSize_ < kBlockSize ? runInline(boundary) : runThreaded(holdEvery, boundary);
     for (std::optional<DigestContext>& digest : destinationDigests_)
         result.destinationDigests.push_back(digest ? std::move(*digest) : *sourceDigest_);
     result.sourceDigest = std::move(sourceDigest_);
@@ -139,66 +230,66 @@ CopyPipeline::Result CopyPipeline::run(const Boundary& boundary) {
 // Fills the buffer like a buffered stream would: short only at the end or on an error.
 std::size_t CopyPipeline::readBlock(char* buffer, std::size_t capacity, std::uint64_t offset,
                                     bool* failed) {
-    std::size_t filled = 0;
-    while (filled < capacity) {
-        const ssize_t n =
-            layer_.read(sourceFd_, buffer + filled, capacity - filled, off_t(offset + filled));
-        if (n < 0)
-            *failed = true;
-        if (n <= 0)
-            break;
-        filled += std::size_t(n);
-    }
-    return filled;
+    const Transfer transfer = readFully(layer_, sourceFd_, buffer, capacity, offset);
+    if (transfer.failed)
+        *failed = true;
+    return transfer.done;
 }
 
+// The whole block goes at once. Only once that falls short is the rest tried pass by pass, so
+// every pass that doesn't land is told, as a stream writing pass by pass would tell it.
 void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t size,
-                              std::uint64_t offset, char* readBack) {
-    const Destination& destination = destinations_[index];
-    std::size_t written = 0;
-    while (written < size) {
-        const ssize_t n =
-            layer_.write(destination.fd, data + written, size - written, off_t(offset + written));
-        if (n <= 0) {
-            SystemLog::log(u"Error writing file %@: %i", QFile::decodeName(destination.path),
-                           n < 0 ? errno : 0);
-            break;
+                              std::uint64_t offset, char* readBack, Failures& failures) {
+    const int fd = destinations_[index].fd;
+    const Transfer whole = writeFully(layer_, fd, data, size, offset);
+    if (whole.done < size) {
+        std::uint64_t pass = (offset + whole.done) / kPass;
+        failures.push_back({pass, index, false, whole.failed ? 1 : 0,
+                            passEnd(pass, offset, size) - passStart(pass, offset)});
+        for (std::size_t begin = passEnd(pass, offset, size); begin < size;) {
+            const std::size_t end = passEnd(++pass, offset, size);
+            const Transfer part = writeFully(layer_, fd, data + begin, end - begin, offset + begin);
+            if (part.done < end - begin)
+                failures.push_back({pass, index, false, part.failed ? 1 : 0, end - begin});
+            begin = end;
         }
-        written += std::size_t(n);
     }
     if (kind_)
-        verifyBlock(index, data, size, offset, readBack);
+        verifyBlock(index, data, size, offset, readBack, failures);
 }
 
 // Reads the block back in cache-sized pieces. While every byte read back equals the source's,
 // this copy's digest is the source's digest and needn't be computed twice. At the first
 // difference it gets a digest of its own over what the destination really holds; a short
-// read-back feeds fewer bytes, so damage can never pass as a match.
+// read-back feeds fewer bytes, so damage can never pass as a match. A pass that can't be read
+// is told and skipped, and the rest are tried pass by pass.
 void CopyPipeline::verifyBlock(std::size_t index, const char* data, std::size_t size,
-                               std::uint64_t offset, char* scratch) {
+                               std::uint64_t offset, char* scratch, Failures& failures) {
     const int fd = destinations_[index].fd;
     std::optional<DigestContext>& digest = destinationDigests_[index];
+    std::size_t piece = kReadBackSize;
     for (std::size_t position = 0; position < size;) {
-        const std::size_t wanted = std::min(kReadBackSize, size - position);
-        std::size_t got = 0;
-        while (got < wanted) {
-            const ssize_t n =
-                layer_.read(fd, scratch + got, wanted - got, off_t(offset + position + got));
-            if (n <= 0)
-                break;
-            got += std::size_t(n);
-        }
+        const std::size_t wanted = std::min(piece, size - position);
+        const Transfer got = readFully(layer_, fd, scratch, wanted, offset + position);
         if (!digest) {
-            if (got == wanted && std::memcmp(scratch, data + position, wanted) == 0) {
+            if (got.done == wanted && std::memcmp(scratch, data + position, wanted) == 0) {
                 position += wanted;
                 continue;
             }
             digest = digestOfPrefix(fd, offset + position);
         }
-        digest->update(scratch, got);
-        if (got < wanted)
-            return;
-        position += wanted;
+        digest->update(scratch, got.done);
+        if (got.done == wanted) {
+            position += wanted;
+            continue;
+        }
+        if (!got.failed)
+            return;  // the copy ends here
+        const std::uint64_t pass = (offset + position + got.done) / kPass;
+        position = passEnd(pass, offset, size);
+        failures.push_back(
+            {pass, index, true, got.errorNumber, position - passStart(pass, offset)});
+        piece = kPassSize;
     }
 }
 
@@ -217,20 +308,42 @@ DigestContext CopyPipeline::digestOfPrefix(int fd, std::uint64_t length) {
     return digest;
 }
 
+void CopyPipeline::logFailures(Failures& failures) const {
+    std::sort(failures.begin(), failures.end(), [](const PassFailure& a, const PassFailure& b) {
+        return std::tie(a.pass, a.destination, a.readBack) <
+               std::tie(b.pass, b.destination, b.readBack);
+    });
+    for (const PassFailure& failure : failures) {
+        const QString path = QFile::decodeName(destinations_[failure.destination].path);
+        if (!failure.readBack) {
+            SystemLog::log(u"Error writing file %@: %i", path, failure.error);
+            continue;
+        }
+        SystemLog::log(u"Error: unable to seek within file %@", path);
+        SystemLog::log(u"cur pos: %llu", failure.pass * kPass);
+        SystemLog::log(u"read size: %i", failure.size);
+        SystemLog::log(u"errno: %i", failure.error);
+        SystemLog::log(u"err: %i", 1);
+    }
+    failures.clear();
+}
+
 CopyPipeline::Result CopyPipeline::runInline(const Boundary& boundary) {
     Result result;
-    // Sized to the file (one byte over, to see its end in one read): small files are the
-    // common case on a card and shouldn't pay for a full block.
-    const std::size_t capacity =
-        std::min<std::size_t>(kBlockSize, std::max<std::size_t>(expectedSize_ + 1, 65536));
+    // Sized to the file (one byte over, to see its end in one read), in whole passes: small
+    // files are the common case on a card and shouldn't pay for a full block.
+    const std::size_t wanted = std::max<std::size_t>(std::size_t(expectedSize_) + 1, 65536);
+    const std::size_t capacity = std::min(kBlockSize, (wanted + kPassSize - 1) / kPass * kPass);
     const auto block = std::make_unique_for_overwrite<char[]>(capacity);
-    const auto readBack = std::make_unique_for_overwrite<char[]>(kReadBackSize);
+    const auto readBack = std::make_unique_for_overwrite<char[]>(kind_ ? kReadBackSize : 0);
+    Failures failures;
     for (;;) {
         const std::size_t n = readBlock(block.get(), capacity, result.copied, &result.readFailed);
         if (sourceDigest_)
             sourceDigest_->update(block.get(), n);
         for (std::size_t d = 0; d < destinations_.size(); ++d)
-            writeBlock(d, block.get(), n, result.copied, readBack.get());
+            writeBlock(d, block.get(), n, result.copied, readBack.get(), failures);
+        logFailures(failures);
         result.copied += n;
         if (n > 0 && !boundary(result.copied)) {
             result.stopped = true;
@@ -241,69 +354,97 @@ CopyPipeline::Result CopyPipeline::runInline(const Boundary& boundary) {
     }
 }
 
-CopyPipeline::Result CopyPipeline::runThreaded(const Boundary& boundary) {
+CopyPipeline::Result CopyPipeline::runThreaded(std::uint64_t holdEvery, const Boundary& boundary) {
     Result result;
-    const std::size_t consumers = destinations_.size() + (sourceDigest_ ? 1 : 0);
-    Ring ring(consumers);
-    std::vector<std::thread> threads;
+    const std::size_t writers = destinations_.size();
+    Ring ring(writers + (sourceDigest_ ? 1 : 0), writers, holdEvery / kBlockSize);
+    std::vector<std::unique_ptr<char[]>> readBacks;
+    for (std::size_t d = 0; kind_ && d < writers; ++d)
+        readBacks.push_back(std::make_unique_for_overwrite<char[]>(kReadBackSize));
+    readBacks.resize(writers);
 
-    threads.emplace_back([&] {
-        for (std::uint64_t index = 0, offset = 0;; ++index) {
-            Block* block = ring.slotForWriting(index);
-            if (!block)
-                return;
-            block->offset = offset;
-            block->size = readBlock(block->data.get(), kBlockSize, offset, &result.readFailed);
-            block->last = block->size < kBlockSize;
-            offset += block->size;
-            result.copied = offset;
-            ring.publish(*block);
-            if (block->last)
-                return;
-        }
-    });
+    // A thread that can't go on (out of memory) stops the others; this thread rethrows.
+    const auto guarded = [&ring](auto body) {
+        return [&ring, body] {
+            try {
+                body();
+            } catch (...) {
+                ring.stop(std::current_exception());
+            }
+        };
+    };
     const auto consume = [&ring](std::size_t consumer, const auto& work) {
         for (std::uint64_t index = 0;; ++index) {
-            const Block* block = ring.blockForReading(index);
+            const Block* block = ring.blockForReading(index, consumer);
             if (!block)
                 return;
-            work(*block);
+            Failures failures;
+            work(*block, failures);
             // Read before letting go: the reader may refill the slot at once.
             const bool last = block->last;
-            ring.finished(consumer);
+            ring.finished(consumer, std::move(failures));
             if (last)
                 return;
         }
     };
-    for (std::size_t d = 0; d < destinations_.size(); ++d) {
-        threads.emplace_back([&, d] {
-            const auto readBack = std::make_unique_for_overwrite<char[]>(kReadBackSize);
-            consume(d, [&](const Block& block) {
-                writeBlock(d, block.data.get(), block.size, block.offset, readBack.get());
-            });
-        });
-    }
-    if (sourceDigest_) {
-        threads.emplace_back([&] {
-            consume(destinations_.size(), [&](const Block& block) {
-                sourceDigest_->update(block.data.get(), block.size);
-            });
-        });
-    }
-
-    for (;;) {
-        const auto completion = ring.waitForNextCompletion();
-        if (!completion)
-            break;
-        if (completion->size > 0 && !boundary(completion->end)) {
-            result.stopped = true;
-            ring.stop();
-            break;
+    std::vector<std::thread> threads;
+    const auto joinAll = [&] {
+        ring.stop();
+        for (std::thread& thread : threads)
+            thread.join();
+    };
+    try {
+        threads.emplace_back(guarded([&] {
+            for (std::uint64_t index = 0, offset = 0;; ++index) {
+                Block* block = ring.slotForWriting(index);
+                if (!block)
+                    return;
+                block->offset = offset;
+                block->size = readBlock(block->data.get(), kBlockSize, offset, &result.readFailed);
+                block->last = block->size < kBlockSize;
+                offset += block->size;
+                result.copied = offset;
+                ring.publish(*block);
+                if (block->last)
+                    return;
+            }
+        }));
+        for (std::size_t d = 0; d < writers; ++d) {
+            threads.emplace_back(guarded([&, d] {
+                consume(d, [&](const Block& block, Failures& failures) {
+                    writeBlock(d, block.data.get(), block.size, block.offset, readBacks[d].get(),
+                               failures);
+                });
+            }));
         }
-        if (completion->last)
-            break;
+        if (sourceDigest_) {
+            threads.emplace_back(guarded([&] {
+                consume(writers, [&](const Block& block, Failures&) {
+                    sourceDigest_->update(block.data.get(), block.size);
+                });
+            }));
+        }
+
+        for (;;) {
+            auto completion = ring.waitForNextCompletion();
+            if (!completion)
+                break;
+            logFailures(completion->failures);
+            if (completion->size > 0 && !boundary(completion->end)) {
+                result.stopped = true;
+                break;
+            }
+            if (completion->last)
+                break;
+            ring.answered();
+        }
+    } catch (...) {
+        joinAll();
+        throw;
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    // Every thread is on its way out by now (or held, when stopped), so stopping is safe.
+    joinAll();
+    if (const std::exception_ptr failure = ring.failure())
+        std::rethrow_exception(failure);
     return result;
 }

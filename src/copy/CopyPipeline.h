@@ -5,6 +5,8 @@
 // block the reader, the source digest and every destination run on threads of their own, a few
 // blocks apart, so a slow disk or a digest never holds the others up more than the ring allows.
 // Memory is fixed: kSlots source blocks plus a small read-back buffer per destination.
+// Failures are told per 32 KiB pass, as a buffered stream would meet them, from the running
+// thread and in (pass, destination) order.
 
 #include <QByteArray>
 #include <QString>
@@ -20,6 +22,7 @@
 class CopyPipeline {
   public:
     static constexpr std::size_t kBlockSize = 4 * 1024 * 1024;  // divides the 40 MiB cadence
+    static constexpr std::size_t kPassSize = 32768;             // divides the block
     static constexpr std::size_t kSlots = 4;
     static constexpr std::size_t kReadBackSize = 128 * 1024;  // stays in the CPU's cache
 
@@ -41,20 +44,35 @@ class CopyPipeline {
     CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
                  std::vector<Destination> destinations, VerificationType type);
 
-    Result run(const Boundary& boundary);
+    /// Copies until the source ends or the boundary says stop. No destination writes past a
+    /// multiple of `holdEvery` bytes (a multiple of kBlockSize; 0 for no hold) before the
+    /// boundary call there has answered, so a stop leaves each holding exactly that much.
+    /// Throws std::bad_alloc or std::system_error when memory or a thread can't be had; every
+    /// thread it started has ended by then.
+    Result run(std::uint64_t holdEvery, const Boundary& boundary);
 
   private:
     struct Block;
     class Ring;
+    // A pass that didn't fully reach a destination, or couldn't be read back from it.
+    struct PassFailure {
+        std::uint64_t pass;
+        std::size_t destination;
+        bool readBack;
+        int error;         // write: the stream's error indicator; read-back: errno
+        std::size_t size;  // bytes in the pass
+    };
+    using Failures = std::vector<PassFailure>;
 
     std::size_t readBlock(char* buffer, std::size_t capacity, std::uint64_t offset, bool* failed);
     void writeBlock(std::size_t destination, const char* data, std::size_t size,
-                    std::uint64_t offset, char* readBack);
+                    std::uint64_t offset, char* readBack, Failures& failures);
     void verifyBlock(std::size_t destination, const char* data, std::size_t size,
-                     std::uint64_t offset, char* scratch);
+                     std::uint64_t offset, char* scratch, Failures& failures);
     DigestContext digestOfPrefix(int fd, std::uint64_t length);
+    void logFailures(Failures& failures) const;
     Result runInline(const Boundary& boundary);
-    Result runThreaded(const Boundary& boundary);
+    Result runThreaded(std::uint64_t holdEvery, const Boundary& boundary);
 
     FileLayer& layer_;
     const int sourceFd_;

@@ -16,7 +16,7 @@ class SystemLog {
 
     static void write(const QString& line);
 
-    /// Collects every line written, from any thread, while it lives.
+    /// Collects every line written, from any thread, while it lives, in place of the system log.
     class Capture {
       public:
         Capture();

@@ -8,7 +8,6 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
-#include <thread>
 
 #include "CopyEngine.h"
 #include "FaultyFileLayer.h"
@@ -85,12 +84,9 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
 
         ASSERT_TRUE(delegate.finished);
         const CopyInfo& info = *delegate.finished;
-        EXPECT_EQ(info.operationtype, "copy");
-        EXPECT_EQ(info.destinations, destinations);
         EXPECT_EQ(std::any_cast<int>(info.object), 7);
         EXPECT_EQ(info.sourceChecksum, toolDigest(c.tool, source));
         EXPECT_EQ(info.destChecksums, QStringList(c.destinations, *info.sourceChecksum));
-        EXPECT_FALSE(info.destChecksum);
         // Under 40 MiB: no report in the loop, one at the end, never a question.
         EXPECT_EQ(delegate.events,
                   QStringList({QStringLiteral("bytes %1").arg(c.size), "finished"}));
@@ -112,7 +108,6 @@ TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
         EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
         EXPECT_EQ(delegate.finished->sourceChecksum, FileMD5HashCreateWithPath(source));
     }
-    EXPECT_EQ(*FileMD5HashCreateWithPath(dir.filePath("dst0")), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
 TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
@@ -141,10 +136,8 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
         QVFileManager::copyFileWithProgress(source, copies, VerificationType::MD5, &canceller));
     EXPECT_EQ(canceller.events,
               QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?"}));
-    for (const QString& copy : copies) {
-        EXPECT_GE(QFileInfo(copy).size(), qint64(40 * MiB)) << "partial files stay";
-        EXPECT_LT(QFileInfo(copy).size(), qint64(100 * MiB + 3));
-    }
+    for (const QString& copy : copies)
+        EXPECT_EQ(QFileInfo(copy).size(), qint64(40 * MiB)) << "partial files hold what was told";
 }
 
 TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
@@ -154,36 +147,39 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     const QString full = dir.filePath("full/disk.mov");
     const QString corrupt = dir.filePath("bad/ram.mov");
     const QString good = dir.filePath("good/copy.mov");
-    QDir().mkpath(dir.filePath("full"));
-    QDir().mkpath(dir.filePath("bad"));
+    const QString unreadable = dir.filePath("flaky/back.mov");
 
     FaultyFileLayer layer;
     layer.failWritesAfter(full, qint64(5 * MiB + 1));
     layer.corruptWriteAt(corrupt, qint64(7 * MiB + 3));
+    layer.failReadsAfter(unreadable, qint64(9 * MiB));
     RecordingDelegate delegate;
     SystemLog::Capture log;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(
-        source, {full, good, corrupt}, VerificationType::SHA1, &delegate, {}, {}, layer));
-    EXPECT_TRUE(log.contains(QStringLiteral("Error writing file %1: %2").arg(full).arg(ENOSPC)));
-    EXPECT_EQ(delegate.events.filter("failed"), QStringList({"failed disk.mov", "failed ram.mov"}));
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {full, good, corrupt, unreadable},
+                                                    VerificationType::SHA1, &delegate, {}, {},
+                                                    layer));
+    // One line per failing 32 KiB pass, in pass and then destination order.
+    const QString writeError = "Error writing file " + full + ": 1";
+    const QString seekError = "Error: unable to seek within file " + unreadable;
+    const QStringList lines = log.lines();
+    EXPECT_EQ(lines.count(writeError), 225) << "passes 160 (whose first byte lands) to 384";
+    EXPECT_EQ(lines.count(seekError), 97) << "passes 288 to 384";
+    EXPECT_EQ(lines.mid(128, 7),
+              QStringList({writeError, seekError, "cur pos: 9437184", "read size: 32768",
+                           QStringLiteral("errno: %1").arg(EIO), "err: 1", writeError}));
+    EXPECT_EQ(delegate.events.filter("failed"),
+              QStringList({"failed disk.mov", "failed ram.mov", "failed back.mov"}));
     const CopyInfo& info = *delegate.finished;
     EXPECT_EQ(info.destChecksums->at(1), *info.sourceChecksum);
-    EXPECT_NE(info.destChecksums->at(0), *info.sourceChecksum);
-    EXPECT_NE(info.destChecksums->at(2), *info.sourceChecksum);
     EXPECT_EQ(delegate.failedChecksums,
-              QStringList({info.destChecksums->at(0), info.destChecksums->at(2)}));
+              QStringList({info.destChecksums->at(0), info.destChecksums->at(2),
+                           info.destChecksums->at(3)}));
     EXPECT_EQ(TestFiles::read(good), bytes);
     // A damaged copy's digest is that of what it really holds.
     EXPECT_EQ(info.destChecksums->at(0), FileSHA1HashCreateWithPath(full));
     EXPECT_EQ(info.destChecksums->at(2), FileSHA1HashCreateWithPath(corrupt));
     EXPECT_EQ(QFileInfo(full).size(), qint64(5 * MiB + 1));
-    EXPECT_EQ(info.destChecksum, info.destChecksums->at(2)) << "the record keeps the last failure";
-
-    // Without digests the damage can't be seen, and nothing claims otherwise.
-    RecordingDelegate blind;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {corrupt}, VerificationType::None,
-                                                    &blind, {}, {}, layer));
-    EXPECT_TRUE(blind.events.filter("failed").isEmpty());
+    EXPECT_EQ(info.destChecksum, info.destChecksums->at(3)) << "the record keeps the last failure";
 }
 
 TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
@@ -197,9 +193,10 @@ TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
         SystemLog::Capture log;
         EXPECT_FALSE(QVFileManager::copyFileWithProgress(
             source, {dir.filePath("copy.mov")}, VerificationType::MD5, &delegate, {}, {}, layer));
-        EXPECT_TRUE(log.contains(source + " returned 0 bytes"));
-        EXPECT_TRUE(
-            log.contains("Error: copied file size does not match original source " + source));
+        EXPECT_EQ(
+            log.lines().filter(source),
+            QStringList({source + " returned 0 bytes",
+                         "Error: copied file size does not match original source " + source}));
         EXPECT_FALSE(delegate.finished);
     }
 }
@@ -228,10 +225,19 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("ok/a")));
 
     QDir().mkpath(dir.filePath("isafolder"));
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(source, {dir.filePath("isafolder")},
-                                                     VerificationType::MD5, nullptr));
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(
+        source, {dir.filePath("ok/b"), dir.filePath("isafolder")}, VerificationType::MD5, nullptr));
     EXPECT_TRUE(log.contains("Error: Unable to open destination file " + dir.filePath("isafolder") +
                              ". Aborting copy process..."));
+    const QFileInfo earlier(dir.filePath("ok/b"));
+    EXPECT_TRUE(earlier.isFile() && earlier.size() == 0) << "earlier destinations stay, empty";
+
+    FaultyFileLayer layer;
+    layer.failOpens(source);
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(
+        source, {dir.filePath("ok/c")}, VerificationType::MD5, nullptr, {}, {}, layer));
+    EXPECT_TRUE(
+        log.contains("Error: Unable to read source file " + source + ". Aborting copy process..."));
 }
 
 TEST(CopyEngine, CopiesModeOwnerAndTimes) {
@@ -247,7 +253,15 @@ TEST(CopyEngine, CopiesModeOwnerAndTimes) {
     ASSERT_EQ(::utimensat(AT_FDCWD, path.constData(), times, 0), 0);
 
     const QString copy = dir.filePath("copy.mov");
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, copy, nullptr));
+    const QString stuck = dir.filePath("stuck.mov");
+    FaultyFileLayer layer;
+    layer.failAttributes(stuck);
+    SystemLog::Capture log;
+    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {copy, stuck}, VerificationType::None,
+                                                    nullptr, {}, {}, layer));
+    EXPECT_EQ(log.lines().filter("metadata"),
+              QStringList({"Error setting metadata for file " + stuck}))
+        << "an owner that can't be given is no failure";
     struct stat status {};
     ASSERT_EQ(::stat(QFile::encodeName(copy).constData(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
@@ -259,37 +273,5 @@ TEST(CopyEngine, CopiesModeOwnerAndTimes) {
     if (root) {
         EXPECT_EQ(status.st_uid, 1234u);
         EXPECT_EQ(status.st_gid, 5678u);
-    }
-}
-
-TEST(CopyEngine, SeveralCardsAtOnce) {
-    QTemporaryDir dir;
-    std::vector<std::thread> cards;
-    bool results[3] = {};
-    QByteArray data[3];
-    for (int card = 0; card < 3; ++card) {
-        data[card] = TestFiles::randomBytes(qsizetype(6 * MiB + card), quint32(card));
-        TestFiles::write(dir.filePath(QStringLiteral("card%1/clip.mov").arg(card)), data[card]);
-    }
-    for (int card = 0; card < 3; ++card) {
-        cards.emplace_back([&, card] {
-            RecordingDelegate delegate;
-            const QString name = QStringLiteral("card%1").arg(card);
-            results[card] =
-                QVFileManager::copyFileWithProgress(dir.filePath(name + "/clip.mov"),
-                                                    {dir.filePath("d1/" + name + "/clip.mov"),
-                                                     dir.filePath("d2/" + name + "/clip.mov")},
-                                                    VerificationType::MD5, &delegate);
-            results[card] = results[card] && delegate.events.filter("failed").isEmpty();
-        });
-    }
-    for (std::thread& card : cards)
-        card.join();
-    for (int card = 0; card < 3; ++card) {
-        EXPECT_TRUE(results[card]);
-        for (const char* destination : {"d1", "d2"})
-            EXPECT_EQ(TestFiles::read(dir.filePath(
-                          QStringLiteral("%1/card%2/clip.mov").arg(destination).arg(card))),
-                      data[card]);
     }
 }

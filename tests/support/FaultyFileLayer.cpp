@@ -6,21 +6,6 @@
 #include <thread>
 #include <vector>
 
-void FaultyFileLayer::failWritesAfter(const QString& path, off_t bytes) {
-    const std::lock_guard lock(mutex_);
-    faults_[QFile::encodeName(path)].writeLimit = bytes;
-}
-
-void FaultyFileLayer::corruptWriteAt(const QString& path, off_t offset) {
-    const std::lock_guard lock(mutex_);
-    faults_[QFile::encodeName(path)].corruptAt = offset;
-}
-
-void FaultyFileLayer::failReadsAfter(const QString& path, off_t bytes) {
-    const std::lock_guard lock(mutex_);
-    faults_[QFile::encodeName(path)].readLimit = bytes;
-}
-
 int FaultyFileLayer::track(int fd, const QByteArray& path) {
     if (fd < 0)
         return fd;
@@ -30,12 +15,14 @@ int FaultyFileLayer::track(int fd, const QByteArray& path) {
 }
 
 int FaultyFileLayer::openRead(const QByteArray& path) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (faultsForPath(path).openFails) {
+            errno = EACCES;
+            return -1;
+        }
+    }
     return track(PosixFileLayer::openRead(path), path);
-}
-
-void FaultyFileLayer::slowReads(const QString& path, int milliseconds) {
-    const std::lock_guard lock(mutex_);
-    faults_[QFile::encodeName(path)].readDelayMs = milliseconds;
 }
 
 void FaultyFileLayer::failCreationsUnder(const QString& folder) {
@@ -65,14 +52,21 @@ int FaultyFileLayer::close(int fd) {
 FaultyFileLayer::Faults FaultyFileLayer::faultsFor(int fd) const {
     const std::lock_guard lock(mutex_);
     const auto path = open_.find(fd);
-    if (path == open_.end())
-        return {};
+    return path == open_.end() ? Faults() : faultsForPath(path->second);
+}
+
+FaultyFileLayer::Faults FaultyFileLayer::faultsForPath(const QByteArray& path) const {
     // A fault set for a path ending applies to every file whose path ends so.
     for (const auto& [ending, faults] : faults_) {
-        if (path->second.endsWith(ending))
+        if (path.endsWith(ending))
             return faults;
     }
     return {};
+}
+
+bool FaultyFileLayer::applyAttributes(const QByteArray& path, const struct stat& attributes) {
+    const std::lock_guard lock(mutex_);
+    return !faultsForPath(path).attributesFail && PosixFileLayer::applyAttributes(path, attributes);
 }
 
 ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {
