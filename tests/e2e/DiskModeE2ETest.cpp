@@ -76,7 +76,7 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
     ASSERT_EQ(failureCounts().size(), 1u);
     EXPECT_EQ(failureCounts().begin()->second.toInteger(), 1);
 
-    layer.slowReads(card.device(), 150);
+    layer.slowReads(card.device(), 250);
     EXPECT_EQ(transfer({"pulled"},
                        [&] {
                            ASSERT_TRUE(card.unmount());

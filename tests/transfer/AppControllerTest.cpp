@@ -134,6 +134,9 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
     EXPECT_EQ(Preferences(settings_).destinationList().size(), 1u);
     EXPECT_TRUE(stages_.copies()[3].destinations[0].startsWith(
         Preferences::defaultDestination().path + "/Untitled Project/"));
+    // A controller made over a stored empty list starts with the repaired one.
+    Preferences(settings_).setDestinationList({});
+    EXPECT_EQ(AppController(settings_, view_, notifier_, &stages_).destinationList().size(), 1u);
 }
 
 TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollide) {
