@@ -325,7 +325,7 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
               1);
 }
 
-TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndAnUnmountInterrupts) {
+TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     TempHome home;
     home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
     useDestinations({{1, dest("A")}});
