@@ -6,6 +6,19 @@
 #include "QVVolume.h"
 #include "SettingsStore.h"
 
+namespace {
+
+// An empty list is repaired in memory as at start-up, so the first transfer already sees the
+// default destination; the repair is not written back here.
+std::vector<DestinationEntry> destinationsAtStart(SettingsStore& settings) {
+    std::vector<DestinationEntry> list = Preferences(settings).destinationList();
+    if (list.empty())
+        list.push_back(Preferences::defaultDestination());
+    return list;
+}
+
+}  // namespace
+
 AppController::AppController(SettingsStore& settings, AppView& view, Notifier& notifier,
                              TransferStages* stages, std::shared_ptr<const Clock> clock,
                              FileLayer& fileLayer)
@@ -15,7 +28,7 @@ AppController::AppController(SettingsStore& settings, AppView& view, Notifier& n
       stages_(stages ? *stages : *this),
       clock_(std::move(clock)),
       fileLayer_(fileLayer),
-      destinationList_(Preferences(settings).destinationList()) {}
+      destinationList_(destinationsAtStart(settings)) {}
 
 AppController::~AppController() {
     lifetime_.reset();

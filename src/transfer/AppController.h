@@ -5,13 +5,18 @@
 //
 // Thread-safety: queueMutex_ guards the waiting list and the thread count and is never held
 // while calling out to the view; lock_ (recursive) serialises reservations and guards the
-// reserved-path queue; dataMutex_ guards the volume and destination lists. The view is only
-// ever called on the main thread.
+// reserved-path queue; dataMutex_ guards the volume and destination lists; imageMutex_ guards
+// what disk mode knows of the images being written. The view is called on the main thread,
+// except transferDidEnd, which comes from the thread that ended the transfer.
+//
+// Every entry point that may run on a thread of its own logs an exception and ends there.
 
 #include <QString>
 #include <QStringList>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <vector>
 
 #include "AppView.h"
@@ -83,12 +88,14 @@ class AppController : public CopyDelegate, public TransferStages {
                   const std::shared_ptr<QVVolume>& volume) override;
     bool copyItem(const QString& item, const QStringList& destinations,
                   const QString& relativeSource, const std::shared_ptr<QVVolume>& volume);
+    /// Copies the named entries of the volume into its destinations; no manifest, no outcome.
+    void copyFilesWithSettings(const CopyFilesSettings& settings);
     void copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume);
     /// Reads the block device behind the volume raw into a read-only image, digesting both on
     /// the way (AppControllerDiskImage.cpp). True once a device was found.
     bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
-    /// Re-reads each image of the volume and compares its digest with the device's; 0 when
-    /// they agree (the image check of verification).
+    /// Re-reads the image and compares its digest with the device's; 0 when they agree (the
+    /// image check of verification). Waits while the image is still being written.
     int verifyDiskImage(const QString& imagePath, QVVolume& volume);
     /// "checksums.txt" (digest TAB name LF) into every destination, from the inline digests.
     void writeChecksumFileForVolume(QVVolume& volume);
@@ -139,7 +146,9 @@ class AppController : public CopyDelegate, public TransferStages {
 
     // ---- Discovery (AppControllerDiscovery.cpp)
     /// Start-up: lists the mounted cards, names offline destination drives, and in automatic
-    /// mode queues the card named by "-cardsweepVolume PATH" if it is listed by then.
+    /// mode queues the card named by "-cardsweepVolume PATH" if it is listed by then. Mount
+    /// events are the caller's: whoever owns the mount monitor forwards them to volumeDidMount
+    /// and volumeDidUnmount.
     void startUp(const QStringList& arguments);
     void populateVolumes();
     std::shared_ptr<QVVolume> addVolumeLocationToList(const QString& path, bool isFolder = false);
@@ -147,6 +156,8 @@ class AppController : public CopyDelegate, public TransferStages {
     void volumeDidUnmount(const QString& path);
     /// The automatic mode (queue recognised cards as they are mounted).
     bool cardsweepEnabled() const;
+    /// Starts the selected volumes, or, while the Transfer item reads " Cancel " for them,
+    /// is the cancel command.
     void transfer();
     void toggleCardsweep();
     void ignore();
@@ -163,6 +174,23 @@ class AppController : public CopyDelegate, public TransferStages {
     QStringList chooseDestinations(const QVVolume& volume);
     void startWorker(const std::shared_ptr<QVVolume>& volume, const QStringList& destinations);
     void markFailed(QVVolume& volume, const QString& reason);
+    /// Tells the view, once per transfer, that the volume's transfer has ended for good.
+    void endTransfer(const std::shared_ptr<QVVolume>& volume);
+    void announceEnd(const std::shared_ptr<QVVolume>& volume);
+    /// Stops a cancelled volume's transfer where it stands (see the definition); once per
+    /// transfer.
+    void stopCancelledTransfer(const std::shared_ptr<QVVolume>& volume,
+                               const QStringList& reserved);
+    /// One more party works on the volume's images (its worker while writing them, then each
+    /// verification); checks of the images listed wait until imagesWritten names them.
+    void beginImageCheck(const QVVolume& volume, const QStringList& imagesToWrite = {});
+    void imagesWritten(const QStringList& images);
+    /// The last party to end forgets the images' digests.
+    void endImageCheck(const QVVolume& volume);
+    /// What the bar counts for one copy of the volume: the whole device in disk mode.
+    std::uint64_t transferSize(QVVolume& volume) const;
+    /// The toolbar for the selected volumes.
+    ToolbarState toolbarForSelection() const;
     void postTransferFailed(const QVVolume& volume);
     bool inImageMode() const;
     /// Runs fn on the main thread (see MainThread); a request still queued when the controller
@@ -170,7 +198,7 @@ class AppController : public CopyDelegate, public TransferStages {
     void onMainThread(std::function<void()> fn, bool wait);
     void setOutcome(QVVolume& volume, bool copyFailed);
     bool isDestinationDrive(const QString& path) const;
-    bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume);
+    bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume, const QStringList& reserved);
     /// The volumes of the view's selected rows, in row order.
     std::vector<std::shared_ptr<QVVolume>> selectedVolumes() const;
     void removeFromDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes);
@@ -192,8 +220,17 @@ class AppController : public CopyDelegate, public TransferStages {
     qint64 threadCount_ = 0;                                 // guarded by queueMutex_
 
     mutable std::recursive_mutex lock_;
-    QStringList reservedFileQueue_;            // guarded by lock_
-    std::map<QString, QString> imageDigests_;  // guarded by lock_: image path -> device digest
+    QStringList reservedFileQueue_;  // guarded by lock_
+    // Volumes whose user chose "Confirm & Remove": their folders go again once the copy stops.
+    std::set<std::shared_ptr<QVVolume>> removalRequests_;  // guarded by lock_
+
+    std::mutex imageMutex_;
+    std::condition_variable imageWritten_;
+    std::set<QString> imagesBeingWritten_;        // guarded by imageMutex_
+    std::map<QString, QString> imageDigests_;     // guarded by imageMutex_: image -> device
+    std::map<const QVVolume*, int> imageChecks_;  // guarded by imageMutex_
+
+    std::mutex failureCountsMutex_;  // one read-modify-write of the failureCounts setting
 
     mutable std::mutex dataMutex_;
     std::vector<std::shared_ptr<QVVolume>> dataArray_;  // guarded by dataMutex_

@@ -6,6 +6,7 @@
 #include "DetachedThreads.h"
 #include "MainThread.h"
 #include "Preferences.h"
+#include "QVException.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
@@ -27,8 +28,57 @@ void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     const qint64 status = v.status();
     if (status != QVVolume::Failed && status != QVVolume::Cancelled)
         DetachedThreads::start([this, volume] { performPostActions(volume); });
+    else
+        endTransfer(volume);
     // A finish may start one more waiting volume than the limit allows; that is kept.
     processNextQueueItem();
+}
+
+void AppController::endTransfer(const std::shared_ptr<QVVolume>& volume) {
+    if (volume->markTransferEnded())
+        announceEnd(volume);
+}
+
+void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
+    {
+        const std::lock_guard lock(lock_);
+        removalRequests_.erase(volume);
+    }
+    view_.transferDidEnd(volume);
+}
+
+// A cancelled volume stops where it stands: no manifest, no outcome, no post actions. The
+// user's cancel has given its slots back already (cancelVolume); a card pulled mid-transfer
+// (volumeDidUnmount) has not, so they are given back here. Either way the freed slot goes to
+// the next waiting volume.
+void AppController::stopCancelledTransfer(const std::shared_ptr<QVVolume>& volume,
+                                          const QStringList& reserved) {
+    if (!volume->markTransferEnded())
+        return;
+    QVVolume& v = *volume;
+    removeFromReservedFileQueue(reserved);
+    bool remove = false;
+    {
+        const std::lock_guard lock(lock_);
+        remove = removalRequests_.erase(volume) > 0;
+    }
+    // "Confirm & Remove" ran while the copy was still writing; what it wrote since goes too.
+    if (remove) {
+        for (const QString& destination : v.destinations()) {
+            QVLog::appendLog(u"Removing path %@", destination);
+            QVFileManager::removeFile(destination);
+        }
+    }
+    if (v.threadCount() > 0)
+        cancelVolume(v);
+    onMainThread(
+        [this] {
+            reloadVolumeList();
+            updateToolbarForTableSelection();
+        },
+        true);
+    processNextQueueItem();
+    announceEnd(volume);
 }
 
 void AppController::cancelVolume(QVVolume& volume) {
@@ -41,7 +91,6 @@ void AppController::cancelVolume(QVVolume& volume) {
 }
 
 void AppController::incrementFailureCountForVolume(QVVolume& volume) {
-    PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
     const auto info = QVFileManager::infoForDiskAtMountpoint(volume.path());
     if (!info)
         return;
@@ -50,6 +99,9 @@ void AppController::incrementFailureCountForVolume(QVVolume& volume) {
         key = (*info)["VolumeUUID"].toString();
     if (key.isEmpty())
         return;
+    // Two cards failing at once must not lose a count.
+    const std::lock_guard lock(failureCountsMutex_);
+    PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
     const auto found = counts.find(key);
     const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
     counts[key] = PropertyList(count + 1);
@@ -70,6 +122,10 @@ void AppController::cancelSelectedTransfers() {
         v.setStatus(QVVolume::Cancelled);
         cancelVolume(v);
         if (remove) {
+            {
+                const std::lock_guard lock(lock_);
+                removalRequests_.insert(volume);
+            }
             QVLog::appendLog(u"User chose to remove transferred files for volume %@", v.path());
             for (const QString& destination : v.destinations()) {
                 QVLog::appendLog(u"Removing path %@", destination);
@@ -78,7 +134,10 @@ void AppController::cancelSelectedTransfers() {
         }
         updateToolbarForTableSelection();
     }
-    view_.setToolbarState(transferItem(false));
+    ToolbarState state = toolbarForSelection();
+    state.transferLabel = transferItem(false).transferLabel;
+    state.transferImage = transferItem(false).transferImage;
+    view_.setToolbarState(state);
     reloadVolumeList();
 }
 
@@ -97,14 +156,19 @@ bool AppController::applicationShouldTerminate() {
 }
 
 void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
-    QVVolume& v = *volume;
-    v.setStatus(QVVolume::Finishing);
-    onMainThread([this] { reloadVolumeList(); }, false);
-    if (settings_.isOn(SettingsKey::writeDoneFlag) && !v.isFolder())
-        QVFileManager::createEmptyFile(v.path() + QStringLiteral("/.cardsweep"));
-    writeChecksumFileForVolume(v);
-    v.setStatus(QVVolume::Done);
-    onMainThread([this] { reloadVolumeList(); }, false);
+    try {
+        QVVolume& v = *volume;
+        v.setStatus(QVVolume::Finishing);
+        onMainThread([this] { reloadVolumeList(); }, false);
+        if (settings_.isOn(SettingsKey::writeDoneFlag) && !v.isFolder())
+            QVFileManager::createEmptyFile(v.path() + QStringLiteral("/.cardsweep"));
+        writeChecksumFileForVolume(v);
+        v.setStatus(QVVolume::Done);
+        onMainThread([this] { reloadVolumeList(); }, false);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "performPostActions:");
+    }
+    endTransfer(volume);
 }
 
 void AppController::eject() {
@@ -146,7 +210,9 @@ void AppController::erase() {
 }
 
 void AppController::eraseVolume(const std::shared_ptr<QVVolume>& volume) {
-    view_.setToolbarState(transferItem(false));  // Erase stays off until the erase ends
+    ToolbarState state = toolbarForSelection();
+    state.eraseEnabled = false;  // until the erase ends
+    view_.setToolbarState(state);
     DetachedThreads::start([this, volume] { eraseVolumeOnThread(volume); });
 }
 

@@ -33,6 +33,9 @@ bool AppController::cardsweepEnabled() const {
 
 void AppController::startUp(const QStringList& arguments) {
     Preferences(settings_).repairConcurrentThreads();
+    ToolbarState disabled = transferItem(false);
+    disabled.transferEnabled = false;
+    view_.setToolbarState(disabled);
     DetachedThreads::start([this] { populateVolumes(); });
 
     // Destination drives that aren't there are named once, and kept.
@@ -57,6 +60,7 @@ void AppController::startUp(const QStringList& arguments) {
 
     if (!cardsweepEnabled())
         return;
+    view_.setAutomaticModeSelected(true);
     const qsizetype flag = arguments.indexOf(QStringLiteral("-cardsweepVolume"));
     if (flag < 0 || flag + 1 >= arguments.size())
         return;
@@ -127,8 +131,9 @@ void AppController::volumeDidUnmount(const QString& path) {
         if (found != dataArray_.end()) {
             const qint64 status = (*found)->status();
             if (status >= QVVolume::Copying && status <= QVVolume::Unmounting) {
-                // The worker still holds the record; it learns from the status that the card
-                // is gone and reports nothing as verified.
+                // Not reset to "Waiting": its worker would keep a slot nobody gives back.
+                // Marked cancelled, the worker learns that the card is gone, gives the slot
+                // back and reports nothing as verified (stopCancelledTransfer).
                 (*found)->setErrorString(QStringLiteral("Transfer interrupted"));
                 (*found)->setStatus(QVVolume::Cancelled);
                 interrupted = true;
@@ -152,6 +157,8 @@ void AppController::volumeDidUnmount(const QString& path) {
 }
 
 void AppController::transfer() {
+    if (toolbarForSelection().transferLabel == transferItem(true).transferLabel)
+        return cancelSelectedTransfers();
     for (const auto& volume : selectedVolumes()) {
         volume->setStatus(QVVolume::Idle);
         DetachedThreads::start([this, volume] { addVolumeToQueue(volume); });
@@ -162,9 +169,11 @@ void AppController::transfer() {
 
 void AppController::toggleCardsweep() {
     if (cardsweepEnabled()) {
+        view_.setAutomaticModeSelected(false);
         settings_.setObject(kAutomaticMode, PropertyList(qint64(0)));
         return;
     }
+    view_.setAutomaticModeSelected(true);
     settings_.setObject(kAutomaticMode, PropertyList(qint64(1)));
     for (const auto& volume : dataArray()) {
         const qint64 status = volume->status();

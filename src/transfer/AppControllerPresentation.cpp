@@ -18,6 +18,10 @@ void AppController::reloadVolumeList() {
 }
 
 void AppController::updateToolbarForTableSelection() {
+    view_.setToolbarState(toolbarForSelection());
+}
+
+ToolbarState AppController::toolbarForSelection() const {
     const std::vector<std::shared_ptr<QVVolume>> selected = selectedVolumes();
     ToolbarState state = transferItem(false);
     state.transferEnabled = false;
@@ -30,7 +34,7 @@ void AppController::updateToolbarForTableSelection() {
         state.transferEnabled = state.infoEnabled = state.ignoreEnabled = true;
         state.revealTransferredEnabled = true;
     }
-    view_.setToolbarState(state);
+    return state;
 }
 
 void AppController::refreshTotalRemainingSpace() {

@@ -12,6 +12,7 @@
 #include "MetadataNaming.h"
 #include "Notifier.h"
 #include "Preferences.h"
+#include "QVException.h"
 #include "QVFileManager.h"
 #include "QVFormat.h"
 #include "QVLog.h"
@@ -52,119 +53,141 @@ void AppController::postTransferFailed(const QVVolume& volume) {
                                     QStringLiteral("Transfer Failed"));
 }
 
-// A volume cancelled (or pulled) while it is being prepared gives its slot back and lets the
-// next card start; nothing else would, since no copy stage follows to finish it.
-bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume) {
+bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
+                                    const QStringList& reserved) {
     if (volume->status() != QVVolume::Cancelled)
         return false;
-    cancelVolume(*volume);
-    finishVolume(volume);
+    stopCancelledTransfer(volume, reserved);
     return true;
 }
 
 void AppController::processVolumeWithSettings(const TransferSettings& settings) {
-    onMainThread([this] { refreshTotalRemainingSpace(); }, false);
-    const std::shared_ptr<QVVolume> volume = settings.volume;
-    QVVolume& v = *volume;
-    v.incrementThreadCount();
-    const QString path = v.path();
-
-    if (!anythingAt(path)) {
-        QVLog::appendLog(u"Error: Volume %@ doesn't exist", path);
-        markFailed(v, QStringLiteral("Volume doesn't exist"));
-        postTransferFailed(v);
-        releaseSlot(v);
-        return;
-    }
-
-    // Only the source volume's own figures are compared here, and the volume's destinations
-    // are always empty after admission, so this never fires; destination space is shown to
-    // the user instead.
-    const QStringList ownDestinations = v.destinations();
-    if (!ownDestinations.isEmpty()) {
-        const SpaceFigures space = spaceOf(path);
-        const quint64 used = space.size - space.free;
-        for (qsizetype i = 0; i < ownDestinations.size(); ++i) {
-            if (spaceOf(path).free >= used)
-                continue;
-            QVLog::appendLog(
-                u"Error: One or more destinations do not have enough disk space to copy volume "
-                u"%@.",
-                path);
-            markFailed(v, QStringLiteral("Not enough space on destination(s)"));
-            postTransferFailed(v);
+    try {
+        onMainThread([this] { refreshTotalRemainingSpace(); }, false);
+        const std::shared_ptr<QVVolume> volume = settings.volume;
+        QVVolume& v = *volume;
+        v.incrementThreadCount();
+        const QString path = v.path();
+        const auto failWith = [&](const QString& reason, bool notify) {
+            markFailed(v, reason);
+            if (notify)
+                postTransferFailed(v);
             releaseSlot(v);
+            endTransfer(volume);
+        };
+
+        if (!anythingAt(path)) {
+            QVLog::appendLog(u"Error: Volume %@ doesn't exist", path);
+            return failWith(QStringLiteral("Volume doesn't exist"), true);
+        }
+
+        // Only the source volume's own figures are compared here, and the volume's destinations
+        // are always empty after admission, so this never fires; destination space is shown to
+        // the user instead.
+        const QStringList ownDestinations = v.destinations();
+        if (!ownDestinations.isEmpty()) {
+            const SpaceFigures space = spaceOf(path);
+            const quint64 used = space.size - space.free;
+            for (qsizetype i = 0; i < ownDestinations.size(); ++i) {
+                if (spaceOf(path).free >= used)
+                    continue;
+                QVLog::appendLog(
+                    u"Error: One or more destinations do not have enough disk space to copy "
+                    u"volume %@.",
+                    path);
+                return failWith(QStringLiteral("Not enough space on destination(s)"), true);
+            }
+        }
+
+        QVLog::appendLog(u"Processing volume %@", path);
+        if (stoppedByCancel(volume, {}))
+            return;
+        settings_.setObject(SettingsKey::lastTransferDate, PropertyList(clock_->now()));
+        const QString marker = path + QStringLiteral("/.cardsweep");
+        if (anythingAt(marker))
+            QVFileManager::removeFile(marker);
+
+        onMainThread([&v] { v.resetProgress(); }, true);
+        v.setStatus(QVVolume::Copying);
+        onMainThread(
+            [this] {
+                reloadVolumeList();
+                updateToolbarForTableSelection();
+            },
+            true);
+
+        const QStringList reserved =
+            reserveDestinations(settings.destinations, Preferences(settings_).projectTitle(), v);
+        if (stoppedByCancel(volume, reserved))
+            return;
+
+        if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
+            v.checkForQuickTimeMovies();
+        else
+            v.setHasQTMovies(false);
+        v.timeEstimate().start();
+
+        // Reservation already holds each path in the reserved queue; a folder on disk speaks
+        // for itself, an image path stays held until the transfer ends.
+        const bool imageMode = inImageMode();
+        for (const QString& destination : reserved) {
+            if (!imageMode) {
+                QVFileManager::createDirectory(destination, 20);
+                removeFromReservedFileQueue({destination});
+            }
+            v.addDestination(destination);
+        }
+        if (stoppedByCancel(volume, reserved))
+            return;
+
+        const std::uint64_t usage = v.totalMediaUsage();
+        QVLog::appendLogAndPrint(u"Volume media usage: %llu",
+                                 static_cast<unsigned long long>(usage));
+        const double maximum = double(transferSize(v));
+        onMainThread([&v, maximum] { v.setMaxProgressValue(maximum); }, true);
+
+        if (imageMode) {
+            QVLog::appendLog(u"Creating disk image...");
+            beginImageCheck(v, reserved);
+            // However this ends, no check waits for an image that will never be written.
+            const std::shared_ptr<void> settle(nullptr, [&](void*) {
+                imagesWritten(reserved);
+                endImageCheck(v);
+            });
+            for (const QString& image : reserved) {
+                const bool created = stages_.createDiskImage(image, path);
+                imagesWritten({image});
+                if (!created) {
+                    QVLog::appendLog(u"Failed to create disk image.");
+                    // The images not attempted are no longer held either.
+                    removeFromReservedFileQueue(reserved);
+                    return failWith(QStringLiteral("Unable to create disk image"), false);
+                }
+                // A card pulled or cancelled while being read is not verified.
+                if (stoppedByCancel(volume, reserved))
+                    return;
+                QVLog::appendLog(u"Disk image created successfully.");
+                beginImageCheck(v);
+                DetachedThreads::start([this, volume, image] {
+                    try {
+                        stages_.verifyVolume(volume, image);
+                    } catch (const std::exception& exception) {
+                        QVException::logException(exception, "verifyVolume:");
+                    }
+                    endImageCheck(*volume);
+                });
+            }
             return;
         }
+
+        QVLog::appendLog(u"Starting disk copy...");
+        if (stages_.copyDisk(path, v.destinations(), volume))
+            return;
+        QVLog::appendLog(u"Error: Can't copy disk %@", path);
+        failWith(QStringLiteral("Can't copy disk"), false);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "processVolumeWithSettings:");
     }
-
-    QVLog::appendLog(u"Processing volume %@", path);
-    if (stoppedByCancel(volume))
-        return;
-    settings_.setObject(SettingsKey::lastTransferDate, PropertyList(clock_->now()));
-    const QString marker = path + QStringLiteral("/.cardsweep");
-    if (anythingAt(marker))
-        QVFileManager::removeFile(marker);
-
-    onMainThread([&v] { v.resetProgress(); }, true);
-    v.setStatus(QVVolume::Copying);
-    onMainThread(
-        [this] {
-            reloadVolumeList();
-            updateToolbarForTableSelection();
-        },
-        true);
-
-    const QStringList reserved =
-        reserveDestinations(settings.destinations, Preferences(settings_).projectTitle(), v);
-    if (stoppedByCancel(volume))
-        return;
-
-    if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
-        v.checkForQuickTimeMovies();
-    else
-        v.setHasQTMovies(false);
-    v.timeEstimate().start();
-
-    // Reservation already holds each path in the reserved queue; a folder on disk speaks for
-    // itself, an image path stays held until the transfer ends.
-    const bool imageMode = inImageMode();
-    for (const QString& destination : reserved) {
-        if (!imageMode) {
-            QVFileManager::createDirectory(destination, 20);
-            removeFromReservedFileQueue({destination});
-        }
-        v.addDestination(destination);
-    }
-    if (stoppedByCancel(volume))
-        return;
-
-    const std::uint64_t usage = v.totalMediaUsage();
-    QVLog::appendLogAndPrint(u"Volume media usage: %llu", static_cast<unsigned long long>(usage));
-    onMainThread([&v, usage] { v.setMaxProgressValue(double(usage)); }, true);
-
-    if (imageMode) {
-        QVLog::appendLog(u"Creating disk image...");
-        for (const QString& image : reserved) {
-            if (!stages_.createDiskImage(image, path)) {
-                QVLog::appendLog(u"Failed to create disk image.");
-                removeFromReservedFileQueue({image});
-                markFailed(v, QStringLiteral("Unable to create disk image"));
-                releaseSlot(v);
-                return;
-            }
-            QVLog::appendLog(u"Disk image created successfully.");
-            DetachedThreads::start([this, volume, image] { stages_.verifyVolume(volume, image); });
-        }
-        return;
-    }
-
-    QVLog::appendLog(u"Starting disk copy...");
-    if (stages_.copyDisk(path, v.destinations(), volume))
-        return;
-    QVLog::appendLog(u"Error: Can't copy disk %@", path);
-    markFailed(v, QStringLiteral("Can't copy disk"));
-    releaseSlot(v);
 }
 
 QStringList AppController::reserveDestinations(const QStringList& destinations,

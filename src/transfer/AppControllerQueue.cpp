@@ -11,6 +11,7 @@
 #include "DetachedThreads.h"
 #include "MainThread.h"
 #include "Preferences.h"
+#include "QVException.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "QVVolume.h"
@@ -86,49 +87,58 @@ QStringList AppController::chooseDestinations(const QVVolume& volume) {
 void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
                                 const QStringList& destinations) {
     const TransferSettings settings{volume, destinations};
+    // processVolumeWithSettings catches what it throws itself.
     DetachedThreads::start([this, settings] { processVolumeWithSettings(settings); });
 }
 
 void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
-    const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
-    const qint64 status = volume->status();
-    const QStringList destinations = [&] {
-        // Giving back a busy volume's slot before choosing keeps the count honest.
-        {
-            const std::lock_guard lock(queueMutex_);
-            if (threadCount_ < 0)
-                threadCount_ = 0;
-            if (status >= QVVolume::Copying && status <= QVVolume::Unmounting)
-                --threadCount_;
-        }
-        volume->reset();
-        return chooseDestinations(*volume);
-    }();
+    try {
+        const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
+        const qint64 status = volume->status();
+        const QStringList destinations = [&] {
+            // Giving back a busy volume's slot before choosing keeps the count honest.
+            {
+                const std::lock_guard lock(queueMutex_);
+                if (threadCount_ < 0)
+                    threadCount_ = 0;
+                if (status >= QVVolume::Copying && status <= QVVolume::Unmounting)
+                    --threadCount_;
+            }
+            volume->reset();
+            return chooseDestinations(*volume);
+        }();
 
-    const std::lock_guard lock(queueMutex_);
-    QVLog::appendLog(u"threads: %i", int(threadCount_));
-    QVLog::appendLog(u"total threads: %i", int(limit));
-    if (threadCount_ < limit) {
-        ++threadCount_;
-        startWorker(volume, destinations);
-    } else {
-        waitingObjects_.push_back(volume);
+        const std::lock_guard lock(queueMutex_);
+        QVLog::appendLog(u"threads: %i", int(threadCount_));
+        QVLog::appendLog(u"total threads: %i", int(limit));
+        if (threadCount_ < limit) {
+            ++threadCount_;
+            startWorker(volume, destinations);
+        } else {
+            waitingObjects_.push_back(volume);
+        }
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "addVolumeToQueue:");
     }
 }
 
 void AppController::processNextQueueItem() {
-    std::shared_ptr<QVVolume> volume;
-    {
-        const std::lock_guard lock(queueMutex_);
-        if (waitingObjects_.empty())
-            return;
-        volume = waitingObjects_.front();
-        waitingObjects_.erase(waitingObjects_.begin());
-        // Held now, so a concurrent call can't take the same slot twice.
-        ++threadCount_;
+    try {
+        std::shared_ptr<QVVolume> volume;
+        {
+            const std::lock_guard lock(queueMutex_);
+            if (waitingObjects_.empty())
+                return;
+            volume = waitingObjects_.front();
+            waitingObjects_.erase(waitingObjects_.begin());
+            // Held now, so a concurrent call can't take the same slot twice.
+            ++threadCount_;
+        }
+        volume->reset();
+        startWorker(volume, chooseDestinations(*volume));
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "processNextQueueItem");
     }
-    volume->reset();
-    startWorker(volume, chooseDestinations(*volume));
 }
 
 void AppController::incrementThreadCount() {
@@ -149,20 +159,24 @@ void AppController::releaseSlot(QVVolume& volume) {
 }
 
 void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume) {
-    if (volume->isFolder())
-        return;
-    const QString root = volume->path();
-    const QString marker = root + u'/' + kMarkerName;
-    const auto markerTime = modificationTime(marker);
-    if (!markerTime)
-        return;
-    if (containsItemNewerThan(root, *markerTime)) {
-        QVFileManager::removeFile(marker);
-        return;
+    try {
+        if (volume->isFolder())
+            return;
+        const QString root = volume->path();
+        const QString marker = root + u'/' + kMarkerName;
+        const auto markerTime = modificationTime(marker);
+        if (!markerTime)
+            return;
+        if (containsItemNewerThan(root, *markerTime)) {
+            QVFileManager::removeFile(marker);
+            return;
+        }
+        if (volume->status() < QVVolume::Copying)
+            volume->setStatus(QVVolume::Done);
+        onMainThread([this] { reloadVolumeList(); }, false);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "checkDoneFlagForVolume:");
     }
-    if (volume->status() < QVVolume::Copying)
-        volume->setStatus(QVVolume::Done);
-    onMainThread([this] { reloadVolumeList(); }, false);
 }
 
 std::vector<std::shared_ptr<QVVolume>> AppController::dropWaitingVolumes() {

@@ -170,6 +170,8 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
         onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
     };
     const auto setVerifying = [this, &v] {
+        if (v.status() == QVVolume::Cancelled)
+            return;  // a card pulled while its images were written stays interrupted
         v.setStatus(QVVolume::Verifying);
         onMainThread([this] { reloadVolumeList(); }, true);
     };
@@ -205,7 +207,7 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
     QVLog::appendLog(u"Verifying file checksums for volume %@", path);
     const auto withPath = std::count_if(destinations.begin(), destinations.end(),
                                         [](const QString& d) { return !d.isEmpty(); });
-    const double extra = double(withPath) * double(v.totalMediaUsage());
+    const double extra = double(withPath) * double(transferSize(v));
     onMainThread([&v, extra] { v.incrementMaxProgress(extra); }, true);
     v.timeEstimate().reset();
     v.timeEstimate().start();
@@ -217,9 +219,13 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
             QVLog::appendLog(u"Disk verify return value: %i", code);
             if (code == 0)
                 continue;
+            if (v.status() == QVVolume::Cancelled)
+                break;  // not a bad image: the card went or the user stopped it being read
             fail(QStringLiteral("Disk image failed verification test"));
             return finish();
         }
+        if (v.status() == QVVolume::Cancelled)
+            return stopCancelledTransfer(volume, destinations);
         return finish();
     }
     if (v.status() == QVVolume::Failed)

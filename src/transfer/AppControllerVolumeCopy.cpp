@@ -59,9 +59,7 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     bool copyFailed = false;
     for (const QString& item : items) {
         if (v.status() == QVVolume::Cancelled) {
-            // No manifest and no outcome; the slots go back and the next card may start.
-            cancelVolume(v);
-            finishVolume(volume);
+            stopCancelledTransfer(volume, destinations);
             return true;
         }
         if (isSkipped(item))
@@ -75,9 +73,15 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     // A card cancelled or pulled during its last item gets no manifest either: one would look
     // like the record of a complete card.
     if (v.status() == QVVolume::Cancelled) {
-        cancelVolume(v);
-        finishVolume(volume);
+        stopCancelledTransfer(volume, destinations);
         return true;
+    }
+    // Every destination gets its manifest, an empty one where nothing was copied.
+    {
+        const std::lock_guard lock(lock_);
+        std::vector<QVVolume::ChecksumMap> digests = v.destChecksums();
+        digests.resize(std::max(digests.size(), std::size_t(destinations.size())));
+        v.setDestChecksums(digests);
     }
     writeChecksumFileForVolume(v);
     QVLog::appendLog(u"Volume copy finished");
@@ -147,10 +151,20 @@ bool AppController::copyItem(const QString& item, const QStringList& destination
             QVFileManager::createDirectory(root + relative);
     }
     for (const QString& name : entriesInListingOrder(item)) {
-        if (!copyItem(item + u'/' + name, destinations, relativeSource, volume))
+        // A cancel ends the folder too, so "Confirm & Remove" doesn't see it written again.
+        if (volume->status() == QVVolume::Cancelled ||
+            !copyItem(item + u'/' + name, destinations, relativeSource, volume))
             return false;
     }
     return true;
+}
+
+void AppController::copyFilesWithSettings(const CopyFilesSettings& settings) {
+    try {
+        copyFiles(settings.files, settings.volume);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "copyFilesWithSettings:");
+    }
 }
 
 void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume) {
@@ -187,13 +201,12 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     try {
         const QStringList destinations = volume.destinations();
         const std::vector<QVVolume::ChecksumMap> digests = volume.destChecksums();
-        // Every destination gets its manifest, an empty one when nothing was copied there.
-        for (std::size_t i = 0; i < std::size_t(destinations.size()); ++i) {
+        // Only destinations with digests: a disk image has none and is no folder to write into.
+        const std::size_t count = std::min(std::size_t(destinations.size()), digests.size());
+        for (std::size_t i = 0; i < count; ++i) {
             QString text;
-            if (i < digests.size()) {
-                for (const auto& [name, digest] : digests[i])
-                    text += digest + u'\t' + name + u'\n';
-            }
+            for (const auto& [name, digest] : digests[i])
+                text += digest + u'\t' + name + u'\n';
             QSaveFile file(destinations[qsizetype(i)] + QStringLiteral("/checksums.txt"));
             const QByteArray bytes = text.toUtf8();
             if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() ||

@@ -49,6 +49,8 @@ class AppView {
                           const std::vector<std::pair<QString, QString>>& rows) = 0;
     /// Opens the review of the files that failed verification; returns once it is shown.
     virtual void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) = 0;
+    /// Shows the automatic-mode item as selected (on) or not.
+    virtual void setAutomaticModeSelected(bool selected) { static_cast<void>(selected); }
     /// Called once when a volume's transfer has ended for good: verified with its post actions
     /// done, failed, or stopped. Called on the thread that ended it.
     virtual void transferDidEnd(const std::shared_ptr<QVVolume>& volume) {

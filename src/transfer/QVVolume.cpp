@@ -170,6 +170,7 @@ void QVVolume::reset() {
     setStatus(Idle);
     transferCount_.store(0);
     threadCount_.store(0);
+    transferEnded_.store(false);
 }
 
 void QVVolume::makeDeterminate(ProgressIndicator& bar) {

@@ -106,7 +106,11 @@ class QVVolume {
     qint64 transferCount() const { return transferCount_.load(); }
 
     void addDestination(const QString& path);
+    /// Back to "Waiting" for a new transfer: status 0, counters 0, destinations cleared.
     void reset();
+    /// True for the first call since the record was made or reset: a transfer is reported as
+    /// ended once, however many of its threads reach an end.
+    bool markTransferEnded() { return !transferEnded_.exchange(true); }
     void resetProgress();
     void setMaxProgressValue(double value);
     void incrementProgress(double amount);
@@ -154,6 +158,7 @@ class QVVolume {
     std::optional<QString> errorString_;  // guarded by mutex_
     std::atomic<qint64> threadCount_{0};
     std::atomic<qint64> transferCount_{0};
+    std::atomic<bool> transferEnded_{false};
     std::optional<std::map<QString, std::uint64_t>> progressDict_;  // guarded by mutex_
     QStringList destinations_;                                      // guarded by mutex_
     std::optional<QStringList> outputs_;                            // guarded by mutex_

@@ -409,19 +409,6 @@ bool fail(const QString& root, const QString& reason, QString* error) {
     return false;
 }
 
-void addVisibleBytes(const QString& folder, qint64& total) {
-    const QFileInfoList entries = QDir(folder).entryInfoList(
-        QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
-    for (const QFileInfo& entry : entries) {
-        if (entry.fileName().startsWith(u'.') || entry.isSymLink())
-            continue;
-        if (entry.isDir())
-            addVisibleBytes(entry.filePath(), total);
-        else if (entry.isFile())
-            total += entry.size();
-    }
-}
-
 }  // namespace
 
 bool SampleCard::make(CardFormat format, const QString& root) {
@@ -508,10 +495,4 @@ QString SampleCard::folderName(CardFormat format) {
             break;
     }
     return QString();
-}
-
-qint64 SampleCard::mediaBytes(const QString& root) {
-    qint64 total = 0;
-    addVisibleBytes(root, total);
-    return total;
 }

@@ -34,8 +34,4 @@ class SampleCard {
     /// A card name typical for the format, four or more characters, usable as root's last
     /// component; empty for Unknown.
     static QString folderName(CardFormat format);
-
-    /// Total size of the regular files under root, leaving out hidden entries (names that
-    /// begin with ".") and whatever is inside hidden folders; symbolic links are not followed.
-    static qint64 mediaBytes(const QString& root);
 };

@@ -4,12 +4,9 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QRandomGenerator>
-#include <QTemporaryDir>
-#include <memory>
 #include <thread>
 
+#include "CardTest.h"
 #include "CopyDelegate.h"
 #include "LoopCard.h"
 #include "QVFileManager.h"
@@ -27,37 +24,14 @@ class FailureRecorder : public CopyDelegate {
     QStringList failed;
 };
 
-class CardCopyE2ETest : public testing::Test {
-  protected:
-    void SetUp() override {
-        const QString reason = LoopCard::unavailableReason();
-        if (!reason.isEmpty())
-            GTEST_SKIP() << "no loop-mounted cards: " << reason.toStdString();
-    }
-
-    std::unique_ptr<LoopCard> mountCard(const QString& label) {
-        auto card = std::make_unique<LoopCard>(label, LoopCard::kDefaultSize,
-                                               work_.filePath("mnt/" + label));
-        EXPECT_TRUE(card->ok()) << card->error().toStdString();
-        return card->ok() ? std::move(card) : nullptr;
-    }
-
-    QTemporaryDir work_;
-};
-
 }  // namespace
+
+class CardCopyE2ETest : public CardTest {};
 
 TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCard) {
     const auto card = mountCard("A001 CARD");
     ASSERT_TRUE(card);
     const QString root = card->mountPoint();
-
-    const auto info = QVFileManager::infoForDiskAtMountpoint(root);
-    ASSERT_TRUE(info);
-    EXPECT_FALSE((*info)["VolumeUUID"].toString().isEmpty());
-    EXPECT_EQ((*info)["FilesystemType"].toString(), "exfat");
-    EXPECT_FALSE(QVFileManager::infoForDiskAtMountpoint(work_.path()));
-    EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/DCIM/100CANON"), root);
 
     // exFAT keeps case but ignores it: the new name "exists" already.
     TestFiles::write(root + "/DCIM/Clip.MOV", "clip");
@@ -76,10 +50,10 @@ TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
     const auto card = mountCard("FULL");
     ASSERT_TRUE(card);
     const QByteArray clip = TestFiles::randomBytes(80 * 1024 * 1024 + 11, 1);
-    const QString source = work_.filePath("source/A001C001.MXF");
+    const QString source = workPath("source/A001C001.MXF");
     TestFiles::write(source, clip);
     const QString onCard = card->mountPoint() + "/CLIP/A001C001.MXF";
-    const QString onDisk = work_.filePath("backup/CLIP/A001C001.MXF");
+    const QString onDisk = workPath("backup/CLIP/A001C001.MXF");
 
     SystemLog::Capture log;
     FailureRecorder delegate;
@@ -103,23 +77,21 @@ TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
     std::thread copyA([&] {
         results[0] = QVFileManager::copyFileWithProgress(
             first->mountPoint() + "/CLIP/A.MXF",
-            {work_.filePath("d1/CARD_A/A.MXF"), work_.filePath("d2/CARD_A/A.MXF")},
-            VerificationType::SHA1, &delegates[0]);
+            {workPath("d1/CARD_A/A.MXF"), workPath("d2/CARD_A/A.MXF")}, VerificationType::SHA1,
+            &delegates[0]);
     });
     std::thread copyB([&] {
         results[1] = QVFileManager::copyFileWithProgress(
             second->mountPoint() + "/CLIP/B.MXF",
-            {work_.filePath("d1/CARD_B/B.MXF"), work_.filePath("d2/CARD_B/B.MXF")},
-            VerificationType::SHA1, &delegates[1]);
+            {workPath("d1/CARD_B/B.MXF"), workPath("d2/CARD_B/B.MXF")}, VerificationType::SHA1,
+            &delegates[1]);
     });
     copyA.join();
     copyB.join();
     EXPECT_TRUE(results[0] && results[1]);
     EXPECT_TRUE(delegates[0].failed.isEmpty() && delegates[1].failed.isEmpty());
     for (const char* destination : {"d1", "d2"}) {
-        EXPECT_EQ(
-            TestFiles::read(work_.filePath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
-        EXPECT_EQ(
-            TestFiles::read(work_.filePath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
+        EXPECT_EQ(TestFiles::read(workPath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
+        EXPECT_EQ(TestFiles::read(workPath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
     }
 }

@@ -210,4 +210,6 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
         1);
     EXPECT_FALSE(QFileInfo::exists(first->destinations().value(0) + "/checksums.txt"))
         << "nothing of the pulled card is reported as verified";
+    EXPECT_EQ(view.count("ended: PULLED: Canceled"), 1);
+    EXPECT_EQ(view.count("ended: NEXT: Done"), 1);
 }

@@ -30,6 +30,26 @@ void RecordingAppView::record(const QString& event) {
 
 void RecordingAppView::reloadVolumeList() {
     record(QStringLiteral("reload"));
+    std::function<void()> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        hook = reloadHook_;
+    }
+    if (hook)
+        hook();
+}
+
+void RecordingAppView::setReloadHook(std::function<void()> hook) {
+    const std::lock_guard lock(mutex_);
+    reloadHook_ = std::move(hook);
+}
+
+void RecordingAppView::setAutomaticModeSelected(bool selected) {
+    record(QStringLiteral("automatic: %1").arg(selected ? "on" : "off"));
+}
+
+void RecordingAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {
+    record(QStringLiteral("ended: %1: %2").arg(volume->name(), volume->statusText()));
 }
 
 int RecordingAppView::showSheet(const SheetRequest& sheet) {
@@ -69,6 +89,10 @@ void RecordingAppView::showInfo(const QString& title,
     for (const auto& [label, value] : rows)
         text << label + u'=' + value;
     record(QStringLiteral("info: %1 | %2").arg(title, text.join(u"; ")));
+}
+
+bool RecordingAppView::sawOnce(const QString& event) const {
+    return waitUntil([&] { return count(event) > 0; }) && count(event) == 1;
 }
 
 QStringList RecordingAppView::events() const {

@@ -30,11 +30,18 @@ class RecordingAppView : public AppView {
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
     void showInfo(const QString& title,
                   const std::vector<std::pair<QString, QString>>& rows) override;
+    void setAutomaticModeSelected(bool selected) override;
+    /// Recorded as "ended: NAME: STATUS TEXT".
+    void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
 
     QStringList events() const;
     int count(const QString& event) const { return int(events().count(event)); }
+    /// Waits (serving the main thread) until event is recorded; true when it was, once.
+    bool sawOnce(const QString& event) const;
     void setSelectedRows(std::vector<int> rows);
     void setSheetAnswer(int answer);
+    /// Runs on every list reload, after it is recorded (a test's way in between two steps).
+    void setReloadHook(std::function<void()> hook);
     ToolbarState toolbar() const;
 
   private:
@@ -44,6 +51,7 @@ class RecordingAppView : public AppView {
     std::vector<int> selected_;
     int sheetAnswer_ = 1;
     ToolbarState toolbar_;
+    std::function<void()> reloadHook_;
 };
 
 class RecordingNotifier : public Notifier {

@@ -82,11 +82,17 @@ TEST_F(AppControllerTest, AdmitsUpToTheConcurrencyLimitAndStartsTheNextWhenATurn
     }
     ASSERT_EQ(controller_->threadCount(), 0);
     settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(0)));
-    const auto fourth = card("A004"), fifth = card("A005");
-    controller_->addVolumeToQueue(fourth);
-    controller_->addVolumeToQueue(fifth);
+    const auto fourth = card("A004"), fifth = card("A005"), sixth = card("A006");
+    for (const auto& volume : {fourth, fifth, sixth})
+        controller_->addVolumeToQueue(volume);
     ASSERT_TRUE(copiesReach(4));
-    EXPECT_EQ(controller_->waitingObjects(), std::vector<std::shared_ptr<QVVolume>>{fifth});
+    EXPECT_EQ(controller_->waitingObjects(),
+              (std::vector<std::shared_ptr<QVVolume>>{fifth, sixth}));
+
+    // A finish starts a waiting volume for the freed slot and one more besides.
+    controller_->finishVolume(fourth);
+    ASSERT_TRUE(copiesReach(6));
+    EXPECT_EQ(controller_->threadCount(), 2);
 }
 
 TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
@@ -128,6 +134,9 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
     EXPECT_EQ(Preferences(settings_).destinationList().size(), 1u);
     EXPECT_TRUE(stages_.copies()[3].destinations[0].startsWith(
         Preferences::defaultDestination().path + "/Untitled Project/"));
+    // A controller made over a stored empty list starts with the repaired one.
+    Preferences(settings_).setDestinationList({});
+    EXPECT_EQ(AppController(settings_, view_, notifier_, &stages_).destinationList().size(), 1u);
 }
 
 TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollide) {
@@ -206,6 +215,7 @@ TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
     EXPECT_EQ(gone->status(), QVVolume::Failed);
     EXPECT_EQ(gone->statusText(), "Error: Volume doesn't exist");
     EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | GONE | Transfer Failed"}));
+    EXPECT_TRUE(view_.sawOnce("ended: GONE: Error: Volume doesn't exist"));
 }
 
 TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
@@ -222,14 +232,13 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     EXPECT_EQ(volume->progressBar().maxValue, 5.0) << "media usage leaves system litter out";
     EXPECT_EQ(volume->destinations().size(), 2);
     EXPECT_TRUE(controller_->reservedFileQueue().isEmpty());
-    controller_->releaseSlot(*volume);
 
-    // A copy that can't start fails the volume and gives the slot back.
+    // Asked again while busy, the volume gives back its slot and starts afresh; a copy that
+    // can't start fails it and gives the slot back.
     stages_.setCopyResult(false);
     controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Failed; }));
-    EXPECT_EQ(volume->statusText(), "Error: Can't copy disk");
-    ASSERT_TRUE(waitUntil([&] { return controller_->threadCount() == 0; }));
+    ASSERT_TRUE(view_.sawOnce("ended: A001: Error: Can't copy disk"));
+    EXPECT_EQ(controller_->threadCount(), 0);
 
     // Image mode: one image per destination, each verified; a failed image stops the rest.
     settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
@@ -242,42 +251,41 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     EXPECT_EQ(images, verified);
     EXPECT_EQ(controller_->reservedFileQueue(), stages_.images()) << "held until the end";
     controller_->removeFromReservedFileQueue(stages_.images());
-    controller_->releaseSlot(*volume);
 
     stages_.setImageResult(false);
     controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Failed; }));
-    EXPECT_EQ(volume->statusText(), "Error: Unable to create disk image");
+    ASSERT_TRUE(view_.sawOnce("ended: A001: Error: Unable to create disk image"));
     EXPECT_EQ(stages_.images().size(), 3);
-    ASSERT_TRUE(waitUntil([&] { return controller_->threadCount() == 0; }));
-    EXPECT_FALSE(controller_->reservedFileQueue().contains(stages_.images().last()));
-}
+    EXPECT_EQ(controller_->threadCount(), 0);
+    EXPECT_TRUE(controller_->reservedFileQueue().isEmpty()) << "nor the image not attempted";
 
-TEST_F(AppControllerTest, ConfirmAndRemoveDeletesOnlyTheReservedFolders) {
-    useDestinations({{1, dest("A")}, {1, dest("B")}});
-    TestFiles::write(dest("A") + "/Untitled Project/earlier card/keep.MXF");
-    const auto volume = card("A001");
-    controller_->setDataArray({volume});
-    controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(copiesReach(1));
-    const QStringList reserved = volume->destinations();
-    ASSERT_EQ(reserved.size(), 2);
-    for (const QString& folder : reserved)
-        TestFiles::write(folder + "/copied.MXF");
-
-    view_.setSelectedRows({0});
-    view_.setSheetAnswer(0);
-    controller_->cancelSelectedTransfers();
-    EXPECT_EQ(volume->status(), QVVolume::Copying) << "\"Cancel\" leaves the transfer running";
-
-    view_.setSheetAnswer(-1);
-    controller_->cancelSelectedTransfers();
-    EXPECT_EQ(volume->status(), QVVolume::Cancelled);
-    EXPECT_EQ(controller_->threadCount(), 0) << "its slot is given back";
-    for (const QString& folder : reserved)
-        EXPECT_FALSE(QFileInfo::exists(folder));
-    EXPECT_TRUE(QFileInfo::exists(dest("A") + "/Untitled Project/earlier card/keep.MXF"));
-    EXPECT_TRUE(QFileInfo::exists(volume->path() + "/CLIP/A.MXF"));
+    // Cancelled while it is prepared (here as it turns "Copying..."): nothing is handed over,
+    // no reserved path stays held, and the waiting volume gets the slot. A pulled card still
+    // holds its slot; the user's cancel has given it back already.
+    settings_.setObject(SettingsKey::transferType, PropertyList(qint64(0)));
+    settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
+    stages_.setCopyResult(true);
+    for (const bool pulled : {true, false}) {
+        view_.setReloadHook([&, pulled] {
+            if (volume->status() != QVVolume::Copying)
+                return;
+            volume->setStatus(QVVolume::Cancelled);
+            if (!pulled)
+                controller_->cancelVolume(*volume);
+        });
+        const auto next = card(pulled ? "NEXT1" : "NEXT2");
+        const std::size_t before = stages_.copies().size();
+        controller_->addVolumeToQueue(volume);
+        controller_->addVolumeToQueue(next);
+        ASSERT_TRUE(copiesReach(before + 1));
+        EXPECT_EQ(stages_.copies().back().volume, next);
+        EXPECT_EQ(controller_->threadCount(), 1) << "the next volume's slot only";
+        EXPECT_TRUE(controller_->reservedFileQueue().isEmpty());
+        controller_->releaseSlot(*next);
+        ASSERT_TRUE(
+            waitUntil([&] { return view_.count("ended: A001: Canceled") == (pulled ? 1 : 2); }));
+    }
+    view_.setReloadHook({});
 }
 
 TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
@@ -307,9 +315,17 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
     controller_->importFolders({dest("home")});
     ASSERT_EQ(controller_->dataArray().size(), 1u);
     EXPECT_EQ(controller_->dataArray()[0]->status(), QVVolume::Idle) << "folders are subjects";
+
+    // The list is rebuilt from the mounted media alone: the added folder goes.
+    controller_->resetIgnoredVolumes();
+    EXPECT_TRUE(settings_.object(SettingsKey::ignoredVolumes).toStringList().isEmpty());
+    EXPECT_TRUE(waitUntil([&] { return controller_->dataArray().empty(); }));
+    EXPECT_EQ(view_.count("sheet: Ignored volumes successfully reset | Previously-ignored volumes "
+                          "will now reappear in the volume list."),
+              1);
 }
 
-TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndAnUnmountInterrupts) {
+TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     TempHome home;
     home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
     useDestinations({{1, dest("A")}});
@@ -322,22 +338,31 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndAnUnmountInterrup
     const auto eos = stages_.copies()[0].volume;
     EXPECT_EQ(eos->typeName(), "EOSHD");
     EXPECT_EQ(controller_->dataArray().size(), 2u) << "an unknown card is listed, not started";
-
-    controller_->volumeDidUnmount(eos->path());
-    EXPECT_EQ(eos->status(), QVVolume::Cancelled) << "its worker stops at the next check";
-    ASSERT_TRUE(waitUntil([&] {
-        return view_.count(
-                   "sheet: Transfer interrupted | The source drive was unmounted "
-                   "mid-transfer.") == 1;
-    }));
-    controller_->volumeDidUnmount(work_.filePath("cards/USB"));
-    EXPECT_TRUE(controller_->dataArray().empty());
-
-    view_.setSelectedRows({0});
-    controller_->importFolders({work_.filePath("cards/EOS")});
+    view_.setSelectedRows({1});
     controller_->showInfo();
-    EXPECT_TRUE(
-        view_.events()
-            .filter("info: EOS | Mount Point=" + work_.filePath("cards/EOS") + "; Type=EOSHD;")
-            .size() == 1);
+    EXPECT_EQ(
+        view_.events().filter("info: EOS | Mount Point=" + eos->path() + "; Type=EOSHD;").size(),
+        1);
+
+    // Switched on again, the automatic mode queues the recognised cards left cancelled.
+    controller_->releaseSlot(*eos);
+    eos->setStatus(QVVolume::Cancelled);
+    controller_->toggleCardsweep();
+    EXPECT_FALSE(controller_->cardsweepEnabled());
+    controller_->toggleCardsweep();
+    ASSERT_TRUE(copiesReach(2));
+    EXPECT_EQ(stages_.copies()[1].volume, eos);
+    drainWorkers();
+
+    // Start-up: the toolbar off, the automatic mode shown on, an offline drive named once.
+    useDestinations({{1, work_.filePath("cards/RAID/A")}, {1, work_.filePath("cards/RAID/B")}});
+    controller_->startUp({"cardsweep", "-cardsweepVolume", work_.filePath("cards/NONE")});
+    EXPECT_FALSE(view_.toolbar().transferEnabled || view_.toolbar().infoEnabled);
+    EXPECT_EQ(view_.events().filter("automatic:"),
+              QStringList({"automatic: off", "automatic: on", "automatic: on"}));
+    EXPECT_EQ(view_.count("sheet: Destinations offline | The following destination drives are "
+                          "offline:\nRAID"),
+              1);
+    drainWorkers();
+    EXPECT_EQ(stages_.copies().size(), 2u) << "a card not listed is not started";
 }

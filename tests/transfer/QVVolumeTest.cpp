@@ -32,7 +32,6 @@ TEST_F(QVVolumeTest, StatusTypeAndProgress) {
     const auto card = QVVolume::volumeWithName("A001", dir_.path(), 7, settings_);
     EXPECT_EQ(card->statusText(), "Waiting");
     EXPECT_EQ(card->typeName(), "Canon XF");
-    EXPECT_EQ(card->metadata().at("QVMetaReel"), "2") << "each new record takes the next reel";
     card->setStatus(QVVolume::Failed);
     EXPECT_EQ(card->statusText(), "Error");
     card->setErrorString(QString("Can't copy disk"));
