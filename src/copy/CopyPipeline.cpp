@@ -36,13 +36,13 @@ struct Transfer {
     int errorNumber = 0;
 };
 
-// Writes until done or the layer refuses, as fwrite does.
-Transfer writeFully(FileLayer& layer, int fd, const char* data, std::size_t size,
-                    std::uint64_t offset) {
+// Repeats a read or a write (given the bytes done so far) until it is whole, reaches the end
+// or fails, as fread and fwrite do.
+template <typename Step>
+Transfer repeatUntilWhole(std::size_t size, const Step& step) {
     Transfer transfer;
     while (transfer.done < size) {
-        const ssize_t n = layer.write(fd, data + transfer.done, size - transfer.done,
-                                      off_t(offset + transfer.done));
+        const ssize_t n = step(transfer.done);
         if (n < 0) {
             transfer.failed = true;
             transfer.errorNumber = errno;
@@ -54,21 +54,17 @@ Transfer writeFully(FileLayer& layer, int fd, const char* data, std::size_t size
     return transfer;
 }
 
-// Reads until done, the end or an error, as fread does.
+Transfer writeFully(FileLayer& layer, int fd, const char* data, std::size_t size,
+                    std::uint64_t offset) {
+    return repeatUntilWhole(size, [&](std::size_t done) {
+        return layer.write(fd, data + done, size - done, off_t(offset + done));
+    });
+}
+
 Transfer readFully(FileLayer& layer, int fd, char* buffer, std::size_t size, std::uint64_t offset) {
-    Transfer transfer;
-    while (transfer.done < size) {
-        const ssize_t n = layer.read(fd, buffer + transfer.done, size - transfer.done,
-                                     off_t(offset + transfer.done));
-        if (n < 0) {
-            transfer.failed = true;
-            transfer.errorNumber = errno;
-        }
-        if (n <= 0)
-            break;
-        transfer.done += std::size_t(n);
-    }
-    return transfer;
+    return repeatUntilWhole(size, [&](std::size_t done) {
+        return layer.read(fd, buffer + done, size - done, off_t(offset + done));
+    });
 }
 
 // Where a pass ends within a block of `size` bytes at `offset` (a whole number of passes in).
