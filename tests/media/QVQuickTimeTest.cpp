@@ -1,3 +1,6 @@
+// Movie timing arithmetic, formatted times, channel labels, and the timing tool and frame
+// counts on movies made with ffmpeg.
+
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -55,14 +58,12 @@ TEST(QVQuickTime, FormattedTimes) {
 }
 
 TEST(QVQuickTime, ChannelLabelNames) {
+    // A named label, the ends of the discrete range, and codes past it, before it or in a gap.
     QStringList names;
-    for (const quint32 code :
-         {1u, 18u, 33u, 45u, 301u, 305u, 400u, 65536u, 65551u, 65552u, 0u, 19u, 46u, 303u})
+    for (const quint32 code : {1u, 45u, 65536u, 65551u, 65552u, 0u, 19u})
         names << QVQuickTime::friendlyAudioChannelLabel(code);
     EXPECT_EQ(names.join(u','),
-              QStringLiteral("Left,Top Back Right,Rear Surround Left,Haptic,"
-                             "Headphones Left,Foreign Language,Discrete,Discrete 0,Discrete 15,"
-                             "Unknown,Unknown,Unknown,Unknown,Unknown"));
+              QStringLiteral("Left,Haptic,Discrete 0,Discrete 15,Unknown,Unknown,Unknown"));
 }
 
 TEST(QVQuickTime, TimecodeOperationsReportThemselvesUnavailable) {
