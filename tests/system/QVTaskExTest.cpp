@@ -200,11 +200,14 @@ TEST_F(QVTaskExTest, ToolsThatCannotBeStartedAreReported) {
 TEST_F(QVTaskExTest, TimeOutTerminatesTheChildWhileTheMainLoopRuns) {
     const LogTail tail;
     const auto taskEx = QVTaskEx::create();
-    int status = 0;
+    int status = 0, finished = -1, later = -1;
     bool ran = false;
     std::optional<QByteArray> partial;
     DetachedThreads::start([&] {
         status = taskEx->terminationCodeFromTaskWithTimeout(kSleep, {QStringLiteral("60")}, 0.9);
+        // A finished run's watchdog leaves a later run of the same instance alone.
+        finished = taskEx->terminationCodeFromTaskWithTimeout(QStringLiteral("/bin/true"), {}, 1.0);
+        later = taskEx->terminationCodeFromTaskWithTimeout(kSleep, {QStringLiteral("2")}, 30.0);
         ran = QVTaskEx::runTask(kSleep, {QStringLiteral("60")}, 5.0);
         partial = QVTaskEx::dataFromTask(
             kShell, shell(QStringLiteral("echo partial; exec /bin/sleep 60")), 1.0);
@@ -215,25 +218,14 @@ TEST_F(QVTaskExTest, TimeOutTerminatesTheChildWhileTheMainLoopRuns) {
     DetachedThreads::joinAll();
 
     EXPECT_EQ(status, 128 + SIGTERM);
+    EXPECT_EQ(finished, 0);
+    EXPECT_EQ(later, 0);
     EXPECT_EQ(taskEx->theTask(), nullptr);
     EXPECT_TRUE(ran);
     EXPECT_EQ(partial, QByteArray("partial\n"));
     const QString log = tail.text();
     EXPECT_TRUE(log.contains(QStringLiteral("Task /bin/sleep timed out. Terminating...")));
     EXPECT_TRUE(log.contains(QStringLiteral("Task /bin/sh timed out. Terminating...")));
-}
-
-TEST_F(QVTaskExTest, FinishedRunsWatchdogLeavesLaterRunsAlone) {
-    const auto taskEx = QVTaskEx::create();
-    int first = -1;
-    int second = -1;
-    DetachedThreads::start([&] {
-        first = taskEx->terminationCodeFromTaskWithTimeout(QStringLiteral("/bin/true"), {}, 1.0);
-        second = taskEx->terminationCodeFromTaskWithTimeout(kSleep, {QStringLiteral("2")}, 30.0);
-    });
-    DetachedThreads::joinAll();
-    EXPECT_EQ(first, 0);
-    EXPECT_EQ(second, 0);
 }
 
 namespace {
