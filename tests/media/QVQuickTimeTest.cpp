@@ -91,7 +91,6 @@ TEST(QVQuickTime, TimecodeToolAndFrameCountsOnMadeMovies) {
         {"f23976.mov", "24000/1001", "2", "", "24 1 0\n"},
         {"f25.mov", "25", "2", "10:00:00:00", "25 0 0\n"},
         {"df5994.mov", "60000/1001", "1", "01:00:00;00", "60 1 1\n"},
-        {"plain2997.mp4", "30000/1001", "1", "", "30 1 0\n"},
         {"f12_5.mov", "25/2", "2", "", "13 0 0\n"},  // fractional, yet not NTSC
     };
     for (const auto& [name, rate, seconds, timecode, expected] : cases) {

@@ -61,9 +61,8 @@ TEST(FreedesktopTrashTest, FoldersLinksAndAnyNameGoWholeAndRecordTheirPath) {
     TestFiles::write(folder + u"CARD/CLIP/A001.mov"_s, "a001");
     ASSERT_TRUE(QFile::link(u"CARD"_s, folder + u"CARD link"_s));
     // The last name is too long to take a ".trashinfo" suffix, so the trash shortens it.
-    for (const QString& name :
-         {u"CARD link"_s, u"CARD/"_s, u"A 001%20 100%.mov"_s, u"line\nbreak"_s,
-          u"Ünïcødé 日本語.MOV"_s, QString(250, u'x') + u".mov"_s}) {
+    for (const QString& name : {u"CARD link"_s, u"CARD/"_s, u"A 001%20 100%.mov"_s,
+                                u"line\nbreak"_s, QString(250, u'x') + u".mov"_s}) {
         if (!QFileInfo::exists(folder + name)) {
             TestFiles::write(folder + name, name.toUtf8());
         }
