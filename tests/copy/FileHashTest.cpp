@@ -1,8 +1,9 @@
+// File digests: known MD5 and SHA-1 vectors, agreement with the system tools on a large file,
+// progress reports (every byte, the 150 MiB carry) and reads that fail.
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <QFile>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <numeric>
 #include <vector>
@@ -12,27 +13,11 @@
 #include "FileHash.h"
 #include "QVFileManager.h"
 #include "QVTaskEx.h"
+#include "TestFiles.h"
 
 namespace {
 
 constexpr std::uint64_t k150MiB = 157286400;
-
-QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes) {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-    return path;
-}
-
-// Sparse, so a large file costs no disk.
-QString sparseFile(const QTemporaryDir& dir, const QString& name, qint64 size) {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(file.resize(size));
-    return path;
-}
 
 struct Reports {
     std::vector<std::uint64_t> sizes;
@@ -50,8 +35,8 @@ QString toolDigest(const QString& tool, const QString& path) {
 
 TEST(FileHash, KnownVectorsThroughBothPaths) {
     QTemporaryDir dir;
-    const QString empty = writeFile(dir, "empty", {});
-    const QString abc = writeFile(dir, "abc", "abc");
+    const QString empty = TestFiles::write(dir.filePath("empty"), {});
+    const QString abc = TestFiles::write(dir.filePath("abc"), "abc");
 
     Reports reports;
     EXPECT_EQ(FileMD5HashCreateWithPath(empty, 4096, reports.callback()),
@@ -79,11 +64,8 @@ TEST(FileHash, KnownVectorsThroughBothPaths) {
 
 TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
     QTemporaryDir dir;
-    QByteArray bytes(5 * 1024 * 1024 + 123, Qt::Uninitialized);
-    QRandomGenerator generator(42);
-    for (char& byte : bytes)
-        byte = char(generator.generate() & 0xFF);
-    const QString path = writeFile(dir, "clip with spaces.mxf", bytes);
+    const QByteArray bytes = TestFiles::randomBytes(5 * 1024 * 1024 + 123, 42);
+    const QString path = TestFiles::write(dir.filePath("clip.mxf"), bytes);
 
     Reports md5Reports;
     const auto md5 = FileMD5HashCreateWithPath(path, 4096, md5Reports.callback());
@@ -106,7 +88,7 @@ TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
 
 TEST(FileHash, ReportOnAnExactMultipleOf150MiBIsCarriedToTheNext) {
     QTemporaryDir dir;
-    const QString over = sparseFile(dir, "over", qint64(k150MiB) + 10);
+    const QString over = TestFiles::sparse(dir.filePath("over"), qint64(k150MiB) + 10);
     Reports overReports;
     ASSERT_TRUE(FileSHA1HashCreateWithPath(over, k150MiB, overReports.callback()));
     EXPECT_EQ(overReports.sizes, std::vector<std::uint64_t>{k150MiB + 10});
@@ -128,6 +110,6 @@ TEST(FileHash, UnreadableInputGivesNoDigest) {
     EXPECT_TRUE(reports.sizes.empty());
 
     // A throwing callback doesn't escape either.
-    const QString abc = writeFile(dir, "abc", "abc");
+    const QString abc = TestFiles::write(dir.filePath("abc"), "abc");
     EXPECT_FALSE(FileMD5HashCreateWithPath(abc, 1, [](std::uint64_t) { throw 1; }));
 }

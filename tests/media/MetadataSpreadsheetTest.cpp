@@ -1,3 +1,6 @@
+// The project metadata spreadsheet: rows added across runs, headers that grow, sheets
+// written by others extended as they are, failures, and cards finishing at once.
+
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -8,6 +11,7 @@
 
 #include "MetadataSpreadsheet.h"
 #include "QVLog.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -21,17 +25,6 @@ MetadataField field(const QString& title, qint64 useInSpreadsheet = 1) {
 SpreadsheetVolume volume(const QString& name, const QStringList& destinations,
                          std::map<QString, QString> metadata = {}) {
     return {name, QStringLiteral("5A1C-0F3E"), destinations, std::move(metadata)};
-}
-
-QByteArray contents(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeContents(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_EQ(file.write(bytes), bytes.size());
 }
 
 class MetadataSpreadsheetTest : public testing::Test {
@@ -48,7 +41,7 @@ TEST_F(MetadataSpreadsheetTest, GrowsAcrossRunsKeepingEarlierRows) {
 
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(
         sheet(), volume("CARD_A", {dest}, {{"QVMetaDay", "1"}, {"QVMetaReel", "1"}}), fields));
-    EXPECT_EQ(contents(sheet()),
+    EXPECT_EQ(TestFiles::read(sheet()),
               "Volume,Drive UUID,Destinations,Day,Reel\n"
               "CARD_A,,/Dest/Project/1/1/2024_03_07_14_05_09,1,1\n");
 
@@ -60,7 +53,7 @@ TEST_F(MetadataSpreadsheetTest, GrowsAcrossRunsKeepingEarlierRows) {
         "Volume,Drive UUID,Destinations,Day,Reel\n"
         "CARD_A,,/Dest/Project/1/1/2024_03_07_14_05_09,1,1\n"
         "CARD_B,,/A/Project/1/2/x; /B/Project/1/2/x,,2\n";
-    EXPECT_EQ(contents(sheet()), afterTwo);
+    EXPECT_EQ(TestFiles::read(sheet()), afterTwo);
 
     // A field added between volumes: the header grows at its end, a blank line follows it,
     // older rows stay as short as they were. The value is found without the title's space.
@@ -68,7 +61,7 @@ TEST_F(MetadataSpreadsheetTest, GrowsAcrossRunsKeepingEarlierRows) {
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(
         sheet(), volume("CARD_C", {"/D"}, {{"QVMetaCameraRoll", "A001"}, {"QVMetaDay", "2"}}),
         fields));
-    EXPECT_EQ(contents(sheet()),
+    EXPECT_EQ(TestFiles::read(sheet()),
               "Volume,Drive UUID,Destinations,Day,Reel,Camera Roll\n"
               "\n"
               "CARD_A,,/Dest/Project/1/1/2024_03_07_14_05_09,1,1\n"
@@ -79,20 +72,20 @@ TEST_F(MetadataSpreadsheetTest, GrowsAcrossRunsKeepingEarlierRows) {
 TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
     // The identifier goes only under a column a user named "Disk UUID"; the "Drive UUID"
     // column the header gains stays empty.
-    writeContents(sheet(), "Disk UUID,Volume,Destinations\n");
+    TestFiles::write(sheet(), "Disk UUID,Volume,Destinations\n");
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("CARD_A", {"/D"}), {}));
-    EXPECT_EQ(contents(sheet()),
+    EXPECT_EQ(TestFiles::read(sheet()),
               "Drive UUID,Disk UUID,Volume,Destinations\n"
               "\n"
               ",5A1C-0F3E,CARD_A,/D\n");
 
     // A first line without "Volume": the fixed columns go in front of the header only,
     // existing rows are not shifted; a column no field asks for any more is still filled.
-    writeContents(sheet(), "Reel,Notes\nA001,hello\n");
+    TestFiles::write(sheet(), "Reel,Notes\nA001,hello\n");
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(
         sheet(), volume("CARD_B", {"/D"}, {{"QVMetaReel", "7"}, {"QVMetaNotes", "a,b"}}),
         {field("Reel")}));
-    EXPECT_EQ(contents(sheet()),
+    EXPECT_EQ(TestFiles::read(sheet()),
               "Volume,Drive UUID,Destinations,Reel,Notes\n"
               "\n"
               "A001,hello\n"
@@ -100,12 +93,12 @@ TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
 
     // Text without a line feed stays in front of the new header, on its line; a last row
     // without its line feed gets one before the next row.
-    writeContents(sheet(), "stray");
+    TestFiles::write(sheet(), "stray");
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("C", {"/D"}), {}));
-    EXPECT_EQ(contents(sheet()), "strayVolume,Drive UUID,Destinations\nC,,/D\n");
-    writeContents(sheet(), "Volume,Drive UUID,Destinations\nC,,/D");
+    EXPECT_EQ(TestFiles::read(sheet()), "strayVolume,Drive UUID,Destinations\nC,,/D\n");
+    TestFiles::write(sheet(), "Volume,Drive UUID,Destinations\nC,,/D");
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("\u00c9", {"/D"}), {}));
-    EXPECT_EQ(contents(sheet()), "Volume,Drive UUID,Destinations\nC,,/D\n\xc3\x89,,/D\n");
+    EXPECT_EQ(TestFiles::read(sheet()), "Volume,Drive UUID,Destinations\nC,,/D\n\xc3\x89,,/D\n");
 }
 
 TEST_F(MetadataSpreadsheetTest, FailureLeavesNothingAndIsLogged) {
@@ -117,7 +110,8 @@ TEST_F(MetadataSpreadsheetTest, FailureLeavesNothingAndIsLogged) {
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("C", {"/D"}), {}));
     QVLog::finishWriting();
 
-    const QString log = QString::fromUtf8(contents(QVLog::sharedController().currentLogPath()));
+    const QString log =
+        QString::fromUtf8(TestFiles::read(QVLog::sharedController().currentLogPath()));
     EXPECT_TRUE(log.contains("Writing metadata to file " + missing));
     EXPECT_TRUE(log.contains("Error: could not write metadata to " + missing));
     EXPECT_TRUE(log.contains("Metadata successfully written to " + sheet()));
@@ -142,7 +136,7 @@ TEST_F(MetadataSpreadsheetTest, VolumesFinishingTogetherAllLand) {
     first.join();
     second.join();
 
-    const QStringList lines = QString::fromUtf8(contents(sheet())).split(u'\n');
+    const QStringList lines = QString::fromUtf8(TestFiles::read(sheet())).split(u'\n');
     ASSERT_FALSE(lines.isEmpty());
     EXPECT_EQ(lines.first(), "Volume,Drive UUID,Destinations,Reel");
     EXPECT_EQ(lines.count("CARD_A,,/D,"), kRowsEach);

@@ -1,3 +1,6 @@
+// Movie timing arithmetic, formatted times, channel labels, and the timing tool and frame
+// counts on movies made with ffmpeg.
+
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -55,14 +58,12 @@ TEST(QVQuickTime, FormattedTimes) {
 }
 
 TEST(QVQuickTime, ChannelLabelNames) {
+    // A named label, the ends of the discrete range, and codes past it, before it or in a gap.
     QStringList names;
-    for (const quint32 code :
-         {1u, 18u, 33u, 45u, 301u, 305u, 400u, 65536u, 65551u, 65552u, 0u, 19u, 46u, 303u})
+    for (const quint32 code : {1u, 45u, 65536u, 65551u, 65552u, 0u, 19u})
         names << QVQuickTime::friendlyAudioChannelLabel(code);
     EXPECT_EQ(names.join(u','),
-              QStringLiteral("Left,Top Back Right,Rear Surround Left,Haptic,"
-                             "Headphones Left,Foreign Language,Discrete,Discrete 0,Discrete 15,"
-                             "Unknown,Unknown,Unknown,Unknown,Unknown"));
+              QStringLiteral("Left,Haptic,Discrete 0,Discrete 15,Unknown,Unknown,Unknown"));
 }
 
 TEST(QVQuickTime, TimecodeOperationsReportThemselvesUnavailable) {
@@ -90,7 +91,6 @@ TEST(QVQuickTime, TimecodeToolAndFrameCountsOnMadeMovies) {
         {"f23976.mov", "24000/1001", "2", "", "24 1 0\n"},
         {"f25.mov", "25", "2", "10:00:00:00", "25 0 0\n"},
         {"df5994.mov", "60000/1001", "1", "01:00:00;00", "60 1 1\n"},
-        {"plain2997.mp4", "30000/1001", "1", "", "30 1 0\n"},
         {"f12_5.mov", "25/2", "2", "", "13 0 0\n"},  // fractional, yet not NTSC
     };
     for (const auto& [name, rate, seconds, timecode, expected] : cases) {

@@ -1,3 +1,6 @@
+// Timecode text and frame counts: drop-frame examples and minute boundaries, other timebases,
+// loose and typed input, ranges, and the time of day.
+
 #include <gtest/gtest.h>
 
 #include <QDateTime>

@@ -1,3 +1,6 @@
+// The immutable (locked) flag: refusals where it can't be set, and a locked file that
+// refuses changes until cleared.
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

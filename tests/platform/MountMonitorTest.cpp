@@ -1,3 +1,5 @@
+// Mount-table diffs: which volumes came and which went between two readings.
+
 #include <gtest/gtest.h>
 
 #include "MountMonitor.h"

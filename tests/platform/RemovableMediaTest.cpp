@@ -1,3 +1,6 @@
+// Which mounted volumes are cards (under a media root, or on a removable or hot-plugged
+// device), never the system disk; and the device facts read from /sys.
+
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>

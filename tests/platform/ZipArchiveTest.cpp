@@ -1,3 +1,6 @@
+// Zip archives: trees round-trip byte for byte (modes, times, links, empty folders), another
+// reader agrees, failures leave nothing behind, and extraction never escapes its folder.
+
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>
@@ -8,13 +11,13 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <map>
 #include <memory>
 #include <tuple>
 
 #include "QVTaskEx.h"
+#include "TestFiles.h"
 #include "ZipArchive.h"
 
 using namespace Qt::StringLiterals;
@@ -22,10 +25,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 void writeFile(const QString& path, const QByteArray& data, mode_t mode = 0644) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(data) == data.size());
-    ASSERT_EQ(chmod(QFile::encodeName(path).constData(), mode), 0);
+    ASSERT_EQ(chmod(QFile::encodeName(TestFiles::write(path, data)).constData(), mode), 0);
 }
 
 // Per relative path: type and permissions, modification time (not for links), and the
@@ -52,10 +52,7 @@ std::map<QString, std::tuple<mode_t, time_t, QByteArray>> snapshot(const QString
 }
 
 QByteArray randomBytes(qsizetype size) {
-    QByteArray data(size, '\0');
-    QRandomGenerator generator(20240611);
-    generator.fillRange(reinterpret_cast<quint32*>(data.data()), size_t(size / 4));
-    return data;
+    return TestFiles::randomBytes(size, 20240611);
 }
 
 // A zip with the given entries (name, link target or empty for a file), made by libarchive.

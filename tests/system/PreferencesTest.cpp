@@ -1,3 +1,6 @@
+// Settings at start-up (defaults, migration, repairs), project histories, damaged settings
+// files, and the analytics switch in its own file.
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,6 +10,7 @@
 #include "Preferences.h"
 #include "QVLocalPaths.h"
 #include "TempHome.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -31,18 +35,10 @@ TEST(PreferencesTest, FreshInstallReadsTheRegisteredDefaultsWithoutWritingThem) 
     EXPECT_EQ(destinations[0].path,
               QVLocalPaths::documentDirectory(true) + QStringLiteral("/Transferred Media"));
     EXPECT_TRUE(destinations[0].isSelected());
-    EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 1);
-    EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
-    EXPECT_TRUE(store.isOn(SettingsKey::writeDoneFlag));
-    EXPECT_TRUE(store.isOn(SettingsKey::verifyFileChecksums));
-    EXPECT_FALSE(store.isOn(SettingsKey::actionEject));
-    EXPECT_FALSE(store.boolean(SettingsKey::processingEnabled));
-
-    EXPECT_EQ(store.array(SettingsKey::metadata).size(), 3U);
-
-    EXPECT_FALSE(QFile::exists(settingsPath(home)));
+    // One thread is a valid count, left as it is.
     preferences.repairConcurrentThreads();
     EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 1);
+    EXPECT_FALSE(QFile::exists(settingsPath(home)));
 }
 
 TEST(PreferencesTest, MigratesTheObsoleteListAndRepairsBadValues) {
@@ -52,7 +48,7 @@ TEST(PreferencesTest, MigratesTheObsoleteListAndRepairsBadValues) {
                 PropertyList::Array{QStringLiteral("/a"), 7, QStringLiteral("/b")}},
                {SettingsKey::destinationList,
                 PropertyList::Array{DestinationEntry{1, QStringLiteral("/old")}.toPropertyList()}},
-               {SettingsKey::concurrentThreads, -3}});
+               {SettingsKey::concurrentThreads, 0}});
     {
         SettingsStore store(SettingsStore::defaultPath());
         Preferences preferences(store);
@@ -70,17 +66,13 @@ TEST(PreferencesTest, MigratesTheObsoleteListAndRepairsBadValues) {
 
 TEST(PreferencesTest, EmptyListIsReplacedInMemoryOnly) {
     const TempHome home;
-    writeSettings(home, {{SettingsKey::destinationList, PropertyList::Array{}},
-                         {SettingsKey::concurrentThreads, 0}});
+    writeSettings(home, {{SettingsKey::destinationList, PropertyList::Array{}}});
     SettingsStore store(SettingsStore::defaultPath());
     Preferences preferences(store);
     const std::vector<DestinationEntry> list = preferences.registerAndMigrate();
     ASSERT_EQ(list.size(), 1U);
     EXPECT_EQ(list[0], Preferences::defaultDestination());
     EXPECT_TRUE(preferences.destinationList().empty());
-
-    preferences.repairConcurrentThreads();
-    EXPECT_EQ(store.integer(SettingsKey::concurrentThreads), 2);
 }
 
 TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
@@ -100,10 +92,6 @@ TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
     EXPECT_EQ(preferences.addToHistory(SettingsKey::recentProjects, QString()), history);
     EXPECT_EQ(store.object(SettingsKey::recentProjects).toStringList(), history);
 
-    preferences.addToHistory(SettingsKey::recentProjectPaths, QStringLiteral("/p/a.fcp"));
-    EXPECT_EQ(store.object(SettingsKey::recentProjectPaths).toStringList(),
-              QStringList{QStringLiteral("/p/a.fcp")});
-
     store.setObject(SettingsKey::projectName, QString());
     EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
 }
@@ -111,20 +99,13 @@ TEST(PreferencesTest, HistoriesKeepFifteenNewestFirstWithoutReordering) {
 TEST(PreferencesTest, DamagedSettingsFilesAreNeverOverwritten) {
     const TempHome home;
     const QByteArray garbage("<plist><dict><key>projectName</key><string>Half written");
-    QDir().mkpath(home.file(QStringLiteral(".config/Quorvant")));
-    {
-        QFile file(settingsPath(home));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(garbage);
-    }
+    TestFiles::write(settingsPath(home), garbage);
     SettingsStore store(SettingsStore::defaultPath());
     Preferences preferences(store);
     preferences.registerAndMigrate();
     EXPECT_EQ(preferences.projectTitle(), QStringLiteral("Untitled Project"));
 
-    QFile kept(settingsPath(home) + QStringLiteral(".corrupt"));
-    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
-    EXPECT_EQ(kept.readAll(), garbage);
+    EXPECT_EQ(TestFiles::read(settingsPath(home) + QStringLiteral(".corrupt")), garbage);
 
     store.setObject(SettingsKey::projectName, QStringLiteral("Feature"));
     EXPECT_EQ(PropertyList::readFile(settingsPath(home))[SettingsKey::projectName].toString(),
@@ -154,11 +135,7 @@ TEST(PreferencesTest, AnalyticsSwitchLivesInItsOwnFileAndKeepsOtherKeys) {
     EXPECT_EQ(file[QStringLiteral("lastUpload")].toInteger(), 5);
     EXPECT_EQ(file[QStringLiteral("logQC")].type(), PropertyList::Type::Boolean);
 
-    {
-        QFile broken(Preferences::qcFilePath());
-        ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
-        broken.write("garbage");
-    }
+    TestFiles::write(Preferences::qcFilePath(), "garbage");
     EXPECT_FALSE(Preferences::qcLoggingEnabled());
     Preferences::setQCLogging(false);
     EXPECT_FALSE(Preferences::qcLoggingEnabled());

@@ -1,3 +1,6 @@
+// Property-list values: every type through a file and back, lenient reading of absent or
+// mistyped values, and files that are missing told from files that are damaged.
+
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -32,8 +35,6 @@ TEST(PropertyListTest, EveryValueTypeSurvivesAFileRoundTrip) {
     EXPECT_EQ(status, PropertyList::ReadStatus::Ok);
     EXPECT_EQ(read, original);
     EXPECT_EQ(read[QStringLiteral("date")].toDateTime(), when);
-    EXPECT_EQ(read[QStringLiteral("nested")][QStringLiteral("path")].toString(),
-              QStringLiteral("/a"));
     EXPECT_EQ(read[QStringLiteral("array")][1].toString(), QStringLiteral("two"));
 }
 
