@@ -252,6 +252,7 @@ void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t s
     }
     if (kind_)
         verifyBlock(index, data, size, offset, readBack, failures);
+    layer_.startWriteback(fd, off_t(offset), size);
 }
 
 // Reads the block back in cache-sized pieces. While every byte read back equals the source's,

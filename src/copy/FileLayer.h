@@ -24,6 +24,13 @@ class FileLayer {
     virtual bool applyAttributes(const QByteArray& path, const struct stat& attributes) = 0;
     /// Hints that the file will be read front to back.
     virtual void adviseSequential(int fd) { static_cast<void>(fd); }
+    /// Starts writing the range to the disk without waiting, so written data doesn't pile up
+    /// in memory for one long flush at the end.
+    virtual void startWriteback(int fd, off_t offset, size_t size) {
+        static_cast<void>(fd);
+        static_cast<void>(offset);
+        static_cast<void>(size);
+    }
 
     /// The real file system.
     static FileLayer& posix();

@@ -70,3 +70,7 @@ bool PosixFileLayer::applyAttributes(const QByteArray& path, const struct stat& 
 void PosixFileLayer::adviseSequential(int fd) {
     ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 }
+
+void PosixFileLayer::startWriteback(int fd, off_t offset, size_t size) {
+    ::sync_file_range(fd, offset, off_t(size), SYNC_FILE_RANGE_WRITE);
+}

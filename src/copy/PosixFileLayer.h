@@ -13,4 +13,5 @@ class PosixFileLayer : public FileLayer {
     int status(const QByteArray& path, struct stat* status) override;
     bool applyAttributes(const QByteArray& path, const struct stat& attributes) override;
     void adviseSequential(int fd) override;
+    void startWriteback(int fd, off_t offset, size_t size) override;
 };
