@@ -6,13 +6,15 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTemporaryDir>
-#include <map>
 
 #include "CardFormat.h"
 #include "QVTask.h"
 #include "QVTaskEx.h"
 #include "SampleCard.h"
+#include "TempHome.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -28,41 +30,17 @@ CliRun cli(const QStringList& arguments) {
     task.setStandardOutput(QVTask::Channel::Pipe);
     task.setStandardError(QVTask::Channel::Pipe);
     task.launch();
-    CliRun run;
     QByteArray output;
     for (QByteArray piece = task.readOutput(); !piece.isEmpty(); piece = task.readOutput())
         output += piece;
     for (QByteArray piece = task.readError(); !piece.isEmpty(); piece = task.readError())
         output += piece;
-    run.output = QString::fromUtf8(output);
     task.waitUntilExit();
-    run.status = task.terminationStatus();
-    return run;
-}
-
-std::map<QString, QByteArray> tree(const QString& root, const QStringList& leaveOut) {
-    std::map<QString, QByteArray> files;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QString relative = path.mid(root.size());
-        if (std::any_of(leaveOut.begin(), leaveOut.end(),
-                        [&](const QString& part) { return relative.startsWith(part); }))
-            continue;
-        QFile file(path);
-        file.open(QIODevice::ReadOnly);
-        files[relative] = file.readAll();
-    }
-    return files;
+    return {task.terminationStatus(), QString::fromUtf8(output)};
 }
 
 QString destinationFolder(const QString& output, int index) {
-    int seen = 0;
-    for (const QString& line : output.split(u'\n')) {
-        if (line.startsWith("Destination: ") && seen++ == index)
-            return line.mid(13);
-    }
-    return {};
+    return output.split(u'\n').filter(QRegularExpression("^Destination: ")).value(index).mid(13);
 }
 
 }  // namespace
@@ -89,20 +67,20 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     SampleCard::Options options;
     options.clipBytes = 3 * 1024 * 1024 + 5;
     ASSERT_TRUE(SampleCard::make(CardFormat::P2, card, options));
-    const auto before = tree(card, {});
+    const auto before = TestFiles::tree(card);
 
     const CliRun run = cli({"offload", card, "--dest", dir.filePath("A"), "--dest",
                             dir.filePath("B"), "--checksum", "sha1", "--project", "Feature"});
     ASSERT_EQ(run.status, 0) << run.output.toStdString();
     EXPECT_TRUE(run.output.contains("Card: P2 'CARD' $(x) (P2)"));
     EXPECT_TRUE(run.output.contains("Verdict: verified"));
-    EXPECT_EQ(tree(card, {}), before) << "nothing on the source is written";
+    EXPECT_EQ(TestFiles::tree(card), before) << "nothing on the source is written";
 
-    const auto copied = tree(card, {"/.Trashes", "/.DS_Store"});
+    const auto copied = TestFiles::tree(card, {".Trashes", ".DS_Store"});
     for (int index = 0; index < 2; ++index) {
         const QString folder = destinationFolder(run.output, index);
         ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
-        EXPECT_EQ(tree(folder, {"/checksums.txt"}), copied);
+        EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt"}), copied);
         expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
     }
@@ -128,22 +106,17 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
 }
 
 TEST(Cli, DemoOffloadsASampleCardAndShowsTheManifests) {
-    QTemporaryDir dir;
-    const QByteArray oldTemp = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(dir.path()));
+    TempHome home;
+    home.setEnv("TMPDIR", QFile::encodeName(home.path()));
     const CliRun run = cli({"demo"});
-    qputenv("TMPDIR", oldTemp);
     ASSERT_EQ(run.status, 0) << run.output.toStdString();
     EXPECT_TRUE(run.output.contains("Verdict: verified")) << run.output.toStdString();
-    int manifests = 0;
-    for (const QString& line : run.output.split(u'\n')) {
-        if (!line.startsWith("Manifest: "))
-            continue;
-        ++manifests;
-        EXPECT_TRUE(line.mid(10).startsWith(dir.path()));
+    const QStringList manifests = run.output.split(u'\n').filter(QRegularExpression("^Manifest: "));
+    EXPECT_EQ(manifests.size(), 2);
+    for (const QString& line : manifests) {
+        EXPECT_TRUE(line.mid(10).startsWith(home.path()));
         EXPECT_TRUE(QFileInfo(line.mid(10)).size() > 0) << line.toStdString();
     }
-    EXPECT_EQ(manifests, 2);
 }
 
 TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {

@@ -13,8 +13,3 @@ void FakeClock::advance(std::chrono::milliseconds step) {
     const std::lock_guard lock(mutex_);
     now_ = now_.addMSecs(step.count());
 }
-
-void FakeClock::set(const QDateTime& time) {
-    const std::lock_guard lock(mutex_);
-    now_ = time;
-}

@@ -17,7 +17,6 @@ class FakeClock : public Clock {
 
     /// Moves the clock forward (or back, with a negative step).
     void advance(std::chrono::milliseconds step);
-    void set(const QDateTime& time);
 
   private:
     mutable std::mutex mutex_;

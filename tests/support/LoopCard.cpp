@@ -15,20 +15,11 @@
 
 namespace {
 
-const QStringList kRequiredTools = {
-    QStringLiteral("mkfs.exfat"),
-    QStringLiteral("losetup"),
-    QStringLiteral("mount.exfat-fuse"),
-    QStringLiteral("umount"),
-};
+const QStringList kRequiredTools = {"mkfs.exfat", "losetup", "mount.exfat-fuse", "umount"};
 
 QString fuseUnmountTool() {
     const QString tool = LoopCard::findTool(QStringLiteral("fusermount"));
     return tool.isEmpty() ? LoopCard::findTool(QStringLiteral("fusermount3")) : tool;
-}
-
-int run(const QString& tool, const QStringList& arguments) {
-    return SystemTool::run(tool, arguments);
 }
 
 QString describe(const QString& tool, const QStringList& arguments, int status) {
@@ -44,22 +35,18 @@ QString LoopCard::findTool(const QString& name) {
 }
 
 QString LoopCard::unavailableReason() {
-    if (::geteuid() != 0) {
+    if (::geteuid() != 0)
         return QStringLiteral("needs root to attach loop devices and mount them");
-    }
     for (const QString& node : {QStringLiteral("/dev/loop-control"), QStringLiteral("/dev/fuse")}) {
-        if (!QFileInfo::exists(node)) {
+        if (!QFileInfo::exists(node))
             return QStringLiteral("no %1 on this machine").arg(node);
-        }
     }
     for (const QString& tool : kRequiredTools) {
-        if (findTool(tool).isEmpty()) {
+        if (findTool(tool).isEmpty())
             return QStringLiteral("%1 is not installed").arg(tool);
-        }
     }
-    if (fuseUnmountTool().isEmpty()) {
+    if (fuseUnmountTool().isEmpty())
         return QStringLiteral("fusermount is not installed");
-    }
     return {};
 }
 
@@ -75,9 +62,8 @@ LoopCard::LoopCard(const QString& label, qint64 sizeBytes, const QString& mountP
         return;
     }
     imagePath_ = imageDir_.filePath(QStringLiteral("card.img"));
-    if (create(label, sizeBytes) && attach()) {
+    if (create(label, sizeBytes) && attach())
         mount();
-    }
 }
 
 LoopCard::~LoopCard() {
@@ -89,17 +75,13 @@ LoopCard::~LoopCard() {
 }
 
 bool LoopCard::fail(const QString& message) {
-    if (error_.isEmpty()) {
+    if (error_.isEmpty())
         error_ = message;
-    }
     return false;
 }
 
 // The file system is made in the image file itself, before any device is involved.
 bool LoopCard::create(const QString& label, qint64 sizeBytes) {
-    if (label.size() > kMaximumLabelLength) {
-        return fail(QStringLiteral("label \"%1\" is longer than exFAT allows").arg(label));
-    }
     QFile image(imagePath_);
     if (!image.open(QIODevice::WriteOnly) || !image.resize(sizeBytes)) {
         return fail(
@@ -107,11 +89,10 @@ bool LoopCard::create(const QString& label, qint64 sizeBytes) {
     }
     image.close();
     QStringList arguments;
-    if (!label.isEmpty()) {
+    if (!label.isEmpty())
         arguments << QStringLiteral("-n") << label;
-    }
     arguments << imagePath_;
-    const int status = run(QStringLiteral("mkfs.exfat"), arguments);
+    const int status = SystemTool::run(QStringLiteral("mkfs.exfat"), arguments);
     return status == 0 || fail(describe(QStringLiteral("mkfs.exfat"), arguments, status));
 }
 
@@ -121,9 +102,8 @@ bool LoopCard::attach() {
         QVTaskEx::dataFromTask(findTool(QStringLiteral("losetup")), arguments, nullptr);
     const QString device = output ? QString::fromUtf8(*output).trimmed() : QString();
     static const QRegularExpression loopName(QStringLiteral("^/dev/loop[0-9]+$"));
-    if (!loopName.match(device).hasMatch()) {
+    if (!loopName.match(device).hasMatch())
         return fail(QStringLiteral("losetup did not attach %1: %2").arg(imagePath_, device));
-    }
     device_ = device;
     if (!isOwnLoopDevice()) {
         device_.clear();
@@ -134,35 +114,31 @@ bool LoopCard::attach() {
 
 bool LoopCard::mount() {
     madeMountPoint_ = madeMountPoint_ || !QFileInfo::exists(mountPoint_);
-    if (!QDir().mkpath(mountPoint_)) {
+    if (!QDir().mkpath(mountPoint_))
         return fail(QStringLiteral("cannot make the mount point %1").arg(mountPoint_));
-    }
     const QStringList arguments = {device_, mountPoint_};
-    const int status = run(QStringLiteral("mount.exfat-fuse"), arguments);
-    mounted_ = status == 0 && isMountedNow();
-    return mounted_ || fail(describe(QStringLiteral("mount.exfat-fuse"), arguments, status));
+    const int status = SystemTool::run(QStringLiteral("mount.exfat-fuse"), arguments);
+    return (status == 0 && isMountedNow()) ||
+           fail(describe(QStringLiteral("mount.exfat-fuse"), arguments, status));
 }
 
 // The kernel names the file behind each loop device; a device is only ever handed to a
 // tool when that file is this card's image.
 bool LoopCard::isOwnLoopDevice() const {
-    if (device_.isEmpty()) {
+    if (device_.isEmpty())
         return false;
-    }
     const QString name = QFileInfo(device_).fileName();
     QFile backing(QStringLiteral("/sys/block/%1/loop/backing_file").arg(name));
-    if (!backing.open(QIODevice::ReadOnly)) {
+    if (!backing.open(QIODevice::ReadOnly))
         return false;
-    }
     const QString backingPath = QFile::decodeName(backing.readAll().trimmed());
     const QString ownPath = QFileInfo(imagePath_).canonicalFilePath();
     return !ownPath.isEmpty() && backingPath == ownPath;
 }
 
 bool LoopCard::isMountedNow() const {
-    if (device_.isEmpty()) {
+    if (device_.isEmpty())
         return false;
-    }
     const std::optional<MountEntry> entry = MountTable::entryForMountPoint(mountPoint_);
     return entry && entry->source == device_;
 }
@@ -171,37 +147,31 @@ bool LoopCard::unmount() {
     using namespace std::chrono_literals;
     // A reader that has just closed its files may keep the mount busy for a moment.
     for (int attempt = 0; attempt < 10 && isMountedNow(); ++attempt) {
-        if (attempt > 0) {
+        if (attempt > 0)
             std::this_thread::sleep_for(100ms);
-        }
-        run(QStringLiteral("umount"), {mountPoint_});
+        SystemTool::run(QStringLiteral("umount"), {mountPoint_});
     }
     // Still busy: take it out of the namespace now, as pulling the card would.
-    if (isMountedNow()) {
-        run(QStringLiteral("umount"), {QStringLiteral("-l"), mountPoint_});
-    }
-    if (isMountedNow()) {
-        run(fuseUnmountTool(), {QStringLiteral("-u"), QStringLiteral("-z"), mountPoint_});
-    }
-    mounted_ = isMountedNow();
-    return !mounted_;
+    if (isMountedNow())
+        SystemTool::run(QStringLiteral("umount"), {QStringLiteral("-l"), mountPoint_});
+    if (isMountedNow())
+        SystemTool::run(fuseUnmountTool(),
+                        {QStringLiteral("-u"), QStringLiteral("-z"), mountPoint_});
+    return !isMountedNow();
 }
 
 bool LoopCard::remount() {
-    if (isMountedNow()) {
+    if (isMountedNow())
         return true;
-    }
-    if (!isOwnLoopDevice()) {
+    if (!isOwnLoopDevice())
         return fail(QStringLiteral("the card is no longer attached"));
-    }
     return mount();
 }
 
 // A device still held open (a lazily unmounted card) is let go by the kernel once the
 // last user closes it.
 void LoopCard::detach() {
-    if (isOwnLoopDevice()) {
-        run(QStringLiteral("losetup"), {QStringLiteral("-d"), device_});
-    }
+    if (isOwnLoopDevice())
+        SystemTool::run(QStringLiteral("losetup"), {QStringLiteral("-d"), device_});
     device_.clear();
 }

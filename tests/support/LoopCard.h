@@ -9,8 +9,6 @@
 class LoopCard {
   public:
     static constexpr qint64 kDefaultSize = 64LL * 1024 * 1024;
-    /// exFAT labels hold at most 11 UTF-16 code units.
-    static constexpr int kMaximumLabelLength = 11;
 
     /// Why this machine can't make cards (not root, no loop or FUSE device, a missing
     /// tool); empty when it can.
@@ -33,8 +31,6 @@ class LoopCard {
     /// The loop device holding the file system ("/dev/loopN").
     QString device() const { return device_; }
     QString mountPoint() const { return mountPoint_; }
-    QString imagePath() const { return imagePath_; }
-    bool isMounted() const { return mounted_; }
 
     /// Pulls the card: unmounts, waiting briefly while busy, then detaching it lazily so it
     /// leaves the namespace even with files open. True when it is no longer mounted.
@@ -56,6 +52,5 @@ class LoopCard {
     QString mountPoint_;
     QString device_;
     QString error_;
-    bool mounted_ = false;
     bool madeMountPoint_ = false;
 };

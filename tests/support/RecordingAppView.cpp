@@ -44,17 +44,12 @@ void RecordingAppView::setReloadHook(std::function<void()> hook) {
     reloadHook_ = std::move(hook);
 }
 
-void RecordingAppView::setAutomaticModeSelected(bool selected) {
-    record(QStringLiteral("automatic: %1").arg(selected ? "on" : "off"));
-}
-
 void RecordingAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {
     record(QStringLiteral("ended: %1: %2").arg(volume->name(), volume->statusText()));
 }
 
 int RecordingAppView::showSheet(const SheetRequest& sheet) {
     record(QStringLiteral("sheet: %1 | %2").arg(sheet.message, sheet.informativeText));
-    const std::lock_guard lock(mutex_);
     return sheetAnswer_;
 }
 
@@ -67,20 +62,6 @@ void RecordingAppView::setToolbarState(const ToolbarState& state) {
     record(QStringLiteral("toolbar: %1").arg(state.transferLabel));
     const std::lock_guard lock(mutex_);
     toolbar_ = state;
-}
-
-void RecordingAppView::setBadge(const QString& badge) {
-    record(QStringLiteral("badge: ") + badge);
-}
-void RecordingAppView::setWindowTitle(const QString& title) {
-    record(QStringLiteral("title: ") + title);
-}
-void RecordingAppView::setRemainingSpaceText(const QString& text) {
-    record(QStringLiteral("space: ") + text);
-}
-
-void RecordingAppView::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>&) {
-    record(QStringLiteral("review"));
 }
 
 void RecordingAppView::showInfo(const QString& title,
@@ -103,11 +84,6 @@ QStringList RecordingAppView::events() const {
 void RecordingAppView::setSelectedRows(std::vector<int> rows) {
     const std::lock_guard lock(mutex_);
     selected_ = std::move(rows);
-}
-
-void RecordingAppView::setSheetAnswer(int answer) {
-    const std::lock_guard lock(mutex_);
-    sheetAnswer_ = answer;
 }
 
 ToolbarState RecordingAppView::toolbar() const {
@@ -157,14 +133,4 @@ QStringList RecordingStages::images() const {
 QStringList RecordingStages::verifications() const {
     const std::lock_guard lock(mutex_);
     return verifications_;
-}
-
-void RecordingStages::setCopyResult(bool result) {
-    const std::lock_guard lock(mutex_);
-    copyResult_ = result;
-}
-
-void RecordingStages::setImageResult(bool result) {
-    const std::lock_guard lock(mutex_);
-    imageResult_ = result;
 }

@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -24,13 +25,17 @@ class RecordingAppView : public AppView {
     int showSheet(const SheetRequest& sheet) override;
     std::vector<int> selectedRows() const override;
     void setToolbarState(const ToolbarState& state) override;
-    void setBadge(const QString& badge) override;
-    void setWindowTitle(const QString& title) override;
-    void setRemainingSpaceText(const QString& text) override;
-    void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
+    void setBadge(const QString& badge) override { record("badge: " + badge); }
+    void setWindowTitle(const QString& title) override { record("title: " + title); }
+    void setRemainingSpaceText(const QString& text) override { record("space: " + text); }
+    void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>&) override {
+        record("review");
+    }
     void showInfo(const QString& title,
                   const std::vector<std::pair<QString, QString>>& rows) override;
-    void setAutomaticModeSelected(bool selected) override;
+    void setAutomaticModeSelected(bool on) override {
+        record(on ? "automatic: on" : "automatic: off");
+    }
     /// Recorded as "ended: NAME: STATUS TEXT".
     void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
 
@@ -39,7 +44,7 @@ class RecordingAppView : public AppView {
     /// Waits (serving the main thread) until event is recorded; true when it was, once.
     bool sawOnce(const QString& event) const;
     void setSelectedRows(std::vector<int> rows);
-    void setSheetAnswer(int answer);
+    void setSheetAnswer(int answer) { sheetAnswer_ = answer; }
     /// Runs on every list reload, after it is recorded (a test's way in between two steps).
     void setReloadHook(std::function<void()> hook);
     ToolbarState toolbar() const;
@@ -49,7 +54,7 @@ class RecordingAppView : public AppView {
     mutable std::mutex mutex_;
     QStringList events_;
     std::vector<int> selected_;
-    int sheetAnswer_ = 1;
+    std::atomic<int> sheetAnswer_ = 1;
     ToolbarState toolbar_;
     std::function<void()> reloadHook_;
 };
@@ -81,14 +86,14 @@ class RecordingStages : public TransferStages {
     std::vector<Copy> copies() const;
     QStringList images() const;
     QStringList verifications() const;
-    void setCopyResult(bool result);
-    void setImageResult(bool result);
+    void setCopyResult(bool result) { copyResult_ = result; }
+    void setImageResult(bool result) { imageResult_ = result; }
 
   private:
     mutable std::mutex mutex_;
     std::vector<Copy> copies_;
     QStringList images_;
     QStringList verifications_;
-    bool copyResult_ = true;
-    bool imageResult_ = true;
+    std::atomic<bool> copyResult_ = true;
+    std::atomic<bool> imageResult_ = true;
 };

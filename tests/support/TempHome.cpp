@@ -15,21 +15,18 @@ TempHome::TempHome() {
 
 TempHome::~TempHome() {
     for (const auto& [name, value] : saved_) {
-        if (value.first) {
+        if (value.first)
             qputenv(name.constData(), value.second);
-        } else {
+        else
             qunsetenv(name.constData());
-        }
     }
 }
 
 void TempHome::setEnv(const char* name, const QByteArray& value) {
-    if (saved_.count(name) == 0) {
+    if (saved_.count(name) == 0)
         saved_[name] = {qEnvironmentVariableIsSet(name), qgetenv(name)};
-    }
-    if (value.isNull()) {
+    if (value.isNull())
         qunsetenv(name);
-    } else {
+    else
         qputenv(name, value);
-    }
 }

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <algorithm>
 
 QString TestFiles::write(const QString& path, const QByteArray& bytes) {
     QDir().mkpath(QFileInfo(path).path());
@@ -18,6 +20,19 @@ QString TestFiles::write(const QString& path, const QByteArray& bytes) {
 QByteArray TestFiles::read(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+std::map<QString, QByteArray> TestFiles::tree(const QString& root, const QStringList& leaveOut) {
+    std::map<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString relative = it.next().mid(root.size());
+        const QStringList parts = relative.split(u'/', Qt::SkipEmptyParts);
+        if (std::none_of(parts.begin(), parts.end(),
+                         [&](const QString& part) { return leaveOut.contains(part); }))
+            files[relative] = read(it.filePath());
+    }
+    return files;
 }
 
 QByteArray TestFiles::randomBytes(qsizetype size, quint32 seed) {

@@ -1,9 +1,11 @@
 #pragma once
-// Small file helpers the tests share: make a file (and its folders), read one back, fill one
-// with reproducible noise, or make a large one that costs no disk.
+// Small file helpers the tests share: make a file (and its folders), read one back or a whole
+// tree of them, fill one with reproducible noise, or make a large one that costs no disk.
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
+#include <map>
 
 class TestFiles {
   public:
@@ -12,6 +14,10 @@ class TestFiles {
     static QString write(const QString& path, const QByteArray& bytes = "x");
     /// The file's bytes, or "<missing>".
     static QByteArray read(const QString& path);
+    /// Every file below root, hidden ones too, as path relative to root ("/A/B") -> bytes;
+    /// files with any path component named in leaveOut are left out.
+    static std::map<QString, QByteArray> tree(const QString& root,
+                                              const QStringList& leaveOut = {});
     static QByteArray randomBytes(qsizetype size, quint32 seed);
     /// A sparse file of that size.
     static QString sparse(const QString& path, qint64 size);

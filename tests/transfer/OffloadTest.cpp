@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -18,19 +17,8 @@
 
 namespace {
 
-// Relative path -> content of every file below root, links as their targets' names.
-std::map<QString, QByteArray> snapshot(const QString& root, const QStringList& leaveOut = {}) {
-    std::map<QString, QByteArray> files;
-    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QString relative = path.mid(root.size());
-        if (leaveOut.contains(QFileInfo(path).fileName()))
-            continue;
-        files[relative] = TestFiles::read(path);
-    }
-    return files;
-}
+// What a copy of a card holds: its litter and done-marker are not copied.
+const QStringList kNotCopied = {".DS_Store", ".Trashes", ".cardsweep"};
 
 class OffloadTest : public testing::Test {
   protected:
@@ -56,8 +44,7 @@ class OffloadTest : public testing::Test {
         TestFiles::write(root + "/CONTENTS/PROXY/A001C001.MP4", "proxy");
         TestFiles::write(root + "/.Trashes/junk", "skipped");
         TestFiles::write(root + "/.DS_Store", "skipped");
-        auto volume = QVVolume::volumeWithName(name, root, 0, settings_);
-        return volume;
+        return QVVolume::volumeWithName(name, root, 0, settings_);
     }
     bool offload(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
         controller_->setDataArray(volumes);
@@ -85,23 +72,23 @@ class OffloadTest : public testing::Test {
 TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFiles) {
     makeController();
     const auto volume = card("A001");
-    const auto before = snapshot(volume->path());
+    const auto before = TestFiles::tree(volume->path());
     ASSERT_TRUE(offload({volume}));
     drainWorkers();
     EXPECT_EQ(volume->status(), QVVolume::Done);
 
-    const auto copied = snapshot(volume->path(), {".DS_Store", "junk", ".cardsweep"});
+    const auto copied = TestFiles::tree(volume->path(), kNotCopied);
     const QStringList destinations = volume->destinations();
     ASSERT_EQ(destinations.size(), 2);
     for (const QString& destination : destinations) {
         EXPECT_TRUE(destination.startsWith(work_.filePath("dest")));
-        EXPECT_EQ(snapshot(destination, {"checksums.txt"}), copied);
+        EXPECT_EQ(TestFiles::tree(destination, {"checksums.txt"}), copied);
         const QStringList lines = QString::fromUtf8(TestFiles::read(destination + "/checksums.txt"))
                                       .split(u'\n', Qt::SkipEmptyParts);
         EXPECT_EQ(lines.size(), 4);  // by file name: the two A001C001 files give one line
     }
     // The card gains its done-marker and nothing else, and the view hears of the end once.
-    auto after = snapshot(volume->path());
+    auto after = TestFiles::tree(volume->path());
     EXPECT_EQ(after.erase("/.cardsweep"), 1u);
     EXPECT_EQ(after, before);
     EXPECT_EQ(view_.count("ended: A001: Done"), 1);
@@ -109,7 +96,7 @@ TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFil
     // Named entries only (".Trashes" is skipped), with no manifest and no outcome.
     volume->setDestinations({work_.filePath("files")});
     controller_->copyFilesWithSettings({{"CONTENTS", ".Trashes"}, volume});
-    EXPECT_EQ(snapshot(work_.filePath("files")), copied);
+    EXPECT_EQ(TestFiles::tree(work_.filePath("files")), copied);
     EXPECT_EQ(volume->status(), QVVolume::Copying);
 }
 
@@ -129,8 +116,8 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     }
     for (const QString& destination : litter->destinations())
         EXPECT_EQ(TestFiles::read(destination + "/checksums.txt"), "");
-    EXPECT_EQ(snapshot(second->destinations()[1], {"checksums.txt"}),
-              snapshot(second->path(), {".DS_Store", "junk", ".cardsweep"}));
+    EXPECT_EQ(TestFiles::tree(second->destinations()[1], {"checksums.txt"}),
+              TestFiles::tree(second->path(), kNotCopied));
 }
 
 TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
@@ -138,10 +125,10 @@ TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
     layer.failCreationsUnder(work_.filePath("dest two"));
     makeController(layer);
     const auto volume = card("A001");
-    const auto before = snapshot(volume->path());
+    const auto before = TestFiles::tree(volume->path());
     ASSERT_TRUE(offload({volume}));
     EXPECT_EQ(volume->statusText(), "Error: File copy failed");
-    EXPECT_EQ(snapshot(volume->path()), before) << "no marker on a failed card";
+    EXPECT_EQ(TestFiles::tree(volume->path()), before) << "no marker on a failed card";
     drainWorkers();
     EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | A001 | Transfer Failed"}));
 
@@ -151,11 +138,11 @@ TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
     filling.failWritesAfter("/CONTENTS/CLIP/A001C002.MXF", 3 * 1024 * 1024);
     makeController(filling);
     const auto second = card("B001");
-    const auto untouched = snapshot(second->path());
+    const auto untouched = TestFiles::tree(second->path());
     ASSERT_TRUE(offload({second}));
     EXPECT_EQ(second->statusText(),
               "Error: Verification failure: Source file sizes do not match destination file sizes");
-    EXPECT_EQ(snapshot(second->path()), untouched);
+    EXPECT_EQ(TestFiles::tree(second->path()), untouched);
 }
 
 TEST_F(OffloadTest, ADamagedCopyIsReportedWithEveryFailingDestination) {
@@ -186,7 +173,7 @@ TEST_F(OffloadTest, TransferOnABusyCardCancelsItAndConfirmAndRemoveLeavesNoFolde
     makeController(layer);
     TestFiles::write(work_.filePath("dest one/Untitled Project/earlier card/keep.MXF"));
     const auto volume = card("A001");
-    const auto before = snapshot(volume->path());
+    const auto before = TestFiles::tree(volume->path());
     controller_->setDataArray({volume});
     view_.setSelectedRows({0});
     controller_->transfer();
@@ -209,7 +196,7 @@ TEST_F(OffloadTest, TransferOnABusyCardCancelsItAndConfirmAndRemoveLeavesNoFolde
     for (const QString& folder : reserved)
         EXPECT_FALSE(QFileInfo::exists(folder)) << folder.toStdString();
     EXPECT_TRUE(QFileInfo::exists(work_.filePath("dest one/Untitled Project/earlier card")));
-    EXPECT_EQ(snapshot(volume->path()), before);
+    EXPECT_EQ(TestFiles::tree(volume->path()), before);
     EXPECT_EQ(view_.count("ended: A001: Canceled"), 1);
 }
 
@@ -272,46 +259,42 @@ TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
     EXPECT_EQ(*sizes, (AppController::SizeMap{{"/A.MXF", 6}, {"/link", 5}}));
 }
 
-TEST(OffloadDelegate, ProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
-    QTemporaryDir dir;
-    SettingsStore settings(dir.filePath("settings.plist"));
-    Preferences(settings).registerAndMigrate();
-    RecordingAppView view;
-    RecordingNotifier notifier;
-    AppController controller(settings, view, notifier);
+TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
+    makeController();
     auto volume = std::make_shared<QVVolume>();
     volume->setStatus(QVVolume::Copying);
     volume->setMaxProgressValue(200);
     volume->addDestination("/d1");
     volume->addDestination("/d2");
-    controller.setDataArray({volume});
+    controller_->setDataArray({volume});
 
     auto info = std::make_shared<CopyInfo>();
     info->object = std::weak_ptr<QVVolume>(volume);
     info->source = "/card/a";
-    controller.fileCopyBytesWritten(40, info);
-    controller.fileCopyBytesWritten(60, info);
+    controller_->fileCopyBytesWritten(40, info);
+    controller_->fileCopyBytesWritten(60, info);
     info->source = "/card/b";
-    controller.fileCopyBytesWritten(40, info);
+    controller_->fileCopyBytesWritten(40, info);
     EXPECT_EQ(volume->progressBar().doubleValue, 100) << "each file counts its latest total once";
-    EXPECT_TRUE(waitUntil([&] { return view.events().contains("title: Cardsweep (50%)"); }));
+    EXPECT_TRUE(waitUntil([&] { return view_.events().contains("title: Cardsweep (50%)"); }));
 
     volume->setStatus(QVVolume::Cancelled);
-    EXPECT_FALSE(controller.fileCopyShouldContinue(info));
+    EXPECT_FALSE(controller_->fileCopyShouldContinue(info));
 
     info->destChecksums = QStringList{"aa", "bb"};
     info->sourceChecksum = "aa";
-    controller.fileCopyFinished(info);
+    controller_->fileCopyFinished(info);
     EXPECT_EQ(volume->sourceChecksumDict().at("b"), "aa");
     EXPECT_EQ(volume->destChecksums()[1].at("b"), "bb");
 
     // Quitting asks only while files are being worked on.
     volume->setStatus(QVVolume::Finishing);
-    EXPECT_TRUE(controller.applicationShouldTerminate());
+    EXPECT_TRUE(controller_->applicationShouldTerminate());
     volume->setStatus(QVVolume::Verifying);
-    view.setSheetAnswer(0);
-    EXPECT_FALSE(controller.applicationShouldTerminate());
-    EXPECT_EQ(view.count("sheet: File operations are in progress. Are you sure you wish to quit? | "
-                         "This will cancel any transfers."),
-              1);
+    view_.setSheetAnswer(0);
+    EXPECT_FALSE(controller_->applicationShouldTerminate());
+    EXPECT_EQ(
+        view_.count("sheet: File operations are in progress. Are you sure you wish to quit? | "
+                    "This will cancel any transfers."),
+        1);
 }

@@ -1,16 +1,17 @@
+// Sample cards of each format: recognised, laid out as cameras do, reproducible, exact in
+// size, and never half made.
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
-#include <map>
 #include <set>
 
 #include "CardFormat.h"
 #include "CardsweepVolumeChecker.h"
 #include "SampleCard.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -26,28 +27,6 @@ const char* const kLayouts[][2] = {
     {"A001/A001C001_120101_R1AB.mov", ""},
     {"CONTENTS/CLIPS001/AA0001/AA0001.MXF", "CONTENTS/CLIPS001/AA0001/AA0001.XML"},
 };
-
-QByteArray contents(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// Every entry under root, hidden ones included: relative path -> bytes ("/" for folders).
-std::map<QString, QByteArray> tree(const QString& root) {
-    std::map<QString, QByteArray> entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        entries[QDir(root).relativeFilePath(path)] = it.fileInfo().isDir() ? "/" : contents(path);
-    }
-    return entries;
-}
-
-QStringList entriesOf(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden |
-                                  QDir::System);
-}
 
 SampleCard::Options small(qint64 clipBytes = 1000, quint32 seed = 1) {
     SampleCard::Options options;
@@ -90,22 +69,23 @@ TEST_F(SampleCardTest, EachFormatIsRecognisedLaidOutAndReproducible) {
         EXPECT_EQ(QFileInfo(card + u'/' + clip).size(), 1000);
         EXPECT_TRUE(sidecar.isEmpty() || QFileInfo::exists(card + u'/' + sidecar));
         EXPECT_TRUE(QFileInfo(card + "/.Trashes").isDir());
-        EXPECT_TRUE(contents(card + "/._A.MXF").startsWith(QByteArray("\x00\x05\x16\x07", 4)));
+        EXPECT_TRUE(
+            TestFiles::read(card + "/._A.MXF").startsWith(QByteArray("\x00\x05\x16\x07", 4)));
     }
     EXPECT_EQ(names.size(), std::size(kLayouts));
     EXPECT_TRUE(SampleCard::folderName(CardFormat::Unknown).isEmpty());
 
     // The same seed gives the same bytes everywhere; another seed other clips.
-    const auto first = tree(make(CardFormat::P2, small(1000, 7)));
-    EXPECT_EQ(first, tree(make(CardFormat::P2, small(1000, 7))));
-    EXPECT_NE(first.at(kLayouts[0][0]),
-              tree(make(CardFormat::P2, small(1000, 8))).at(kLayouts[0][0]));
+    const auto first = TestFiles::tree(make(CardFormat::P2, small(1000, 7)));
+    EXPECT_EQ(first, TestFiles::tree(make(CardFormat::P2, small(1000, 7))));
+    const QString clip = u'/' + QLatin1String(kLayouts[0][0]);
+    EXPECT_NE(first.at(clip), TestFiles::read(make(CardFormat::P2, small(1000, 8)) + clip));
 
     // The reel takes the card's name, whatever characters it holds.
     const QString odd = QString::fromUtf8("A 'b\"$(x) %1 -n <&>");
     const QString arri = make(CardFormat::ARRI, small(10), odd);
     EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(arri), int(CardFormat::ARRI));
-    EXPECT_TRUE(contents(arri + u'/' + odd + u'/' + odd + "_FCP.xml")
+    EXPECT_TRUE(TestFiles::read(arri + u'/' + odd + u'/' + odd + "_FCP.xml")
                     .contains("<name>A 'b&quot;$(x) %1 -n &lt;&amp;&gt;</name>"));
 }
 
@@ -114,10 +94,10 @@ TEST_F(SampleCardTest, ClipsHaveExactlyTheBytesAskedForEachInItsOwnStream) {
     for (const qint64 size : {qint64(0), qint64(9), qint64(1) << 20 | 3}) {
         SCOPED_TRACE(size);
         const QString card = make(CardFormat::EOSHD, small(size));
-        const QByteArray bytes = contents(card + "/DCIM/100EOS5D/MVI_0001.MOV");
+        const QByteArray bytes = TestFiles::read(card + "/DCIM/100EOS5D/MVI_0001.MOV");
         EXPECT_EQ(bytes.size(), size);
         // No two clips share their bytes, or copies would hide behind one another.
-        EXPECT_TRUE(size == 0 || bytes != contents(card + "/DCIM/100EOS5D/MVI_0002.MOV"));
+        EXPECT_TRUE(size == 0 || bytes != TestFiles::read(card + "/DCIM/100EOS5D/MVI_0002.MOV"));
     }
 }
 
@@ -132,7 +112,8 @@ TEST_F(SampleCardTest, RefusesUnusableRootsAndLeavesNothingHalfMade) {
         EXPECT_FALSE(SampleCard::make(CardFormat::P2, root, small(), &error)) << root.toStdString();
         EXPECT_FALSE(error.isEmpty());
     }
-    EXPECT_EQ(entriesOf(busy), QStringList{".hidden"});
+    EXPECT_EQ(QDir(busy).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+              QStringList{".hidden"});
 
     // Options a card can't have, and an ARRI reel name too short to name its movies.
     SampleCard::Options none = small();
