@@ -1,3 +1,5 @@
+// The copy engine: every byte to every destination with digests that agree with the system's
+// tools, progress and cancelling, failure paths that protect data, and copied attributes.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -52,10 +54,6 @@ class RecordingDelegate : public CopyDelegate {
     const int cancelAt_;
 };
 
-QString toolDigest(const QString& tool, const QString& path) {
-    return QVTaskEx::stringFromTask(tool, {path}).section(u' ', 0, 0);
-}
-
 }  // namespace
 
 TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
@@ -85,7 +83,8 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
         ASSERT_TRUE(delegate.finished);
         const CopyInfo& info = *delegate.finished;
         EXPECT_EQ(std::any_cast<int>(info.object), 7);
-        EXPECT_EQ(info.sourceChecksum, toolDigest(c.tool, source));
+        EXPECT_EQ(info.sourceChecksum,
+                  QVTaskEx::stringFromTask(c.tool, {source}).section(u' ', 0, 0));
         EXPECT_EQ(info.destChecksums, QStringList(c.destinations, *info.sourceChecksum));
         // Under 40 MiB: no report in the loop, one at the end, never a question.
         EXPECT_EQ(delegate.events,
@@ -206,27 +205,28 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     const QString source = TestFiles::write(dir.filePath("src.mov"), "data");
     TestFiles::write(dir.filePath("plainfile"), "x");
     SystemLog::Capture log;
+    const auto copy = [&](const QString& from, const QStringList& to,
+                          FileLayer& layer = FileLayer::posix()) {
+        return QVFileManager::copyFileWithProgress(from, to, VerificationType::MD5, nullptr, {}, {},
+                                                   layer);
+    };
 
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(dir.filePath("gone.mov"), {dir.filePath("o")},
-                                                     VerificationType::MD5, nullptr));
+    EXPECT_FALSE(copy(dir.filePath("gone.mov"), {dir.filePath("o")}));
     EXPECT_TRUE(log.contains("Error: File " + dir.filePath("gone.mov") +
                              " doesn't exist. Aborting copy process..."));
-    EXPECT_FALSE(
-        QVFileManager::copyFileWithProgress(source, QStringList(), VerificationType::MD5, nullptr));
+    EXPECT_FALSE(copy(source, {}));
     EXPECT_TRUE(
         log.contains("Error: You must have at least one destination. Aborting copy process..."));
 
     const QString blocked = dir.filePath("plainfile/sub");
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(source, {dir.filePath("ok/a"), blocked + "/a"},
-                                                     VerificationType::MD5, nullptr));
+    EXPECT_FALSE(copy(source, {dir.filePath("ok/a"), blocked + "/a"}));
     EXPECT_TRUE(log.contains("Unable to copy file " + source + " - destination directory " +
                              blocked + " doesn't exist. Aborting copy process..."));
     EXPECT_TRUE(QFileInfo(dir.filePath("ok")).isDir()) << "earlier folders stay";
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("ok/a")));
 
     QDir().mkpath(dir.filePath("isafolder"));
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(
-        source, {dir.filePath("ok/b"), dir.filePath("isafolder")}, VerificationType::MD5, nullptr));
+    EXPECT_FALSE(copy(source, {dir.filePath("ok/b"), dir.filePath("isafolder")}));
     EXPECT_TRUE(log.contains("Error: Unable to open destination file " + dir.filePath("isafolder") +
                              ". Aborting copy process..."));
     const QFileInfo earlier(dir.filePath("ok/b"));
@@ -234,8 +234,7 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
 
     FaultyFileLayer layer;
     layer.failOpens(source);
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(
-        source, {dir.filePath("ok/c")}, VerificationType::MD5, nullptr, {}, {}, layer));
+    EXPECT_FALSE(copy(source, {dir.filePath("ok/c")}, layer));
     EXPECT_TRUE(
         log.contains("Error: Unable to read source file " + source + ". Aborting copy process..."));
 }

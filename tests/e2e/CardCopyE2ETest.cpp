@@ -28,7 +28,7 @@ class FailureRecorder : public CopyDelegate {
 
 class CardCopyE2ETest : public CardTest {};
 
-TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCard) {
+TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCardThatFillsUp) {
     const auto card = mountCard("A001 CARD");
     ASSERT_TRUE(card);
     const QString root = card->mountPoint();
@@ -44,15 +44,12 @@ TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCard) {
         << "a move never replaces another file";
     EXPECT_EQ(TestFiles::read(root + "/DCIM/clip.mov"), "clip");
     EXPECT_EQ(TestFiles::read(root + "/DCIM/other.mov"), "other");
-}
 
-TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
-    const auto card = mountCard("FULL");
-    ASSERT_TRUE(card);
+    // Filled up, the card's copy is reported and the other copy is whole.
     const QByteArray clip = TestFiles::randomBytes(80 * 1024 * 1024 + 11, 1);
     const QString source = workPath("source/A001C001.MXF");
     TestFiles::write(source, clip);
-    const QString onCard = card->mountPoint() + "/CLIP/A001C001.MXF";
+    const QString onCard = root + "/CLIP/A001C001.MXF";
     const QString onDisk = workPath("backup/CLIP/A001C001.MXF");
 
     SystemLog::Capture log;
@@ -64,34 +61,28 @@ TEST_F(CardCopyE2ETest, ACardThatFillsUpIsReportedAndTheOtherCopyIsWhole) {
 }
 
 TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
-    const auto first = mountCard("CARD_A");
-    const auto second = mountCard("CARD_B");
-    ASSERT_TRUE(first && second);
-    const QByteArray a = TestFiles::randomBytes(20 * 1024 * 1024 + 3, 2);
-    const QByteArray b = TestFiles::randomBytes(12 * 1024 * 1024 + 5, 3);
-    TestFiles::write(first->mountPoint() + "/CLIP/A.MXF", a);
-    TestFiles::write(second->mountPoint() + "/CLIP/B.MXF", b);
-
+    const std::unique_ptr<LoopCard> cards[2] = {mountCard("CARD_A"), mountCard("CARD_B")};
+    ASSERT_TRUE(cards[0] && cards[1]);
+    const QByteArray clips[2] = {TestFiles::randomBytes(20 * 1024 * 1024 + 3, 2),
+                                 TestFiles::randomBytes(12 * 1024 * 1024 + 5, 3)};
+    const auto copyOf = [&](const char* destination, int c) {
+        return workPath(QStringLiteral("%1/%2/clip.MXF").arg(destination).arg(c));
+    };
     bool results[2] = {};
     FailureRecorder delegates[2];
-    std::thread copyA([&] {
-        results[0] = QVFileManager::copyFileWithProgress(
-            first->mountPoint() + "/CLIP/A.MXF",
-            {workPath("d1/CARD_A/A.MXF"), workPath("d2/CARD_A/A.MXF")}, VerificationType::SHA1,
-            &delegates[0]);
-    });
-    std::thread copyB([&] {
-        results[1] = QVFileManager::copyFileWithProgress(
-            second->mountPoint() + "/CLIP/B.MXF",
-            {workPath("d1/CARD_B/B.MXF"), workPath("d2/CARD_B/B.MXF")}, VerificationType::SHA1,
-            &delegates[1]);
-    });
-    copyA.join();
-    copyB.join();
-    EXPECT_TRUE(results[0] && results[1]);
-    EXPECT_TRUE(delegates[0].failed.isEmpty() && delegates[1].failed.isEmpty());
-    for (const char* destination : {"d1", "d2"}) {
-        EXPECT_EQ(TestFiles::read(workPath(QString::fromLatin1(destination) + "/CARD_A/A.MXF")), a);
-        EXPECT_EQ(TestFiles::read(workPath(QString::fromLatin1(destination) + "/CARD_B/B.MXF")), b);
+    std::vector<std::thread> copies;
+    for (int c = 0; c < 2; ++c) {
+        const QString source = cards[c]->mountPoint() + "/CLIP/clip.MXF";
+        TestFiles::write(source, clips[c]);
+        copies.emplace_back([&, c, source] {
+            results[c] = QVFileManager::copyFileWithProgress(
+                source, {copyOf("d1", c), copyOf("d2", c)}, VerificationType::SHA1, &delegates[c]);
+        });
+    }
+    for (int c = 0; c < 2; ++c) {
+        copies[c].join();
+        EXPECT_TRUE(results[c] && delegates[c].failed.isEmpty());
+        EXPECT_EQ(TestFiles::read(copyOf("d1", c)), clips[c]);
+        EXPECT_EQ(TestFiles::read(copyOf("d2", c)), clips[c]);
     }
 }

@@ -1,5 +1,5 @@
 // Cards on real loop devices: cardsweep-cli watch seeing one mounted, transferring, verifying
-// and ejecting it; and the controller's erase, with its refusals.
+// and ejecting it; the controller's erase, with its refusals; a card pulled mid-transfer.
 #include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
@@ -123,9 +123,9 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
 }
 
 TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
-    const auto cardCard = mountCard("OLD CARD");
-    ASSERT_TRUE(cardCard);
-    LoopCard& card = *cardCard;
+    const auto oldCard = mountCard("OLD CARD");
+    ASSERT_TRUE(oldCard);
+    LoopCard& card = *oldCard;
     SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     RecordingAppView view;
@@ -139,12 +139,12 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     controller.setDestinationList({{1, card.mountPoint() + "/Backups"}});
     controller.eraseVolumeOnThread(volume);
     controller.eraseVolumeOnThread(folder);
-    EXPECT_EQ(view.count("sheet: Unable to erase volume 'day: 2*' | The volume may not exist or "
-                         "may be read-only."),
-              1);
-    EXPECT_EQ(view.count("sheet: Unable to erase volume 'FOLDER' | The volume may not exist or may "
-                         "be read-only."),
-              1);
+    for (const char* name : {"day: 2*", "FOLDER"}) {
+        EXPECT_EQ(view.count(QStringLiteral("sheet: Unable to erase volume '%1' | The volume may "
+                                            "not exist or may be read-only.")
+                                 .arg(name)),
+                  1);
+    }
 
     controller.setDestinationList({{1, workPath("dest")}});
     view.setSelectedRows({0});
@@ -172,34 +172,30 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
 }
 
 TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {
-    const auto pulledCard = mountCard("PULLED");
-    ASSERT_TRUE(pulledCard);
-    LoopCard& pulled = *pulledCard;
-    const auto nextCard = mountCard("NEXT");
-    ASSERT_TRUE(nextCard);
-    LoopCard& next = *nextCard;
-    for (const LoopCard* card : {&pulled, &next}) {
+    const auto pulled = mountCard("PULLED");
+    const auto next = mountCard("NEXT");
+    ASSERT_TRUE(pulled && next);
+    for (const LoopCard* card : {pulled.get(), next.get()})
         TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV",
                          TestFiles::randomBytes(24 * 1024 * 1024, 3));
-    }
     SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
     settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
     FaultyFileLayer layer;
-    layer.slowReads(pulled.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
+    layer.slowReads(pulled->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
     RecordingAppView view;
     RecordingNotifier notifier;
     AppController controller(settings, view, notifier, nullptr, Clock::system(), layer);
     controller.setDestinationList({{1, workPath("dest")}});
-    controller.volumeDidMount(pulled.mountPoint());
-    controller.volumeDidMount(next.mountPoint());
+    controller.volumeDidMount(pulled->mountPoint());
+    controller.volumeDidMount(next->mountPoint());
     const auto first = controller.dataArray()[0];
     const auto second = controller.dataArray()[1];
     ASSERT_TRUE(waitUntil([&] { return first->status() == QVVolume::Copying; }));
 
-    ASSERT_TRUE(pulled.unmount());
-    controller.volumeDidUnmount(pulled.mountPoint());
+    ASSERT_TRUE(pulled->unmount());
+    controller.volumeDidUnmount(pulled->mountPoint());
     ASSERT_TRUE(waitUntil([&] { return second->status() == QVVolume::Done; }))
         << first->statusText().toStdString() << " / " << second->statusText().toStdString();
     drainWorkers();

@@ -38,9 +38,8 @@ bool spinUntil(const Predicate& done) {
     wake.start(50);
     const QDeadlineTimer deadline(kPatience);
     while (!done()) {
-        if (deadline.hasExpired()) {
+        if (deadline.hasExpired())
             return false;
-        }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
     return true;

@@ -1,3 +1,5 @@
+// The controller's queue, destination choice, reservations, done-marker, discovery and
+// automatic mode, with the copy stages recorded instead of run.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -5,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <set>
 #include <thread>
 
@@ -41,9 +44,6 @@ class AppControllerTest : public testing::Test {
         return QVVolume::volumeWithName(name, path, 0, settings_, clock_);
     }
     QString dest(const QString& name) const { return work_.filePath("dest/" + name); }
-    void useDestinations(const std::vector<DestinationEntry>& list) {
-        controller_->setDestinationList(list);
-    }
     bool copiesReach(std::size_t count) {
         return waitUntil([&] { return stages_.copies().size() >= count; });
     }
@@ -61,7 +61,7 @@ class AppControllerTest : public testing::Test {
 
 TEST_F(AppControllerTest, AdmitsUpToTheConcurrencyLimitAndStartsTheNextWhenATurnEnds) {
     settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
-    useDestinations({{1, dest("A")}});
+    controller_->setDestinationList({{1, dest("A")}});
     const auto first = card("A001"), second = card("A002"), third = card("A003");
     for (const auto& volume : {first, second, third})
         controller_->addVolumeToQueue(volume);
@@ -96,7 +96,7 @@ TEST_F(AppControllerTest, AdmitsUpToTheConcurrencyLimitAndStartsTheNextWhenATurn
 }
 
 TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
-    useDestinations({{1, dest("A")}, {1, dest("B")}});
+    controller_->setDestinationList({{1, dest("A")}, {1, dest("B")}});
     const auto onlyB = card("A001");
     onlyB->setOutputs(QStringList{dest("B")});
     controller_->addVolumeToQueue(onlyB);
@@ -107,14 +107,14 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
     EXPECT_TRUE(QFileInfo(chosen[0]).isDir()) << "file mode makes the folder";
     controller_->releaseSlot(*onlyB);
 
-    useDestinations({{1, dest("A")}, {0, dest("B")}});
+    controller_->setDestinationList({{1, dest("A")}, {0, dest("B")}});
     controller_->addVolumeToQueue(onlyB);
     ASSERT_TRUE(copiesReach(2));
     EXPECT_TRUE(stages_.copies()[1].destinations.isEmpty()) << "its destination is unticked";
     controller_->releaseSlot(*onlyB);
 
     // Nothing ticked: the user is told, and the worker still runs with no destinations.
-    useDestinations({{0, dest("A")}});
+    controller_->setDestinationList({{0, dest("A")}});
     const auto untouched = card("A002");
     controller_->addVolumeToQueue(untouched);
     ASSERT_TRUE(copiesReach(3));
@@ -127,7 +127,7 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
     controller_->releaseSlot(*untouched);
 
     // An empty list is repaired with the default destination, and the repair is stored.
-    useDestinations({});
+    controller_->setDestinationList({});
     const auto repaired = card("A003");
     controller_->addVolumeToQueue(repaired);
     ASSERT_TRUE(copiesReach(4));
@@ -187,7 +187,6 @@ TEST_F(AppControllerTest, TheMarkerMarksACardDoneOnlyWhileNothingIsNewer) {
 
     controller_->checkDoneFlagForVolume(volume);
     EXPECT_EQ(volume->status(), QVVolume::Done);
-    EXPECT_EQ(volume->statusText(), "Done");
 
     volume->setStatus(QVVolume::Idle);
     volume->setIsFolder(true);
@@ -203,7 +202,7 @@ TEST_F(AppControllerTest, TheMarkerMarksACardDoneOnlyWhileNothingIsNewer) {
 
 TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
     settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
-    useDestinations({{1, dest("A")}});
+    controller_->setDestinationList({{1, dest("A")}});
     const auto gone = card("GONE");
     const auto next = card("NEXT");
     QDir(gone->path()).removeRecursively();
@@ -219,7 +218,7 @@ TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
 }
 
 TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
-    useDestinations({{1, dest("A")}, {1, dest("B")}});
+    controller_->setDestinationList({{1, dest("A")}, {1, dest("B")}});
     const auto volume = card("A001");
     TestFiles::write(volume->path() + "/.cardsweep", "");
     TestFiles::write(volume->path() + "/.Trashes/junk", QByteArray(100, 'j'));
@@ -244,11 +243,10 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
     controller_->addVolumeToQueue(volume);
     ASSERT_TRUE(waitUntil([&] { return stages_.verifications().size() == 2; }));
-    QStringList verified = stages_.verifications();
-    verified.sort();  // each image is verified on a thread of its own
-    QStringList images = stages_.images();
-    images.sort();
-    EXPECT_EQ(images, verified);
+    // Each image is verified on a thread of its own, so in any order.
+    const QStringList images = stages_.images(), verified = stages_.verifications();
+    EXPECT_TRUE(
+        std::is_permutation(images.begin(), images.end(), verified.begin(), verified.end()));
     EXPECT_EQ(controller_->reservedFileQueue(), stages_.images()) << "held until the end";
     controller_->removeFromReservedFileQueue(stages_.images());
 
@@ -291,14 +289,11 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
 TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
     TempHome home;
     home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
-    useDestinations({{1, work_.filePath("cards/RAID/Media")}, {1, dest("home")}});
-    card("RAID");
-    card("RAID 2");
-    card("NO NAME");
+    controller_->setDestinationList({{1, work_.filePath("cards/RAID/Media")}, {1, dest("home")}});
     settings_.setObject(SettingsKey::ignoredVolumes,
                         PropertyList(PropertyList::Array{PropertyList(QString("NO NAME"))}));
     for (const char* name : {"RAID", "RAID 2", "NO NAME"})
-        controller_->volumeDidMount(work_.filePath("cards/") + name);
+        controller_->volumeDidMount(card(name)->path());
     std::vector<QString> listed;
     for (const auto& volume : controller_->dataArray())
         listed.push_back(volume->name());
@@ -328,7 +323,7 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
 TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     TempHome home;
     home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
-    useDestinations({{1, dest("A")}});
+    controller_->setDestinationList({{1, dest("A")}});
     settings_.setObject("cardsweepEnabled", PropertyList(qint64(1)));
     TestFiles::write(work_.filePath("cards/EOS/DCIM/100EOS5D/MVI_0001.MOV"));
     TestFiles::write(work_.filePath("cards/USB/notes.txt"));
@@ -347,15 +342,15 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     // Switched on again, the automatic mode queues the recognised cards left cancelled.
     controller_->releaseSlot(*eos);
     eos->setStatus(QVVolume::Cancelled);
-    controller_->toggleCardsweep();
-    EXPECT_FALSE(controller_->cardsweepEnabled());
+    controller_->toggleCardsweep();  // off
     controller_->toggleCardsweep();
     ASSERT_TRUE(copiesReach(2));
     EXPECT_EQ(stages_.copies()[1].volume, eos);
     drainWorkers();
 
     // Start-up: the toolbar off, the automatic mode shown on, an offline drive named once.
-    useDestinations({{1, work_.filePath("cards/RAID/A")}, {1, work_.filePath("cards/RAID/B")}});
+    controller_->setDestinationList(
+        {{1, work_.filePath("cards/RAID/A")}, {1, work_.filePath("cards/RAID/B")}});
     controller_->startUp({"cardsweep", "-cardsweepVolume", work_.filePath("cards/NONE")});
     EXPECT_FALSE(view_.toolbar().transferEnabled || view_.toolbar().infoEnabled);
     EXPECT_EQ(view_.events().filter("automatic:"),
