@@ -6,12 +6,14 @@
 #include <QCoreApplication>
 
 #include "DetachedThreads.h"
+#include "QVLog.h"
 #include "TempHome.h"
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const TempHome home;
     QCoreApplication app(argc, argv);
+    QVLog::createNewLog();  // so what the code under test logs has a file to go to
     const int status = RUN_ALL_TESTS();
     DetachedThreads::joinAll();
     return status;
