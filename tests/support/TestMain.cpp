@@ -16,5 +16,7 @@ int main(int argc, char** argv) {
     QVLog::createNewLog();  // so what the code under test logs has a file to go to
     const int status = RUN_ALL_TESTS();
     DetachedThreads::joinAll();
+    // The writer must be done before the statics it formats with are torn down.
+    QVLog::sharedController().willTerminate();
     return status;
 }
