@@ -187,26 +187,30 @@ QString MetadataNaming::date(const QDateTime& local) {
 
 MetadataValues MetadataNaming::populateDefaultMetadata(SettingsStore& settings, const Clock& clock,
                                                        const QString& userName) {
-    const PropertyList stored = settings.object(SettingsKey::metadata);
-    if (stored.type() != PropertyList::Type::Array) {
-        QVLog::appendLog(u"Metadata fields setting is not a list; the volume gets no metadata");
-        return {};
-    }
-    std::vector<MetadataField> fields = MetadataField::listFrom(stored);
-    const QDateTime now = clock.now();
     MetadataValues values;
-    for (MetadataField& field : fields) {
-        QString value = initialValue(field, now, userName);
-        if (hasType(field, MetadataFieldType::IncrementingNumber)) {
-            // The stored default always holds the last number handed out.
-            field.defaultVal = value;
-            settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+    // Numbers are handed out under the settings file's lock: two processes listing cards at
+    // once never get the same one.
+    settings.transaction([&] {
+        const PropertyList stored = settings.object(SettingsKey::metadata);
+        if (stored.type() != PropertyList::Type::Array) {
+            QVLog::appendLog(u"Metadata fields setting is not a list; the volume gets no metadata");
+            return;
         }
-        if (field.title == kDayTitle) {
-            value = applyDayRule(value, settings, now);
+        std::vector<MetadataField> fields = MetadataField::listFrom(stored);
+        const QDateTime now = clock.now();
+        for (MetadataField& field : fields) {
+            QString value = initialValue(field, now, userName);
+            if (hasType(field, MetadataFieldType::IncrementingNumber)) {
+                // The stored default always holds the last number handed out.
+                field.defaultVal = value;
+                settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+            }
+            if (field.title == kDayTitle) {
+                value = applyDayRule(value, settings, now);
+            }
+            values[field.identifier()] = value.isNull() ? QStringLiteral("") : value;
         }
-        values[field.identifier()] = value.isNull() ? QStringLiteral("") : value;
-    }
+    });
     return values;
 }
 

@@ -29,8 +29,8 @@ class MetadataNaming {
     /// A new volume's values, one per field of the settings' `metadata` array. Each
     /// incrementing field takes its next number, which is saved at once as that field's
     /// default. A field titled "Day" counts one up when the last transfer fell on another
-    /// day of the month. REQUIRES: callers sharing `settings` do not run this at the same
-    /// time (the incrementing defaults are read, changed and written back).
+    /// day of the month. The defaults are read, changed and written back in one settings
+    /// transaction, so concurrent callers (other processes too) get numbers of their own.
     static MetadataValues populateDefaultMetadata(SettingsStore& settings, const Clock& clock,
                                                   const QString& userName);
 

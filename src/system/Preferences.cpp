@@ -46,6 +46,7 @@ PropertyList::Dictionary Preferences::registeredDefaults() {
         {SettingsKey::actionGrowl, 1},
         {SettingsKey::actionBounceDock, 1},
         {SettingsKey::metadata, defaultMetadata()},
+        {SettingsKey::inlineVerification, 0},
     };
 }
 

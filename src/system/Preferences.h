@@ -40,6 +40,9 @@ inline constexpr const char* recentProjectPaths = "recentProjectPaths";
 inline constexpr const char* ignoredVolumes = "ignoredVolumes";
 inline constexpr const char* failureCounts = "failureCounts";
 inline constexpr const char* lastTransferDate = "lastTransferDate";
+// 1: copies are checked by reading each write back at once (the page cache may answer) instead
+// of from their medium once flushed.
+inline constexpr const char* inlineVerification = "inlineVerification";
 inline constexpr const char* destinations = "destinations";  // obsolete, migrated
 }  // namespace SettingsKey
 

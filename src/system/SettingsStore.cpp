@@ -1,9 +1,16 @@
 #include "SettingsStore.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <cerrno>
+#include <memory>
 
+#include "QVFormat.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
 
@@ -31,17 +38,54 @@ void SettingsStore::load() {
     const QString keptPath = path_ + QStringLiteral(".corrupt");
     QFile::remove(keptPath);
     if (QFile::copy(path_, keptPath)) {
-        QVLog::appendLog(
-            u"Settings file %@ could not be read; kept it as %@ and started from "
-            u"the defaults",
+        loadProblem_ = QVFormat::format(
+            u"Settings file %@ could not be read; kept it as %@ and started from the defaults",
             path_, keptPath);
-        return;
+    } else {
+        writable_ = false;
+        loadProblem_ = QVFormat::format(
+            u"Settings file %@ could not be read or copied aside; settings will not be saved "
+            u"this session",
+            path_);
     }
-    writable_ = false;
-    QVLog::appendLog(
-        u"Settings file %@ could not be read or copied aside; settings will not "
-        u"be saved this session",
-        path_);
+    QVLog::appendLog(u"%@", loadProblem_);
+}
+
+QString SettingsStore::loadProblem() const {
+    const std::lock_guard lock(mutex_);
+    return loadProblem_;
+}
+
+// What another process saved since is taken in; a file that can't be read now changes nothing.
+void SettingsStore::reload() {
+    if (!writable_)
+        return;
+    PropertyList::ReadStatus status = PropertyList::ReadStatus::Ok;
+    const PropertyList contents = PropertyList::readFile(path_, &status);
+    if (status == PropertyList::ReadStatus::Ok && contents.type() == PropertyList::Type::Dictionary)
+        stored_ = contents.toDictionary();
+}
+
+void SettingsStore::transaction(const std::function<void()>& change) {
+    const std::lock_guard inProcess(transactionMutex_);
+    if (depth_++ == 0) {
+        QDir().mkpath(QFileInfo(path_).absolutePath());
+        lockFd_ = ::open(QFile::encodeName(path_ + QStringLiteral(".lock")).constData(),
+                         O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        // Without a lock file (a read-only folder) nothing can be saved anyway.
+        while (lockFd_ >= 0 && ::flock(lockFd_, LOCK_EX) != 0 && errno == EINTR) {
+        }
+        const std::lock_guard lock(mutex_);
+        reload();
+    }
+    const std::shared_ptr<void> release(nullptr, [this](void*) {
+        if (--depth_ > 0 || lockFd_ < 0)
+            return;
+        ::flock(lockFd_, LOCK_UN);
+        ::close(lockFd_);
+        lockFd_ = -1;
+    });
+    change();
 }
 
 void SettingsStore::registerDefaults(const PropertyList::Dictionary& defaults) {
@@ -85,14 +129,16 @@ bool SettingsStore::hasStoredValue(const QString& key) const {
 }
 
 void SettingsStore::setObject(const QString& key, const PropertyList& value) {
-    const std::lock_guard lock(mutex_);
-    overrides_.erase(key);
-    if (value.isAbsent()) {
-        stored_.erase(key);
-    } else {
-        stored_[key] = value;
-    }
-    writeLocked();
+    transaction([&] {
+        const std::lock_guard lock(mutex_);
+        overrides_.erase(key);
+        if (value.isAbsent()) {
+            stored_.erase(key);
+        } else {
+            stored_[key] = value;
+        }
+        writeLocked();
+    });
 }
 
 void SettingsStore::remove(const QString& key) {
@@ -100,8 +146,12 @@ void SettingsStore::remove(const QString& key) {
 }
 
 bool SettingsStore::synchronize() {
-    const std::lock_guard lock(mutex_);
-    return writeLocked();
+    bool written = false;
+    transaction([&] {
+        const std::lock_guard lock(mutex_);
+        written = writeLocked();
+    });
+    return written;
 }
 
 // REQUIRES: mutex_ is held.

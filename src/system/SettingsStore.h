@@ -1,9 +1,11 @@
 #pragma once
 // The per-user defaults store: values kept in an XML property-list file over defaults
 // registered in memory. A key that is neither stored nor registered reads as absent
-// (0 / NO / empty). Every write goes to disk at once, atomically. Thread-safe.
+// (0 / NO / empty). Every write goes to disk at once, atomically, under a lock on the file
+// shared with other processes, after reading back what they wrote. Thread-safe.
 
 #include <QString>
+#include <functional>
 #include <mutex>
 
 #include "PropertyList.h"
@@ -43,8 +45,17 @@ class SettingsStore {
     /// Writes the stored values; false (and a log line) when the file can't be written.
     bool synchronize();
 
+    /// Runs `change` holding the settings file's lock, with the stored values freshly read from
+    /// the file, so a read-modify-write (a counter handed out) is whole across processes too.
+    /// Transactions nest; other threads' wait.
+    void transaction(const std::function<void()>& change);
+
+    /// Why the file couldn't be read when the store was made; empty when it could.
+    QString loadProblem() const;
+
   private:
     void load();
+    void reload();  // REQUIRES: mutex_ is held
     bool writeLocked();
 
     const QString path_;
@@ -53,4 +64,9 @@ class SettingsStore {
     PropertyList::Dictionary registered_;  // guarded by mutex_
     PropertyList::Dictionary overrides_;   // guarded by mutex_
     bool writable_ = true;  // guarded by mutex_; off when a bad file could not be kept aside
+    QString loadProblem_;   // guarded by mutex_
+
+    std::recursive_mutex transactionMutex_;  // one transaction at a time in this process
+    int depth_ = 0;                          // guarded by transactionMutex_
+    int lockFd_ = -1;                        // guarded by transactionMutex_
 };
