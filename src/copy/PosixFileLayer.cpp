@@ -1,12 +1,17 @@
 #include "PosixFileLayer.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 
 FileLayer& FileLayer::posix() {
     static PosixFileLayer layer;  // stateless
@@ -73,4 +78,79 @@ void PosixFileLayer::adviseSequential(int fd) {
 
 void PosixFileLayer::startWriteback(int fd, off_t offset, size_t size) {
     ::sync_file_range(fd, offset, off_t(size), SYNC_FILE_RANGE_WRITE);
+}
+
+int PosixFileLayer::linkStatus(const QByteArray& path, struct stat* status) {
+    return ::lstat(path.constData(), status);
+}
+
+int PosixFileLayer::flushRange(int fd, off_t offset, size_t size) {
+    return ::sync_file_range(
+        fd, offset, off_t(size),
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+}
+
+int PosixFileLayer::flushData(int fd) {
+    return ::fdatasync(fd);
+}
+
+int PosixFileLayer::flushFileSystem(int fd) {
+    return ::syncfs(fd);
+}
+
+void PosixFileLayer::dropCache(int fd, off_t offset, size_t size) {
+    ::posix_fadvise(fd, offset, off_t(size), POSIX_FADV_DONTNEED);
+}
+
+bool PosixFileLayer::needsFileFlush(int fd) {
+    constexpr decltype(statfs::f_type) kFuseMagic = 0x65735546;
+    struct statfs figures {};
+    return ::fstatfs(fd, &figures) == 0 && figures.f_type == kFuseMagic;
+}
+
+int PosixFileLayer::listFolder(const QByteArray& path, std::vector<Entry>* entries) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.constData()), ::closedir);
+    if (!folder)
+        return -1;
+    entries->clear();
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(folder.get());
+        if (!entry)
+            return errno == 0 ? 0 : -1;
+        const QByteArray name(entry->d_name);
+        if (name != "." && name != "..")
+            entries->push_back({name});
+    }
+}
+
+int PosixFileLayer::readLink(const QByteArray& path, QByteArray* target) {
+    QByteArray text(PATH_MAX, Qt::Uninitialized);
+    const ssize_t length = ::readlink(path.constData(), text.data(), size_t(text.size()));
+    if (length < 0)
+        return -1;
+    text.truncate(length);
+    *target = text;
+    return 0;
+}
+
+int PosixFileLayer::makeLink(const QByteArray& target, const QByteArray& path) {
+    return ::symlink(target.constData(), path.constData());
+}
+
+int PosixFileLayer::makeFolder(const QByteArray& path) {
+    return ::mkdir(path.constData(), 0777);
+}
+
+int PosixFileLayer::removeFile(const QByteArray& path) {
+    return ::unlink(path.constData());
+}
+
+int PosixFileLayer::rename(const QByteArray& from, const QByteArray& to) {
+    return ::rename(from.constData(), to.constData());
+}
+
+int PosixFileLayer::setTimes(const QByteArray& path, const struct stat& attributes) {
+    const timespec times[2] = {attributes.st_atim, attributes.st_mtim};
+    return ::utimensat(AT_FDCWD, path.constData(), times, AT_SYMLINK_NOFOLLOW);
 }

@@ -1,6 +1,7 @@
 #include "FaultyFileLayer.h"
 
 #include <QFile>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -14,15 +15,138 @@ int FaultyFileLayer::track(int fd, const QByteArray& path) {
     return fd;
 }
 
+bool FaultyFileLayer::gone(const QByteArray& path, bool lookingAtIt) const {
+    const bool pulled = cardBytesLeft_ == 0 && path.startsWith(cardRoot_ + '/');
+    if (pulled || faultsForPath(path).vanished) {
+        errno = lookingAtIt ? ENOENT : ENODEV;
+        return true;
+    }
+    return false;
+}
+
 int FaultyFileLayer::openRead(const QByteArray& path) {
     {
         const std::lock_guard lock(mutex_);
+        if (gone(path, true))
+            return -1;
         if (faultsForPath(path).openFails) {
             errno = EACCES;
             return -1;
         }
     }
     return track(PosixFileLayer::openRead(path), path);
+}
+
+void FaultyFileLayer::refuseLinksUnder(const QString& folder) {
+    const std::lock_guard lock(mutex_);
+    linklessFolder_ = QFile::encodeName(folder) + '/';
+}
+
+void FaultyFileLayer::pullCardAfter(const QString& root, off_t bytes) {
+    const std::lock_guard lock(mutex_);
+    cardRoot_ = QFile::encodeName(root);
+    cardBytesLeft_ = bytes;
+}
+
+int FaultyFileLayer::status(const QByteArray& path, struct stat* status) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (gone(path, true))
+            return -1;
+    }
+    const int result = PosixFileLayer::status(path, status);
+    const std::lock_guard lock(mutex_);
+    // What is left where a pulled card was mounted: an empty folder of another file system.
+    if (result == 0 && cardBytesLeft_ == 0 && path == cardRoot_)
+        status->st_dev ^= 1;
+    return result;
+}
+
+int FaultyFileLayer::linkStatus(const QByteArray& path, struct stat* status) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (gone(path, true))
+            return -1;
+    }
+    return PosixFileLayer::linkStatus(path, status);
+}
+
+int FaultyFileLayer::listFolder(const QByteArray& path, std::vector<Entry>* entries) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (gone(path, true))
+            return -1;
+        if (cardBytesLeft_ == 0 && path == cardRoot_) {
+            entries->clear();
+            return 0;
+        }
+    }
+    return PosixFileLayer::listFolder(path, entries);
+}
+
+int FaultyFileLayer::makeLink(const QByteArray& target, const QByteArray& path) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!linklessFolder_.isEmpty() && path.startsWith(linklessFolder_)) {
+            errno = EPERM;
+            return -1;
+        }
+    }
+    return PosixFileLayer::makeLink(target, path);
+}
+
+int FaultyFileLayer::flushRange(int fd, off_t offset, size_t size) {
+    if (const int error = faultsFor(fd).flushError) {
+        errno = error;
+        return -1;
+    }
+    return PosixFileLayer::flushRange(fd, offset, size);
+}
+
+int FaultyFileLayer::flushData(int fd) {
+    if (const int error = faultsFor(fd).flushError) {
+        errno = error;
+        return -1;
+    }
+    return PosixFileLayer::flushData(fd);
+}
+
+int FaultyFileLayer::flushFileSystem(int fd) {
+    {
+        const std::lock_guard lock(mutex_);
+        ++fileSystemFlushes_;
+    }
+    if (const int error = faultsFor(fd).flushError) {
+        errno = error;
+        return -1;
+    }
+    return PosixFileLayer::flushFileSystem(fd);
+}
+
+void FaultyFileLayer::dropCache(int fd, off_t offset, size_t size) {
+    {
+        const std::lock_guard lock(mutex_);
+        ++cacheDrops_;
+        if (const auto path = open_.find(fd); path != open_.end())
+            dropped_.insert(path->second);
+    }
+    PosixFileLayer::dropCache(fd, offset, size);
+}
+
+int FaultyFileLayer::cacheDrops() const {
+    const std::lock_guard lock(mutex_);
+    return cacheDrops_;
+}
+
+int FaultyFileLayer::fileSystemFlushes() const {
+    const std::lock_guard lock(mutex_);
+    return fileSystemFlushes_;
+}
+
+QByteArray FaultyFileLayer::pathOf(int fd) const {
+    const std::lock_guard lock(mutex_);
+    const auto path = open_.find(fd);
+    return path == open_.end() ? QByteArray() : path->second;
 }
 
 void FaultyFileLayer::failCreationsUnder(const QString& folder) {
@@ -71,6 +195,7 @@ bool FaultyFileLayer::applyAttributes(const QByteArray& path, const struct stat&
 
 ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {
     const Faults faults = faultsFor(fd);
+    const QByteArray path = pathOf(fd);
     if (faults.readDelayMs > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(faults.readDelayMs));
     if (faults.readLimit >= 0 && offset + off_t(size) > faults.readLimit) {
@@ -80,11 +205,33 @@ ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {
         }
         size = size_t(faults.readLimit - offset);
     }
-    return PosixFileLayer::read(fd, buffer, size, offset);
+    bool onMedium = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (cardBytesLeft_ >= 0 && path.startsWith(cardRoot_ + '/')) {
+            if (cardBytesLeft_ == 0) {
+                errno = ENODEV;
+                return -1;
+            }
+            size = std::min(size, size_t(cardBytesLeft_));
+            cardBytesLeft_ -= off_t(size);
+        }
+        onMedium = dropped_.count(path) > 0;
+    }
+    const ssize_t n = PosixFileLayer::read(fd, buffer, size, offset);
+    const off_t at = faults.mediumCorruptAt;
+    if (onMedium && n > 0 && at >= offset && at < offset + n)
+        static_cast<char*>(buffer)[at - offset] ^= char(0xFF);
+    return n;
 }
 
 ssize_t FaultyFileLayer::write(int fd, const void* buffer, size_t size, off_t offset) {
     const Faults faults = faultsFor(fd);
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto path = open_.find(fd); path != open_.end())
+            dropped_.erase(path->second);  // the cache holds what was written again
+    }
     if (faults.writeLimit >= 0 && offset + off_t(size) > faults.writeLimit) {
         if (offset >= faults.writeLimit) {
             errno = ENOSPC;

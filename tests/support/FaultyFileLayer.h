@@ -1,13 +1,15 @@
 #pragma once
 // The real file system with faults injected by path (or by the ending of paths): a disk that
-// fills up after some bytes, a write that lands corrupted, a card that stops answering part-way
-// through a read, a file that can't be opened or given its attributes.
+// fills up after some bytes, a write that lands corrupted, a medium that stores something else
+// than the cache shows, a card that stops answering part-way through or is pulled, a file that
+// vanishes, can't be opened, flushed or given its attributes, a file system without links.
 
 #include <QByteArray>
 #include <QFile>
 #include <QString>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "PosixFileLayer.h"
 
@@ -31,22 +33,52 @@ class FaultyFileLayer : public PosixFileLayer {
     void failAttributes(const QString& path) { set(path, &Faults::attributesFail, true); }
     /// Files can't be created under this folder any more (ENOSPC), as on a full disk.
     void failCreationsUnder(const QString& folder);
+    /// The medium holds this byte inverted: reads show it once the file's cached pages were
+    /// dropped (until it is written again), as a disk that corrupts what it stores.
+    void corruptOnMediumAt(const QString& path, off_t offset) {
+        set(path, &Faults::mediumCorruptAt, offset);
+    }
+    /// Flushing the file (or, given a folder, the file system through it) fails with this errno.
+    void failFlushes(const QString& path, int error) { set(path, &Faults::flushError, error); }
+    /// The file is gone: it can't be looked at or opened (ENOENT).
+    void vanish(const QString& path) { set(path, &Faults::vanished, true); }
+    /// Links can't be made under this folder (EPERM), as on exFAT.
+    void refuseLinksUnder(const QString& folder);
+    /// Once this many bytes were read from files under the card's root (0: at once), the card is
+    /// gone: nothing under it can be read, listed or looked at, and the root is an empty folder
+    /// on another device.
+    void pullCardAfter(const QString& root, off_t bytes);
 
     int openRead(const QByteArray& path) override;
     int openReadWrite(const QByteArray& path) override;
     ssize_t read(int fd, void* buffer, size_t size, off_t offset) override;
     ssize_t write(int fd, const void* buffer, size_t size, off_t offset) override;
     int close(int fd) override;
+    int status(const QByteArray& path, struct stat* status) override;
+    int linkStatus(const QByteArray& path, struct stat* status) override;
     bool applyAttributes(const QByteArray& path, const struct stat& attributes) override;
+    int flushRange(int fd, off_t offset, size_t size) override;
+    int flushData(int fd) override;
+    int flushFileSystem(int fd) override;
+    void dropCache(int fd, off_t offset, size_t size) override;
+    int listFolder(const QByteArray& path, std::vector<Entry>* entries) override;
+    int makeLink(const QByteArray& target, const QByteArray& path) override;
+
+    /// How many times the cache of any file was dropped, and file systems flushed whole.
+    int cacheDrops() const;
+    int fileSystemFlushes() const;
 
   private:
     struct Faults {
         off_t writeLimit = -1;
         off_t corruptAt = -1;
+        off_t mediumCorruptAt = -1;
         off_t readLimit = -1;
         int readDelayMs = 0;
+        int flushError = 0;
         bool openFails = false;
         bool attributesFail = false;
+        bool vanished = false;
     };
     template <typename T>
     void set(const QString& path, T Faults::*fault, T value) {
@@ -55,10 +87,19 @@ class FaultyFileLayer : public PosixFileLayer {
     }
     Faults faultsFor(int fd) const;
     Faults faultsForPath(const QByteArray& path) const;  // REQUIRES: mutex_ is held
+    QByteArray pathOf(int fd) const;
     int track(int fd, const QByteArray& path);
+    /// True (errno set) when the path is on a pulled card or vanished.
+    bool gone(const QByteArray& path, bool lookingAtIt) const;
 
     mutable std::mutex mutex_;
     std::map<QByteArray, Faults> faults_;  // guarded by mutex_
     std::map<int, QByteArray> open_;       // guarded by mutex_
     QByteArray fullFolder_;                // guarded by mutex_
+    QByteArray linklessFolder_;            // guarded by mutex_
+    QByteArray cardRoot_;                  // guarded by mutex_
+    off_t cardBytesLeft_ = -1;             // guarded by mutex_; 0: pulled
+    std::set<QByteArray> dropped_;         // guarded by mutex_: read from the medium now
+    int cacheDrops_ = 0;                   // guarded by mutex_
+    int fileSystemFlushes_ = 0;            // guarded by mutex_
 };

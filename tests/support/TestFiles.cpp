@@ -1,6 +1,8 @@
 #include "TestFiles.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <QDir>
 #include <QDirIterator>
@@ -8,6 +10,9 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <algorithm>
+#include <vector>
+
+#include "FileLayer.h"
 
 QString TestFiles::write(const QString& path, const QByteArray& bytes) {
     QDir().mkpath(QFileInfo(path).path());
@@ -33,6 +38,37 @@ std::map<QString, QByteArray> TestFiles::tree(const QString& root, const QString
             files[relative] = read(it.filePath());
     }
     return files;
+}
+
+std::map<QByteArray, QByteArray> TestFiles::exactTree(const QByteArray& root,
+                                                      const QList<QByteArray>& leaveOut) {
+    std::map<QByteArray, QByteArray> entries;
+    std::vector<FileLayer::Entry> names;
+    if (FileLayer::posix().listFolder(root, &names) != 0)
+        return entries;
+    for (const FileLayer::Entry& entry : names) {
+        if (leaveOut.contains(entry.name))
+            continue;
+        const QByteArray path = root + '/' + entry.name;
+        const QByteArray relative = '/' + entry.name;
+        struct stat status {};
+        ::lstat(path.constData(), &status);
+        if (S_ISLNK(status.st_mode)) {
+            QByteArray target;
+            FileLayer::posix().readLink(path, &target);
+            entries[relative] = "-> " + target;
+        } else if (S_ISDIR(status.st_mode)) {
+            entries[relative] = "/";
+            for (const auto& [below, content] : exactTree(path, leaveOut))
+                entries[relative + below] = content;
+        } else {
+            QFile file;
+            const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+            file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+            entries[relative] = file.readAll();
+        }
+    }
+    return entries;
 }
 
 QByteArray TestFiles::randomBytes(qsizetype size, quint32 seed) {

@@ -18,6 +18,10 @@ class TestFiles {
     /// files with any path component named in leaveOut are left out.
     static std::map<QString, QByteArray> tree(const QString& root,
                                               const QStringList& leaveOut = {});
+    /// Every entry below root as the file system holds it, names as bytes: a file's bytes, a
+    /// link's "-> target", a folder's "/"; entries named in leaveOut (at any depth) left out.
+    static std::map<QByteArray, QByteArray> exactTree(const QByteArray& root,
+                                                      const QList<QByteArray>& leaveOut = {});
     static QByteArray randomBytes(qsizetype size, quint32 seed);
     /// A sparse file of that size.
     static QString sparse(const QString& path, qint64 size);

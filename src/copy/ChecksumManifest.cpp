@@ -1,0 +1,223 @@
+#include "ChecksumManifest.h"
+
+#include <sys/stat.h>
+
+#include <QRandomGenerator>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "PathText.h"
+
+namespace {
+
+bool needsEscape(const QByteArray& name) {
+    return name.contains('\\') || name.contains('\n') || name.contains('\r') ||
+           !PathText::isValidUtf8(name);
+}
+
+// Escapes byte by byte; a valid multi-byte character passes whole.
+QByteArray escape(const QByteArray& name) {
+    static constexpr char digits[] = "0123456789abcdef";
+    QByteArray out;
+    out.reserve(name.size() + 8);
+    for (qsizetype i = 0; i < name.size();) {
+        const char c = name[i];
+        if (c == '\\' || c == '\n' || c == '\r') {
+            out += c == '\\' ? "\\\\" : c == '\n' ? "\\n" : "\\r";
+            ++i;
+            continue;
+        }
+        if (const int length = PathText::utf8SequenceLength(name, i); length > 0) {
+            out += name.mid(i, length);
+            i += length;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        out += "\\x";
+        out += digits[byte >> 4];
+        out += digits[byte & 15];
+        ++i;
+    }
+    return out;
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+std::optional<QByteArray> unescape(const QByteArray& text) {
+    QByteArray out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out += text[i];
+            continue;
+        }
+        if (++i >= text.size())
+            return std::nullopt;
+        switch (text[i]) {
+            case '\\':
+                out += '\\';
+                break;
+            case 'n':
+                out += '\n';
+                break;
+            case 'r':
+                out += '\r';
+                break;
+            case 'x': {
+                const int high = i + 1 < text.size() ? hexValue(text[i + 1]) : -1;
+                const int low = i + 2 < text.size() ? hexValue(text[i + 2]) : -1;
+                if (high < 0 || low < 0)
+                    return std::nullopt;
+                out += char(high * 16 + low);
+                i += 2;
+                break;
+            }
+            default:
+                return std::nullopt;
+        }
+    }
+    return out;
+}
+
+bool isDigestField(const QByteArray& field) {
+    if (field == ChecksumManifest::kFailed || field == ChecksumManifest::kIncomplete)
+        return true;
+    if (field.isEmpty())
+        return false;
+    for (const char c : field) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')))
+            return false;
+    }
+    return true;
+}
+
+QByteArray candidate(int index) {
+    if (index == 0)
+        return ChecksumManifest::kFileName;
+    if (index == 1)
+        return ChecksumManifest::kAlternateFileName;
+    return QByteArrayLiteral("checksums (Cardsweep) ") + QByteArray::number(index) + ".txt";
+}
+
+bool exists(FileLayer& layer, const QByteArray& path) {
+    struct stat status {};
+    return layer.linkStatus(path, &status) == 0;
+}
+
+QString describeError(const char* what, int code) {
+    return QStringLiteral("%1: %2").arg(QLatin1String(what),
+                                        QString::fromLocal8Bit(std::strerror(code)));
+}
+
+// Writes, flushes and reads the file back from the medium; the reason on failure.
+std::optional<QString> writeWhole(FileLayer& layer, int fd, const QByteArray& contents) {
+    for (qsizetype done = 0; done < contents.size();) {
+        const ssize_t n =
+            layer.write(fd, contents.constData() + done, size_t(contents.size() - done), done);
+        if (n <= 0)
+            return describeError("write", n < 0 ? errno : ENOSPC);
+        done += n;
+    }
+    if (layer.flushData(fd) != 0)
+        return describeError("flush", errno);
+    layer.dropCache(fd, 0, 0);
+    QByteArray back(contents.size() + 1, Qt::Uninitialized);
+    qsizetype got = 0;
+    for (;;) {
+        const ssize_t n = layer.read(fd, back.data() + got, size_t(back.size() - got), got);
+        if (n < 0)
+            return describeError("read back", errno);
+        if (n == 0 || (got += n) == back.size())
+            break;
+    }
+    back.truncate(got);
+    if (back != contents)
+        return QStringLiteral("read back: the medium holds something else than was written");
+    return std::nullopt;
+}
+
+}  // namespace
+
+QByteArray ChecksumManifest::encode(const Line& line) {
+    if (!needsEscape(line.name))
+        return line.digest + '\t' + line.name + '\n';
+    return '\\' + line.digest + '\t' + escape(line.name) + '\n';
+}
+
+std::optional<ChecksumManifest::Line> ChecksumManifest::decode(QByteArray line) {
+    const bool escaped = line.startsWith('\\');
+    if (escaped)
+        line.remove(0, 1);
+    const qsizetype tab = line.indexOf('\t');
+    if (tab <= 0)
+        return std::nullopt;
+    Line decoded{line.left(tab), line.mid(tab + 1)};
+    if (!isDigestField(decoded.digest))
+        return std::nullopt;
+    if (!escaped)
+        return decoded;
+    const std::optional<QByteArray> name = unescape(decoded.name);
+    if (!name)
+        return std::nullopt;
+    decoded.name = *name;
+    return decoded;
+}
+
+QByteArray ChecksumManifest::nameFor(FileLayer& layer, const QByteArray& folder) {
+    for (int index = 0;; ++index) {
+        if (!exists(layer, folder + '/' + candidate(index)))
+            return candidate(index);
+    }
+}
+
+QByteArray ChecksumManifest::find(FileLayer& layer, const QByteArray& folder) {
+    // Ours is the first name that was free when it was written: the last one present.
+    int index = 0;
+    while (exists(layer, folder + '/' + candidate(index + 1)))
+        ++index;
+    return candidate(index);
+}
+
+bool ChecksumManifest::write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,
+                             QString* error) {
+    const qsizetype slash = path.lastIndexOf('/');
+    const QByteArray folder = path.left(slash);
+    const QByteArray temporary = folder + "/." + path.mid(slash + 1) + '.' +
+                                 QByteArray::number(QRandomGenerator::global()->generate(), 16);
+    const int fd = layer.openReadWrite(temporary);
+    if (fd < 0) {
+        *error = describeError("create", errno);
+        return false;
+    }
+    std::optional<QString> failure = writeWhole(layer, fd, contents);
+    if (layer.close(fd) != 0 && !failure)
+        failure = describeError("close", errno);
+    if (!failure && layer.rename(temporary, path) != 0)
+        failure = describeError("rename", errno);
+    if (failure) {
+        layer.removeFile(temporary);
+        *error = *failure;
+        return false;
+    }
+    // The new name itself must survive a power cut before anyone is told it exists.
+    const int folderFd = layer.openRead(folder);
+    if (folderFd >= 0) {
+        const bool flushed = layer.flushData(folderFd) == 0;
+        const int code = errno;
+        layer.close(folderFd);
+        if (!flushed) {
+            *error = describeError("flush folder", code);
+            return false;
+        }
+    }
+    return true;
+}

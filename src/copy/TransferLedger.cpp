@@ -1,0 +1,205 @@
+#include "TransferLedger.h"
+
+#include <QHash>
+#include <QSet>
+
+#include "ChecksumManifest.h"
+#include "PathText.h"
+
+namespace {
+
+int hexValue(QChar c) {
+    const char16_t u = c.unicode();
+    if (u >= '0' && u <= '9')
+        return u - '0';
+    if (u >= 'a' && u <= 'f')
+        return u - 'a' + 10;
+    return -1;
+}
+
+}  // namespace
+
+TransferLedger::TransferLedger(std::size_t destinations)
+    : destinations_(destinations), manifestNames_(destinations) {}
+
+TransferLedger::Digest TransferLedger::parse(const QString& hex) {
+    Digest digest;
+    if (hex.size() % 2 != 0 || hex.size() > qsizetype(digest.bytes.size() * 2))
+        return digest;
+    for (qsizetype i = 0; i < hex.size(); i += 2) {
+        const int high = hexValue(hex[i]);
+        const int low = hexValue(hex[i + 1]);
+        if (high < 0 || low < 0)
+            return {};
+        digest.bytes[std::size_t(i / 2)] = static_cast<unsigned char>(high * 16 + low);
+    }
+    digest.length = static_cast<unsigned char>(hex.size() / 2);
+    return digest;
+}
+
+QByteArray TransferLedger::hex(const Digest& digest) {
+    return QByteArray(reinterpret_cast<const char*>(digest.bytes.data()), digest.length).toHex();
+}
+
+void TransferLedger::recordFile(const QByteArray& relativePath, std::uint64_t size,
+                                const QString& sourceDigest,
+                                const QStringList& destinationDigests) {
+    const Digest source = parse(sourceDigest);
+    const std::lock_guard lock(mutex_);
+    files_.push_back({relativePath, size, source});
+    for (std::size_t d = 0; d < destinations_; ++d) {
+        const Digest copy = qsizetype(d) < destinationDigests.size()
+                                ? parse(destinationDigests[qsizetype(d)])
+                                : Digest();
+        if (copy != source || source.length == 0)
+            mismatches_.push_back({files_.size() - 1, d, copy});
+    }
+}
+
+void TransferLedger::recordFailure(const QByteArray& relativePath, int destination,
+                                   const QString& reason) {
+    const std::lock_guard lock(mutex_);
+    failures_.push_back({relativePath, destination, reason});
+}
+
+void TransferLedger::recordLink(const QByteArray& relativePath, const QByteArray& target) {
+    const std::lock_guard lock(mutex_);
+    links_.push_back({relativePath, target});
+}
+
+void TransferLedger::recordInterruption(const QString& reason) {
+    const std::lock_guard lock(mutex_);
+    if (!interruption_)
+        interruption_ = reason;
+}
+
+std::vector<TransferLedger::Failure> TransferLedger::failures() const {
+    const std::lock_guard lock(mutex_);
+    return failures_;
+}
+
+std::vector<TransferLedger::Link> TransferLedger::links() const {
+    const std::lock_guard lock(mutex_);
+    return links_;
+}
+
+std::optional<QString> TransferLedger::interruption() const {
+    const std::lock_guard lock(mutex_);
+    return interruption_;
+}
+
+bool TransferLedger::hasProblems() const {
+    const std::lock_guard lock(mutex_);
+    return interruption_ || !failures_.empty() || !mismatches_.empty();
+}
+
+bool TransferLedger::failedOn(std::size_t destination) const {
+    if (interruption_)
+        return true;
+    for (const Failure& failure : failures_) {
+        if (failure.destination == kAllDestinations ||
+            std::size_t(failure.destination) == destination)
+            return true;
+    }
+    for (const Mismatch& mismatch : mismatches_) {
+        if (mismatch.destination == destination)
+            return true;
+    }
+    return false;
+}
+
+bool TransferLedger::isComplete(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    return destination < destinations_ && !failedOn(destination);
+}
+
+std::uint64_t TransferLedger::filesVerified(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    std::uint64_t bad = 0;
+    for (const Mismatch& mismatch : mismatches_)
+        bad += mismatch.destination == destination ? 1 : 0;
+    return files_.size() - bad;
+}
+
+std::uint64_t TransferLedger::bytesVerified(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    std::uint64_t total = 0;
+    for (const File& file : files_)
+        total += file.size;
+    for (const Mismatch& mismatch : mismatches_) {
+        if (mismatch.destination == destination)
+            total -= files_[mismatch.file].size;
+    }
+    return total;
+}
+
+std::vector<std::pair<QByteArray, QByteArray>> TransferLedger::linesFor(
+    std::size_t destination) const {
+    QSet<QByteArray> failedPaths;
+    for (const Failure& failure : failures_) {
+        if (failure.destination == kAllDestinations ||
+            std::size_t(failure.destination) == destination)
+            failedPaths.insert(failure.path);
+    }
+    QSet<std::size_t> damaged;
+    for (const Mismatch& mismatch : mismatches_) {
+        if (mismatch.destination == destination)
+            damaged.insert(mismatch.file);
+    }
+
+    std::vector<std::pair<QByteArray, QByteArray>> lines;  // (digest, name)
+    QHash<QByteArray, std::size_t> lineOfName;
+    const auto put = [&](const QByteArray& path, const QByteArray& digest) {
+        const QByteArray name = PathText::fileName(path);
+        const auto found = lineOfName.constFind(name);
+        if (found == lineOfName.constEnd()) {
+            lineOfName.insert(name, lines.size());
+            lines.emplace_back(digest, name);
+        } else if (lines[*found].first != ChecksumManifest::kFailed) {
+            lines[*found].first = digest;
+        }
+    };
+    // A copy that read back different from the card is listed as failed, never with its own
+    // digest: a manifest must not vouch for damage.
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+        const File& file = files_[i];
+        const bool failed =
+            failedPaths.contains(file.path) || damaged.contains(i) || file.digest.length == 0;
+        put(file.path, failed ? ChecksumManifest::kFailed : hex(file.digest));
+        failedPaths.remove(file.path);
+    }
+    for (const Failure& failure : failures_) {
+        if (failedPaths.remove(failure.path))
+            put(failure.path, ChecksumManifest::kFailed);
+    }
+    return lines;
+}
+
+QByteArray TransferLedger::manifest(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    QByteArray text;
+    for (const auto& [digest, name] : linesFor(destination))
+        text += ChecksumManifest::encode({digest, name});
+    if (interruption_)
+        text += ChecksumManifest::encode({ChecksumManifest::kIncomplete, interruption_->toUtf8()});
+    return text;
+}
+
+std::map<QString, QString> TransferLedger::digestsByName(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    std::map<QString, QString> digests;
+    for (const auto& [digest, name] : linesFor(destination))
+        digests[PathText::display(name)] = QString::fromLatin1(digest);
+    return digests;
+}
+
+QByteArray TransferLedger::manifestName(std::size_t destination) const {
+    const std::lock_guard lock(mutex_);
+    return destination < manifestNames_.size() ? manifestNames_[destination] : QByteArray();
+}
+
+void TransferLedger::setManifestName(std::size_t destination, const QByteArray& name) {
+    const std::lock_guard lock(mutex_);
+    if (destination < manifestNames_.size())
+        manifestNames_[destination] = name;
+}

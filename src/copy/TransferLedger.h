@@ -1,0 +1,98 @@
+#pragma once
+// What one file-mode transfer did, file by file and destination by destination: the digests a
+// manifest is written from, every file that failed and why, the links copied as links, and
+// whether the transfer reached the end of the card. Append-only and compact (a card of 100,000
+// files costs a few megabytes), so recording is constant time. Thread-safe.
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <array>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+class TransferLedger {
+  public:
+    /// Any destination: the source itself failed.
+    static constexpr int kAllDestinations = -1;
+
+    struct Failure {
+        QByteArray path;  // relative to the card's root, "/..."
+        int destination;  // index, or kAllDestinations
+        QString reason;
+    };
+    struct Link {
+        QByteArray path;
+        QByteArray target;
+    };
+
+    explicit TransferLedger(std::size_t destinations);
+
+    std::size_t destinationCount() const { return destinations_; }
+
+    /// A file read whole from the card: its size, the source's digest (hex) and the digest of
+    /// what each destination holds ("" for none), in destination order.
+    void recordFile(const QByteArray& relativePath, std::uint64_t size, const QString& sourceDigest,
+                    const QStringList& destinationDigests);
+    void recordFailure(const QByteArray& relativePath, int destination, const QString& reason);
+    void recordLink(const QByteArray& relativePath, const QByteArray& target);
+    /// The transfer couldn't go on (the card went): whatever wasn't copied reached no
+    /// destination. The first reason is kept.
+    void recordInterruption(const QString& reason);
+
+    std::vector<Failure> failures() const;
+    std::vector<Link> links() const;
+    std::optional<QString> interruption() const;
+    bool hasProblems() const;
+
+    /// Every file reached the destination and read back with the source's digest.
+    bool isComplete(std::size_t destination) const;
+    std::uint64_t filesVerified(std::size_t destination) const;
+    std::uint64_t bytesVerified(std::size_t destination) const;
+
+    /// The destination's manifest: "digest TAB name" by file name (a later file of a name
+    /// replaces an earlier one; a name that failed anywhere stays FAILED), then INCOMPLETE
+    /// when the transfer was interrupted. Lines follow the order files were copied in.
+    QByteArray manifest(std::size_t destination) const;
+    /// The destination's digests by file name (text), as the manifest lists them.
+    std::map<QString, QString> digestsByName(std::size_t destination) const;
+
+    /// The manifest's file name in the destination, once chosen (empty before).
+    QByteArray manifestName(std::size_t destination) const;
+    void setManifestName(std::size_t destination, const QByteArray& name);
+
+  private:
+    struct Digest {
+        std::array<unsigned char, 20> bytes{};
+        unsigned char length = 0;
+        bool operator==(const Digest& other) const = default;
+    };
+    struct File {
+        QByteArray path;
+        std::uint64_t size = 0;
+        Digest digest;
+    };
+    struct Mismatch {
+        std::size_t file;
+        std::size_t destination;
+        Digest digest;  // length 0: the destination holds none
+    };
+    static Digest parse(const QString& hex);
+    static QByteArray hex(const Digest& digest);
+    // REQUIRES: mutex_ is held.
+    bool failedOn(std::size_t destination) const;
+    // The winning entry per name, in copy order; REQUIRES: mutex_ is held.
+    std::vector<std::pair<QByteArray, QByteArray>> linesFor(std::size_t destination) const;
+
+    const std::size_t destinations_;
+    mutable std::mutex mutex_;
+    std::vector<File> files_;                // guarded by mutex_
+    std::vector<Mismatch> mismatches_;       // guarded by mutex_
+    std::vector<Failure> failures_;          // guarded by mutex_
+    std::vector<Link> links_;                // guarded by mutex_
+    std::optional<QString> interruption_;    // guarded by mutex_
+    std::vector<QByteArray> manifestNames_;  // guarded by mutex_
+};
