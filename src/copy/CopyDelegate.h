@@ -1,6 +1,7 @@
 #pragma once
-// What the copy engine tells its caller, on the copying thread and in order. Every message has
-// a default, so a delegate overrides only what it cares about.
+// What the copy engine tells its caller, in order, on the copying thread (and, for copies checked
+// from their medium, on the read-back's thread once they are read back). Every message has a
+// default, so a delegate overrides only what it cares about.
 
 #include <cstdint>
 #include <memory>
@@ -27,7 +28,16 @@ class CopyDelegate {
         static_cast<void>(info);
         static_cast<void>(file);
     }
-    /// Once, at the very end of a successful copy.
+    /// A copy that can't be trusted for a reason worth naming: the source couldn't be read
+    /// (destination < 0), or that destination couldn't be created, written, stored on its medium
+    /// or read back. Sent before the copy's end (fileCopyFinished, or a false result).
+    virtual void fileCopyProblem(const std::shared_ptr<CopyInfo>& info, int destination,
+                                 const QString& reason) {
+        static_cast<void>(info);
+        static_cast<void>(destination);
+        static_cast<void>(reason);
+    }
+    /// Once, at the very end of a copy whose source was read whole.
     virtual void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) {
         static_cast<void>(info);
     }

@@ -1,8 +1,13 @@
 #pragma once
-// Copies one source file to any number of destinations in a single read pass, with digests of
-// the source and of every copy as read back, reporting to a delegate. Runs on the caller's
-// thread and blocks until the file is done. Messages go to the system log.
+// Copies one source file to any number of destinations in a single read pass, with the source's
+// digest made on the way. Each copy is checked either inline (every write read back at once,
+// which the page cache may answer) or, given a MediaReadBack, from its medium after it is
+// written: then the digests, mismatches and fileCopyFinished come once it is read back, on the
+// read-back's thread. Runs on the caller's thread and blocks until the bytes are written.
+// Messages go to the system log.
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <any>
@@ -15,6 +20,7 @@
 #include "CopyInfo.h"
 #include "CopyPipeline.h"
 #include "FileLayer.h"
+#include "MediaReadBack.h"
 
 class CopyEngine {
   public:
@@ -22,26 +28,36 @@ class CopyEngine {
     static constexpr std::uint64_t kPassSize = CopyPipeline::kPassSize;
     static_assert(kProgressInterval % CopyPipeline::kBlockSize == 0);
 
-    CopyEngine(FileLayer& layer, CopyDelegate* delegate);
+    CopyEngine(FileLayer& layer, CopyDelegate* delegate, MediaReadBack* readBack = nullptr);
 
-    /// True when every byte reached every destination (a digest mismatch is told to the
-    /// delegate, not through the result); false on a failed check, open, short copy, cancel or
-    /// lack of memory.
+    /// True when the source was read to its end and every copy could be made. A copy that
+    /// couldn't be made is left out and told as a fileCopyProblem, the others still get the file
+    /// (and fileCopyFinished), but the result is false. A failed write is a fileCopyProblem and
+    /// its damage a fileCopyVerificationFailed, not the result. Also false when the source is
+    /// missing or couldn't be read whole, on cancel or lack of memory.
+    bool copy(const QByteArray& source, const QList<QByteArray>& destinations,
+              VerificationType type, std::any object, std::any object2);
     bool copy(const QString& source, const QStringList& destinations, VerificationType type,
               std::any object, std::any object2);
 
   private:
-    bool prepareFolders(const QString& source, const QStringList& destinations) const;
-    std::optional<CopyPipeline::Result> transfer(const QString& source, int sourceFd,
-                                                 std::uint64_t size,
+    class OpenFiles;
+    /// Per destination, whether its folder is there.
+    std::vector<bool> prepareFolders(const QList<QByteArray>& destinations);
+    std::vector<CopyPipeline::Destination> openDestinations(OpenFiles& files,
+                                                            const std::vector<bool>& ready);
+    std::optional<CopyPipeline::Result> transfer(int sourceFd, std::uint64_t size,
                                                  std::vector<CopyPipeline::Destination> targets,
-                                                 VerificationType type);
+                                                 VerificationType type,
+                                                 MediaReadBack::Check* check);
     bool reportProgress(std::uint64_t completed);
-    void compareDigests(CopyPipeline::Result& result);
-    void copyAttributes(const QByteArray& source, const QStringList& destinations);
+    void tellProblem(int destination, const QString& reason);
+    void handOverToReadBack(MediaReadBack::Check& check, const QString& sourceDigest,
+                            const std::vector<bool>& opened, const std::vector<bool>& failed);
 
     FileLayer& layer_;
     CopyDelegate* const delegate_;
+    MediaReadBack* const readBack_;
     std::shared_ptr<CopyInfo> info_;
     std::uint64_t reported_ = 0;
 };

@@ -2,9 +2,12 @@
 // What one copy is about, handed to every delegate message; the delegate may fill in more.
 // Shared, because a failure list may hold the same record more than once.
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <any>
+#include <cstdint>
 #include <optional>
 
 class CopyDelegate;
@@ -14,8 +17,11 @@ enum class VerificationType { None = 0, MD5 = 1, SHA1 = 2 };
 
 struct CopyInfo {
     QString operationtype = QStringLiteral("copy");
-    QString source;
-    QStringList destinations;
+    QString source;            // for people; the file is opened by sourcePath
+    QStringList destinations;  // likewise
+    QByteArray sourcePath;
+    QList<QByteArray> destinationPaths;
+    std::uint64_t size = 0;  // of the source, as copied
     CopyDelegate* delegate = nullptr;
     std::any object;
     std::any object2;
@@ -23,4 +29,5 @@ struct CopyInfo {
     std::optional<QString> destChecksum;
     std::optional<QStringList> destChecksums;
     std::optional<QString> failedFile;
+    std::uint64_t progressCounted = 0;  // the delegate's: bytes of it already in the progress
 };

@@ -201,16 +201,19 @@ class CopyPipeline::Ring {
 };
 
 CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
-                           std::vector<Destination> destinations, VerificationType type)
+                           std::vector<Destination> destinations, VerificationType type,
+                           bool readBackInline)
     : layer_(layer),
       sourceFd_(sourceFd),
       expectedSize_(expectedSize),
       destinations_(std::move(destinations)),
-      kind_(digestKind(type)) {
-    if (kind_) {
+      kind_(digestKind(type)),
+      readBackInline_(readBackInline),
+      writeErrors_(destinations_.size(), 0) {
+    if (kind_)
         sourceDigest_.emplace(*kind_);
+    if (kind_ && readBackInline_)
         destinationDigests_.resize(destinations_.size());
-    }
 }
 
 CopyPipeline::Result CopyPipeline::run(std::uint64_t holdEvery, const Boundary& boundary) {
@@ -220,37 +223,41 @@ CopyPipeline::Result CopyPipeline::run(std::uint64_t holdEvery, const Boundary& 
     for (std::optional<DigestContext>& digest : destinationDigests_)
         result.destinationDigests.push_back(digest ? std::move(*digest) : *sourceDigest_);
     result.sourceDigest = std::move(sourceDigest_);
+    result.writeErrors = writeErrors_;
     return result;
 }
 
 // Fills the buffer like a buffered stream would: short only at the end or on an error.
 std::size_t CopyPipeline::readBlock(char* buffer, std::size_t capacity, std::uint64_t offset,
-                                    bool* failed) {
+                                    Result& result) {
     const Transfer transfer = readFully(layer_, sourceFd_, buffer, capacity, offset);
-    if (transfer.failed)
-        *failed = true;
+    if (transfer.failed) {
+        result.readFailed = true;
+        result.readError = transfer.errorNumber;
+    }
     return transfer.done;
 }
 
-// The whole block goes at once. Only once that falls short is the rest tried pass by pass, so
-// every pass that doesn't land is told, as a stream writing pass by pass would tell it.
+// The whole block goes at once. The first pass that doesn't land is told, and the destination
+// gets nothing more of this file: a disk that is full or failing would refuse every later pass
+// too. With inline read-back its digest from then on is that of what it really holds.
 void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t size,
                               std::uint64_t offset, char* readBack, Failures& failures) {
     const int fd = destinations_[index].fd;
+    if (fd < 0 || writeErrors_[index] != 0)
+        return;
     const Transfer whole = writeFully(layer_, fd, data, size, offset);
     if (whole.done < size) {
-        std::uint64_t pass = (offset + whole.done) / kPass;
+        const std::uint64_t pass = (offset + whole.done) / kPass;
+        writeErrors_[index] = whole.failed ? whole.errorNumber : EIO;
         failures.push_back({pass, index, false, whole.failed ? 1 : 0,
-                            passEnd(pass, offset, size) - passStart(pass, offset)});
-        for (std::size_t begin = passEnd(pass, offset, size); begin < size;) {
-            const std::size_t end = passEnd(++pass, offset, size);
-            const Transfer part = writeFully(layer_, fd, data + begin, end - begin, offset + begin);
-            if (part.done < end - begin)
-                failures.push_back({pass, index, false, part.failed ? 1 : 0, end - begin});
-            begin = end;
-        }
+                            passEnd(pass, offset, size) - passStart(pass, offset),
+                            writeErrors_[index]});
+        if (kind_ && readBackInline_ && !destinationDigests_[index])
+            destinationDigests_[index] = digestOfPrefix(fd, offset + whole.done);
+        return;
     }
-    if (kind_)
+    if (kind_ && readBackInline_)
         verifyBlock(index, data, size, offset, readBack, failures);
     layer_.startWriteback(fd, off_t(offset), size);
 }
@@ -284,8 +291,8 @@ void CopyPipeline::verifyBlock(std::size_t index, const char* data, std::size_t 
             return;  // the copy ends here
         const std::uint64_t pass = (offset + position + got.done) / kPass;
         position = passEnd(pass, offset, size);
-        failures.push_back(
-            {pass, index, true, got.errorNumber, position - passStart(pass, offset)});
+        failures.push_back({pass, index, true, got.errorNumber, position - passStart(pass, offset),
+                            got.errorNumber});
         piece = kPassSize;
     }
 }
@@ -332,10 +339,11 @@ CopyPipeline::Result CopyPipeline::runInline(const Boundary& boundary) {
     const std::size_t wanted = std::max<std::size_t>(std::size_t(expectedSize_) + 1, 65536);
     const std::size_t capacity = std::min(kBlockSize, (wanted + kPassSize - 1) / kPass * kPass);
     const auto block = std::make_unique_for_overwrite<char[]>(capacity);
-    const auto readBack = std::make_unique_for_overwrite<char[]>(kind_ ? kReadBackSize : 0);
+    const bool readingBack = kind_ && readBackInline_;
+    const auto readBack = std::make_unique_for_overwrite<char[]>(readingBack ? kReadBackSize : 0);
     Failures failures;
     for (;;) {
-        const std::size_t n = readBlock(block.get(), capacity, result.copied, &result.readFailed);
+        const std::size_t n = readBlock(block.get(), capacity, result.copied, result);
         if (sourceDigest_)
             sourceDigest_->update(block.get(), n);
         for (std::size_t d = 0; d < destinations_.size(); ++d)
@@ -356,7 +364,7 @@ CopyPipeline::Result CopyPipeline::runThreaded(std::uint64_t holdEvery, const Bo
     const std::size_t writers = destinations_.size();
     Ring ring(writers + (sourceDigest_ ? 1 : 0), writers, holdEvery / kBlockSize);
     std::vector<std::unique_ptr<char[]>> readBacks;
-    for (std::size_t d = 0; kind_ && d < writers; ++d)
+    for (std::size_t d = 0; kind_ && readBackInline_ && d < writers; ++d)
         readBacks.push_back(std::make_unique_for_overwrite<char[]>(kReadBackSize));
     readBacks.resize(writers);
 
@@ -397,7 +405,7 @@ CopyPipeline::Result CopyPipeline::runThreaded(std::uint64_t holdEvery, const Bo
                 if (!block)
                     return;
                 block->offset = offset;
-                block->size = readBlock(block->data.get(), kBlockSize, offset, &result.readFailed);
+                block->size = readBlock(block->data.get(), kBlockSize, offset, result);
                 block->last = block->size < kBlockSize;
                 offset += block->size;
                 result.copied = offset;

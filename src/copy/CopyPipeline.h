@@ -1,12 +1,13 @@
 #pragma once
 // Moves the bytes of one file: reads the source once, in large blocks, and writes every block to
-// each destination, reading each write back for the destination's digest (the source's own as
-// long as the read-back is identical byte for byte). With more than one
-// block the reader, the source digest and every destination run on threads of their own, a few
-// blocks apart, so a slow disk or a digest never holds the others up more than the ring allows.
-// Memory is fixed: kSlots source blocks plus a small read-back buffer per destination.
-// Failures are told per 32 KiB pass, as a buffered stream would meet them, from the running
-// thread and in (pass, destination) order.
+// each destination. With inline read-back each write is read back at once for the destination's
+// digest (the source's own as long as the read-back is identical byte for byte); without it only
+// the source's digest is made, and the copies are checked later from their medium. With more
+// than one block the reader, the source digest and every destination run on threads of their
+// own, a few blocks apart, so a slow disk or a digest never holds the others up more than the
+// ring allows. Memory is fixed: kSlots source blocks plus a small read-back buffer per
+// destination. A destination that fails a write gets nothing more of this file. Failures are
+// told per 32 KiB pass, from the running thread and in (pass, destination) order.
 
 #include <QByteArray>
 #include <QString>
@@ -28,21 +29,24 @@ class CopyPipeline {
 
     struct Destination {
         QByteArray path;
-        int fd = -1;
+        int fd = -1;  // -1: couldn't be opened, left out
     };
     struct Result {
         std::uint64_t copied = 0;  // bytes read from the source
         bool readFailed = false;   // the source stopped with an error, not at its end
+        int readError = 0;         // errno of that error
         bool stopped = false;      // the boundary callback asked to stop
         std::optional<DigestContext> sourceDigest;
-        std::vector<DigestContext> destinationDigests;
+        std::vector<DigestContext> destinationDigests;  // inline read-back only
+        std::vector<int> writeErrors;  // per destination: errno of its failed write, else 0
     };
     /// Called on the running thread, in order, with the bytes every destination holds so far,
     /// each time a block is complete everywhere; false stops the copy.
     using Boundary = std::function<bool(std::uint64_t completed)>;
 
     CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
-                 std::vector<Destination> destinations, VerificationType type);
+                 std::vector<Destination> destinations, VerificationType type,
+                 bool readBackInline = true);
 
     /// Copies until the source ends or the boundary says stop. No destination writes past a
     /// multiple of `holdEvery` bytes (a multiple of kBlockSize; 0 for no hold) before the
@@ -61,10 +65,11 @@ class CopyPipeline {
         bool readBack;
         int error;         // write: the stream's error indicator; read-back: errno
         std::size_t size;  // bytes in the pass
+        int errorNumber;   // errno
     };
     using Failures = std::vector<PassFailure>;
 
-    std::size_t readBlock(char* buffer, std::size_t capacity, std::uint64_t offset, bool* failed);
+    std::size_t readBlock(char* buffer, std::size_t capacity, std::uint64_t offset, Result& result);
     void writeBlock(std::size_t destination, const char* data, std::size_t size,
                     std::uint64_t offset, char* readBack, Failures& failures);
     void verifyBlock(std::size_t destination, const char* data, std::size_t size,
@@ -79,7 +84,10 @@ class CopyPipeline {
     const std::uint64_t expectedSize_;
     const std::vector<Destination> destinations_;
     const std::optional<DigestContext::Kind> kind_;  // none without verification
+    const bool readBackInline_;
     std::optional<DigestContext> sourceDigest_;
+    // Per destination, errno of the write that failed; touched only by its destination's thread.
+    std::vector<int> writeErrors_;
     // One per destination when verifying; empty while the copy reads back identical to the
     // source. Each is touched only by its destination's thread.
     std::vector<std::optional<DigestContext>> destinationDigests_;

@@ -1,77 +1,146 @@
 #include "ManifestVerifier.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
-#include <map>
+#include <sys/stat.h>
 
-#include "FileHash.h"
+#include <QHash>
+#include <QRegularExpression>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "ChecksumManifest.h"
+#include "DigestContext.h"
+#include "PathText.h"
 
 namespace {
 
-bool isLeftOut(const QString& name) {
-    return name == QLatin1String("checksums.txt") || name.endsWith(QLatin1String(" Archive.dmg")) ||
-           name.endsWith(QLatin1String(" Archive.zip"));
+bool isArchive(const QByteArray& name) {
+    return name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
 }
 
-// Every compared file of the folder, by name (the manifest knows only names).
-std::multimap<QString, QString> filesByName(const QString& folder) {
-    std::multimap<QString, QString> files;
-    QDirIterator it(folder, QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QFileInfo info = it.fileInfo();
-        if (isLeftOut(info.fileName()) || info.isSymLink())
+bool isReservationNumber(const QByteArray& name) {
+    static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
+    return number.match(QString::fromLatin1(name)).hasMatch();
+}
+
+bool exists(FileLayer& layer, const QByteArray& path) {
+    struct stat status {};
+    return layer.linkStatus(path, &status) == 0;
+}
+
+// Every regular file below the folder by name (the manifest knows only names), with its path
+// relative to the top. A later copy nested at the top is not this copy's.
+void collect(FileLayer& layer, const QByteArray& folder, const QByteArray& relative,
+             std::multimap<QByteArray, QByteArray>& files) {
+    std::vector<FileLayer::Entry> entries;
+    if (layer.listFolder(folder + relative, &entries) != 0)
+        return;
+    for (const FileLayer::Entry& entry : entries) {
+        const QByteArray path = relative + '/' + entry.name;
+        struct stat status {};
+        if (layer.linkStatus(folder + path, &status) != 0)
             continue;
-        if (info.isDir()) {
-            for (const auto& entry : filesByName(path))
-                files.insert(entry);
-        } else {
-            files.emplace(info.fileName(), path);
+        const bool top = relative.isEmpty();
+        if (S_ISDIR(status.st_mode)) {
+            const bool nested = top && isReservationNumber(entry.name) &&
+                                exists(layer, folder + path + '/' + ChecksumManifest::kFileName);
+            if (!nested)
+                collect(layer, folder, path, files);
+        } else if (S_ISREG(status.st_mode)) {
+            files.emplace(entry.name, path);
         }
     }
-    return files;
 }
 
-std::optional<QString> digestOf(const QString& path, qsizetype length) {
-    return length == 40 ? FileSHA1HashCreateWithPath(path, 1 << 20)
-                        : FileMD5HashCreateWithPath(path, 1 << 20);
+// The file's digest as its medium holds it: flushed, its cached pages dropped, read back.
+std::optional<QString> digestFromMedium(FileLayer& layer, const QByteArray& path,
+                                        DigestContext::Kind kind) {
+    const int fd = layer.openRead(path);
+    if (fd < 0)
+        return std::nullopt;
+    layer.flushData(fd);
+    layer.dropCache(fd, 0, 0);
+    DigestContext digest(kind);
+    std::vector<char> buffer(1 << 20);
+    bool failed = false;
+    for (off_t offset = 0;;) {
+        const ssize_t n = layer.read(fd, buffer.data(), buffer.size(), offset);
+        if (n <= 0) {
+            failed = n < 0;
+            break;
+        }
+        digest.update(buffer.data(), std::size_t(n));
+        offset += n;
+    }
+    layer.dropCache(fd, 0, 0);
+    layer.close(fd);
+    return failed ? std::nullopt : std::optional(digest.hexDigest());
 }
 
 }  // namespace
 
-ManifestVerifier::Report ManifestVerifier::verify(const QString& folder) {
+ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, FileLayer& layer) {
     Report report;
-    QFile manifest(folder + QStringLiteral("/checksums.txt"));
-    if (!manifest.open(QIODevice::ReadOnly))
+    const QByteArray folder = PathText::bytes(folderText);
+    const QByteArray manifestName = ChecksumManifest::find(layer, folder);
+    const int fd = layer.openRead(folder + '/' + manifestName);
+    if (fd < 0)
         return report;
+    QByteArray text;
+    std::vector<char> buffer(1 << 16);
+    for (ssize_t n = 0; (n = layer.read(fd, buffer.data(), buffer.size(), text.size())) > 0;)
+        text.append(buffer.data(), n);
+    layer.close(fd);
     report.manifestFound = true;
-    const std::multimap<QString, QString> files = filesByName(folder);
-    QStringList listed;
-    for (const QString& line :
-         QString::fromUtf8(manifest.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
-        const QString digest = line.section(u'\t', 0, 0);
-        const QString name = line.section(u'\t', 1);
-        listed << name;
-        const auto [first, last] = files.equal_range(name);
+
+    std::multimap<QByteArray, QByteArray> files;
+    collect(layer, folder, {}, files);
+    QHash<QByteArray, bool> listed;
+    int number = 0;
+    for (const QByteArray& raw : text.split('\n')) {
+        ++number;
+        if (raw.isEmpty())
+            continue;
+        const std::optional<ChecksumManifest::Line> line = ChecksumManifest::decode(raw);
+        if (!line) {
+            report.unreadable << QStringLiteral("line %1").arg(number);
+            continue;
+        }
+        const QString shown = PathText::display(line->name);
+        if (line->digest == ChecksumManifest::kIncomplete) {
+            report.incomplete << shown;
+            continue;
+        }
+        listed.insert(line->name, true);
+        if (line->digest == ChecksumManifest::kFailed) {
+            report.failed << shown;
+            continue;
+        }
+        const auto [first, last] = files.equal_range(line->name);
         if (first == last) {
-            report.missing << name;
+            report.missing << shown;
             continue;
         }
         ++report.checked;
+        const auto kind =
+            line->digest.size() == 40 ? DigestContext::Kind::SHA1 : DigestContext::Kind::MD5;
         // Two files of one name share a line: either may be the one it describes.
         bool matched = false;
         for (auto it = first; it != last && !matched; ++it)
-            matched = digestOf(it->second, digest.size()) == digest;
+            matched = digestFromMedium(layer, folder + it->second, kind) ==
+                      QString::fromLatin1(line->digest);
         if (!matched)
-            report.differing << name;
+            report.differing << shown;
     }
     // Hidden files are listed when the copy brought them; others (a file manager's) are no
-    // extra.
+    // extra, nor is what the transfer adds at the top.
     for (const auto& [name, path] : files) {
-        if (!listed.contains(name) && !name.startsWith(u'.'))
-            report.extra << path.mid(folder.size() + 1);
+        const bool top = path.count('/') == 1;
+        if (listed.contains(name) || name.startsWith('.'))
+            continue;
+        if (top && (name == manifestName || isArchive(name) || isReservationNumber(name)))
+            continue;
+        report.extra << PathText::display(path.mid(1));
     }
     return report;
 }
