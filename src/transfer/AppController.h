@@ -13,6 +13,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -31,6 +32,7 @@
 
 class Notifier;
 class SettingsStore;
+class VolumeCopy;
 
 class AppController : public CopyDelegate, public TransferStages {
   public:
@@ -97,7 +99,8 @@ class AppController : public CopyDelegate, public TransferStages {
     /// Re-reads the image and compares its digest with the device's; 0 when they agree (the
     /// image check of verification). Waits while the image is still being written.
     int verifyDiskImage(const QString& imagePath, QVVolume& volume);
-    /// "checksums.txt" (digest TAB name LF) into every destination, from the inline digests.
+    /// The manifest (digest TAB name LF) into every destination, from the transfer's ledger;
+    /// one that can't be written whole makes that destination incomplete.
     void writeChecksumFileForVolume(QVVolume& volume);
 
     // ---- Copy engine delegate (AppControllerCopyDelegate.cpp)
@@ -106,6 +109,8 @@ class AppController : public CopyDelegate, public TransferStages {
     void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
                                     const QString& file) override;
     void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override;
+    void fileCopyProblem(const std::shared_ptr<CopyInfo>& info, int destination,
+                         const QString& reason) override;
     /// Share of the work done over every listed volume (NaN with none).
     float totalProgressForAllVolumes() const;
 
@@ -171,6 +176,8 @@ class AppController : public CopyDelegate, public TransferStages {
     void reloadVolumeList();
 
   private:
+    enum class Claim { Claimed, Taken, Failed };
+    Claim claim(const QString& path, bool asFile) const;
     QStringList chooseDestinations(const QVVolume& volume);
     void startWorker(const std::shared_ptr<QVVolume>& volume, const QStringList& destinations);
     void markFailed(QVVolume& volume, const QString& reason);
@@ -205,6 +212,13 @@ class AppController : public CopyDelegate, public TransferStages {
     /// The toolbar with its Transfer item as " Cancel " or as "Transfer".
     static ToolbarState transferItem(bool asCancel);
     std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
+    QByteArray relativePathOf(const CopyInfo& info, const QVVolume& volume) const;
+    /// A walk of the volume's items into these destinations, checked as the settings say.
+    std::unique_ptr<VolumeCopy> startVolumeCopy(const std::shared_ptr<QVVolume>& volume,
+                                                const QStringList& destinations,
+                                                const QString& relativeSource);
+    /// Adds copied or read-back bytes to the volume's bar, refreshing the view now and then.
+    void advanceProgress(QVVolume& volume, double bytes);
 
     SettingsStore& settings_;
     AppView& view_;
@@ -220,7 +234,9 @@ class AppController : public CopyDelegate, public TransferStages {
     qint64 threadCount_ = 0;                                 // guarded by queueMutex_
 
     mutable std::recursive_mutex lock_;
-    QStringList reservedFileQueue_;  // guarded by lock_
+    QStringList reservedFileQueue_;                           // guarded by lock_
+    std::map<const QVVolume*, double> progressSinceRefresh_;  // guarded by lock_
+    std::atomic<int> shownPercent_{-2};  // last percentage the window was given
     // Volumes whose user chose "Confirm & Remove": their folders go again once the copy stops.
     std::set<std::shared_ptr<QVVolume>> removalRequests_;  // guarded by lock_
 
@@ -229,8 +245,6 @@ class AppController : public CopyDelegate, public TransferStages {
     std::set<QString> imagesBeingWritten_;        // guarded by imageMutex_
     std::map<QString, QString> imageDigests_;     // guarded by imageMutex_: image -> device
     std::map<const QVVolume*, int> imageChecks_;  // guarded by imageMutex_
-
-    std::mutex failureCountsMutex_;  // one read-modify-write of the failureCounts setting
 
     mutable std::mutex dataMutex_;
     std::vector<std::shared_ptr<QVVolume>> dataArray_;  // guarded by dataMutex_

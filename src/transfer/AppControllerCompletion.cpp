@@ -24,6 +24,10 @@ void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     onMainThread([this] { refreshTotalRemainingSpace(); }, false);
     QVLog::appendLog(u"Finishing volume %@", v.path());
     removeFromReservedFileQueue(v.destinations());
+    {
+        const std::lock_guard lock(lock_);
+        progressSinceRefresh_.erase(&v);
+    }
     releaseSlot(v);
     const qint64 status = v.status();
     if (status != QVVolume::Failed && status != QVVolume::Cancelled)
@@ -99,13 +103,14 @@ void AppController::incrementFailureCountForVolume(QVVolume& volume) {
         key = (*info)["VolumeUUID"].toString();
     if (key.isEmpty())
         return;
-    // Two cards failing at once must not lose a count.
-    const std::lock_guard lock(failureCountsMutex_);
-    PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
-    const auto found = counts.find(key);
-    const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
-    counts[key] = PropertyList(count + 1);
-    settings_.setObject(SettingsKey::failureCounts, PropertyList(counts));
+    // Two cards failing at once, in this process or another, must not lose a count.
+    settings_.transaction([&] {
+        PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
+        const auto found = counts.find(key);
+        const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
+        counts[key] = PropertyList(count + 1);
+        settings_.setObject(SettingsKey::failureCounts, PropertyList(counts));
+    });
 }
 
 void AppController::cancelSelectedTransfers() {

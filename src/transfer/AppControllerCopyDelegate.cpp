@@ -3,10 +3,12 @@
 #include <QFileInfo>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "AppController.h"
 #include "MainThread.h"
 #include "Notifier.h"
+#include "PathText.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
@@ -37,37 +39,44 @@ std::shared_ptr<QVVolume> AppController::volumeOf(const CopyInfo& info) const {
     return strong ? *strong : nullptr;
 }
 
+// Each file adds what it copied since its last report, so the total costs the same whatever the
+// number of files (rather than a sum over every file copied so far).
 void AppController::fileCopyBytesWritten(std::uint64_t bytes,
                                          const std::shared_ptr<CopyInfo>& info) {
     const std::shared_ptr<QVVolume> volume = volumeOf(*info);
     if (!volume || info->source.isEmpty())
         return;
+    const std::uint64_t counted = std::exchange(info->progressCounted, bytes);
+    advanceProgress(*volume, double(bytes) - double(counted));
+}
+
+void AppController::advanceProgress(QVVolume& volume, double bytes) {
     bool refresh = false;
     {
         const std::lock_guard lock(lock_);
-        auto progress = volume->progressDict().value_or(std::map<QString, std::uint64_t>());
-        progress[info->source] = bytes;
-        volume->setProgressDict(progress);
-        double total = 0;
-        for (const auto& [source, count] : progress)
-            total += double(count);
-        const double shown = volume->progressBar().doubleValue;
-        if (total > shown) {
-            volume->setProgressValue(total);
-            refresh = total - shown > kRefreshStep;
+        const double shown = volume.progressBar().doubleValue;
+        volume.incrementProgress(bytes);
+        const double total = volume.progressBar().doubleValue;
+        progressSinceRefresh_[&volume] += total - shown;
+        if (progressSinceRefresh_[&volume] > kRefreshStep) {
+            progressSinceRefresh_[&volume] = 0;
+            refresh = true;
         }
-        volume->timeEstimate().setCurrentValue(total);
     }
     if (refresh)
         onMainThread([this] { reloadVolumeList(); }, false);
 
     const float overall = totalProgressForAllVolumes();
     const bool running = overall < 1.0f;
-    const QString percent = QString::asprintf("%0.0f", double(overall) * 100.0);
+    const int percent = running ? int(std::lround(double(overall) * 100.0)) : -1;
+    // The window hears of a change of a whole percent, not of every file.
+    if (shownPercent_.exchange(percent) == percent)
+        return;
+    const QString text = QString::number(percent);
     onMainThread(
-        [this, running, percent] {
-            view_.setBadge(running ? percent + u'%' : QString());
-            view_.setWindowTitle(running ? QStringLiteral("Cardsweep (%1%)").arg(percent)
+        [this, running, text] {
+            view_.setBadge(running ? text + u'%' : QString());
+            view_.setWindowTitle(running ? QStringLiteral("Cardsweep (%1%)").arg(text)
                                          : QStringLiteral("Cardsweep"));
         },
         false);
@@ -95,28 +104,34 @@ void AppController::fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& 
     }
 }
 
+QByteArray AppController::relativePathOf(const CopyInfo& info, const QVVolume& volume) const {
+    const QByteArray root = PathText::bytes(volume.path());
+    return info.sourcePath.startsWith(root) ? info.sourcePath.mid(root.size()) : info.sourcePath;
+}
+
 void AppController::fileCopyFinished(const std::shared_ptr<CopyInfo>& info) {
     QVLog::appendLog(u"File copy finished: %@", describe(*info));
     const std::shared_ptr<QVVolume> volume = volumeOf(*info);
     if (!volume)
         return;
-    const QString name = QFileInfo(info->source).fileName();
-    const std::lock_guard lock(lock_);
-    if (info->sourceChecksum) {
-        auto sources = volume->sourceChecksumDict();
-        sources[name] = *info->sourceChecksum;
-        volume->setSourceChecksumDict(sources);
+    if (const std::shared_ptr<TransferLedger> ledger = volume->ledger()) {
+        ledger->recordFile(relativePathOf(*info, *volume), info->size,
+                           info->sourceChecksum.value_or(QString()),
+                           info->destChecksums.value_or(QStringList()));
     }
-    const QStringList digests = info->destChecksums.value_or(QStringList());
-    const std::size_t count =
-        std::min(std::size_t(volume->destinations().size()), std::size_t(digests.size()));
-    auto perDestination = volume->destChecksums();
-    for (std::size_t i = 0; i < count; ++i) {
-        if (perDestination.size() <= i)
-            perDestination.resize(i + 1);
-        perDestination[i][name] = digests[qsizetype(i)];
-    }
-    volume->setDestChecksums(perDestination);
+}
+
+void AppController::fileCopyProblem(const std::shared_ptr<CopyInfo>& info, int destination,
+                                    const QString& reason) {
+    const QString where = destination < 0
+                              ? QString()
+                              : QStringLiteral(" on ") + info->destinations.value(destination);
+    QVLog::appendLog(u"Copy problem: %@%@: %@", info->source, where, reason);
+    const std::shared_ptr<QVVolume> volume = volumeOf(*info);
+    if (!volume)
+        return;
+    if (const std::shared_ptr<TransferLedger> ledger = volume->ledger())
+        ledger->recordFailure(relativePathOf(*info, *volume), destination, reason);
 }
 
 float AppController::totalProgressForAllVolumes() const {

@@ -1,9 +1,13 @@
 // The worker that takes an admitted volume to the start of its copy, and destination
 // reservation.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include "AppController.h"
 #include "DetachedThreads.h"
@@ -18,6 +22,7 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "SystemError.h"
 #include "TransferStages.h"
 
 namespace {
@@ -31,6 +36,13 @@ struct SpaceFigures {
     quint64 size = 0;
     quint64 free = 0;
 };
+
+bool onListedDevice(const QVVolume& volume) {
+    struct stat status {};
+    return volume.sourceDevice() == 0 ||
+           (::stat(QFile::encodeName(volume.path()).constData(), &status) == 0 &&
+            quint64(status.st_dev) == volume.sourceDevice());
+}
 
 SpaceFigures spaceOf(const QString& path) {
     struct statvfs figures {};
@@ -76,7 +88,8 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             endTransfer(volume);
         };
 
-        if (!anythingAt(path)) {
+        // A card pulled since it was listed leaves an empty folder on another device.
+        if (!anythingAt(path) || !onListedDevice(v)) {
             QVLog::appendLog(u"Error: Volume %@ doesn't exist", path);
             return failWith(QStringLiteral("Volume doesn't exist"), true);
         }
@@ -143,7 +156,11 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         const std::uint64_t usage = v.totalMediaUsage();
         QVLog::appendLogAndPrint(u"Volume media usage: %llu",
                                  static_cast<unsigned long long>(usage));
-        const double maximum = double(transferSize(v));
+        // Copies read back from their medium count as much again per destination.
+        const double readBack = !imageMode && !settings_.isOn(SettingsKey::inlineVerification)
+                                    ? double(usage) * double(reserved.size())
+                                    : 0.0;
+        const double maximum = double(transferSize(v)) + readBack;
         onMainThread([&v, maximum] { v.setMaxProgressValue(maximum); }, true);
 
         if (imageMode) {
@@ -207,7 +224,8 @@ QString AppController::reserveDestination(const QString& destination, const QStr
         MetadataField::listFrom(settings_.object(SettingsKey::metadata)), *clock_);
     volume.setMetadata(values);
     const bool imageMode = inImageMode();
-    if (!anythingAt(base)) {
+    const Claim first = claim(base, imageMode);
+    if (first != Claim::Taken) {
         if (imageMode)
             reservedFileQueue_.append(base);
         return base;
@@ -219,11 +237,31 @@ QString AppController::reserveDestination(const QString& destination, const QStr
         return base + u'/' + QVFormat::format(u"%0.4i%@", n, extension);
     };
     QString candidate = numbered(1);
-    for (int n = 2; anythingAt(candidate) || reservedFileQueue_.contains(candidate); ++n)
+    for (int n = 2;
+         reservedFileQueue_.contains(candidate) || claim(candidate, imageMode) == Claim::Taken; ++n)
         candidate = numbered(n);
     QVLog::appendLog(u"Found unique path %@", candidate);
-    // Claimed at once, so a transfer reserving next can't be handed the same number before
-    // this one has made its folder or image.
+    // Held until the transfer ends, so this process never hands the number out twice.
     reservedFileQueue_.append(candidate);
     return candidate;
+}
+
+// Claims the path on disk (a folder, or an empty file for an image) in one step that fails
+// when anything is there already, so two transfers, in this process or another, never share
+// a destination.
+AppController::Claim AppController::claim(const QString& path, bool asFile) const {
+    const QByteArray bytes = QFile::encodeName(path);
+    QDir().mkpath(QFileInfo(path).path());
+    const int result =
+        asFile ? ::open(bytes.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)
+               : ::mkdir(bytes.constData(), 0777);
+    if (result >= 0) {
+        if (asFile)
+            ::close(result);
+        return Claim::Claimed;
+    }
+    if (errno == EEXIST)
+        return Claim::Taken;
+    QVLog::appendLog(u"Unable to claim %@: %@", path, SystemError::text(errno));
+    return Claim::Failed;
 }

@@ -1,87 +1,84 @@
 // File-mode transfer of a volume: every item of the card to every destination through the
-// copy engine, the manifests, and the outcome.
-#include <sys/stat.h>
-
-#include <QDir>
+// copy engine, the copies read back from their medium, the manifests, and the outcome.
 #include <QFile>
-#include <QFileInfo>
-#include <QSaveFile>
 
 #include "AppController.h"
+#include "ChecksumManifest.h"
 #include "MainThread.h"
 #include "Notifier.h"
+#include "PathText.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
+#include "VolumeCopy.h"
 
 namespace {
 
-bool isSkipped(const QString& name) {
-    static const QStringList skipList = {QStringLiteral(".DS_Store"), QStringLiteral(".fseventsd"),
-                                         QStringLiteral(".Spotlight-V100"),
-                                         QStringLiteral(".TemporaryItems"),
-                                         QStringLiteral(".Trashes")};
+bool isSkipped(const QByteArray& name) {
+    static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
+                                               ".TemporaryItems", ".Trashes"};
     return skipList.contains(name);
-}
-
-bool isFolder(const QString& path) {
-    struct stat status {};
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool anythingAt(const QString& path) {
-    struct stat status {};
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
-}
-
-QStringList entriesInListingOrder(const QString& folder) {
-    return QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
 }
 
 }  // namespace
 
+std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr<QVVolume>& volume,
+                                                           const QStringList& destinations,
+                                                           const QString& relativeSource) {
+    VolumeCopy::Options options;
+    options.type = settings_.integer(SettingsKey::checksumFormat) == 1 ? VerificationType::SHA1
+                                                                       : VerificationType::MD5;
+    options.fromMedium = !settings_.isOn(SettingsKey::inlineVerification);
+    const std::weak_ptr<QVVolume> weak = volume;
+    options.readBackProgress = [this, weak](std::uint64_t bytes) {
+        if (const auto v = weak.lock())
+            advanceProgress(*v, double(bytes));
+    };
+    return std::make_unique<VolumeCopy>(fileLayer_, *this, volume, destinations, relativeSource,
+                                        std::move(options));
+}
+
 bool AppController::copyDisk(const QString& path, const QStringList& destinations,
                              const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
-    for (const QString& destination : destinations) {
-        if (!QVFileManager::fileExistsAtPath(destination))
-            QVFileManager::createDirectory(destination);
-    }
+    std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, path);
     const bool movies = v.hasQTMovies();
     if (movies && !v.qtMoviePaths())
         v.populateQuickTimeMovies();
-    const QStringList items =
-        movies ? v.qtMoviePaths().value_or(QStringList()) : entriesInListingOrder(path);
+    QList<QByteArray> items;
+    if (movies) {
+        for (const QString& movie : v.qtMoviePaths().value_or(QStringList()))
+            items << PathText::bytes(movie);
+    } else {
+        items = copy->topLevelNames();
+    }
 
     bool copyFailed = false;
-    for (const QString& item : items) {
-        if (v.status() == QVVolume::Cancelled) {
-            stopCancelledTransfer(volume, destinations);
-            return true;
-        }
+    const QByteArray root = PathText::bytes(path);
+    for (const QByteArray& item : items) {
+        if (v.status() == QVVolume::Cancelled)
+            break;
         if (isSkipped(item))
             continue;
         v.incrementTransferCount();
-        const QString full = movies ? item : path + u'/' + item;
-        if (!copyItem(full, destinations, path, volume))
+        if (!copy->copyItem(movies ? item : root + '/' + item))
             copyFailed = true;
     }
+    // What reached the destinations is read back even when the card has gone since.
+    if (v.status() != QVVolume::Cancelled && copy->checksFromMedium()) {
+        v.setStatus(QVVolume::Verifying);
+        onMainThread([this] { reloadVolumeList(); }, false);
+        copy->finish();
+    }
+    copy.reset();  // its threads and descriptors go before the outcome is out
 
-    // A card cancelled or pulled during its last item gets no manifest either: one would look
-    // like the record of a complete card.
+    // A card cancelled or pulled away in the view's eyes gets no manifest: one would look like
+    // the record of a complete card.
     if (v.status() == QVVolume::Cancelled) {
         stopCancelledTransfer(volume, destinations);
         return true;
-    }
-    // Every destination gets its manifest, an empty one where nothing was copied.
-    {
-        const std::lock_guard lock(lock_);
-        std::vector<QVVolume::ChecksumMap> digests = v.destChecksums();
-        digests.resize(std::max(digests.size(), std::size_t(destinations.size())));
-        v.setDestChecksums(digests);
     }
     writeChecksumFileForVolume(v);
     QVLog::appendLog(u"Volume copy finished");
@@ -101,6 +98,7 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
 
 void AppController::setOutcome(QVVolume& v, bool copyFailed) {
     const bool growl = settings_.isOn(SettingsKey::actionGrowl);
+    const std::shared_ptr<TransferLedger> ledger = v.ledger();
     if (!v.failedFiles().empty()) {
         const QString reason = QStringLiteral(
             "Verification failure: Source file sizes do not match destination file sizes");
@@ -112,7 +110,7 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed) {
             notifier_.postGrowlNotification(QStringLiteral("Verification Failed"), v.name(),
                                             QString(), QStringLiteral("Transfer Failed"));
         }
-    } else if (copyFailed) {
+    } else if (copyFailed || (ledger && ledger->hasProblems())) {
         v.setStatus(QVVolume::Failed);
         v.setErrorString(QStringLiteral("File copy failed"));
         QVLog::appendLog(u"Error: File copy failed");
@@ -129,34 +127,10 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed) {
 bool AppController::copyItem(const QString& item, const QStringList& destinations,
                              const QString& relativeSource,
                              const std::shared_ptr<QVVolume>& volume) {
-    const QString relative = item.mid(relativeSource.size());
-    if (!isFolder(item)) {
-        volume->incrementTransferCount();
-        QStringList targets;
-        for (const QString& root : destinations) {
-            const QString target = root + relative;
-            if (anythingAt(target))
-                QVFileManager::removeFile(target);
-            targets << target;
-        }
-        const VerificationType type = settings_.integer(SettingsKey::checksumFormat) == 1
-                                          ? VerificationType::SHA1
-                                          : VerificationType::MD5;
-        return QVFileManager::copyFileWithProgress(item, targets, type, this,
-                                                   std::any(std::weak_ptr<QVVolume>(volume)),
-                                                   std::any(), fileLayer_);
-    }
-    for (const QString& root : destinations) {
-        if (!QVFileManager::fileExistsAtPath(root + relative))
-            QVFileManager::createDirectory(root + relative);
-    }
-    for (const QString& name : entriesInListingOrder(item)) {
-        // A cancel ends the folder too, so "Confirm & Remove" doesn't see it written again.
-        if (volume->status() == QVVolume::Cancelled ||
-            !copyItem(item + u'/' + name, destinations, relativeSource, volume))
-            return false;
-    }
-    return true;
+    const std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, relativeSource);
+    const bool copied = copy->copyItem(PathText::bytes(item));
+    copy->finish();
+    return copied && !copy->ledger()->hasProblems();
 }
 
 void AppController::copyFilesWithSettings(const CopyFilesSettings& settings) {
@@ -184,35 +158,40 @@ void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QV
     for (const QString& name : names)
         total += QVFileManager::fileSize(root + u'/' + name);
     onMainThread([&v, total] { v.setMaxProgressValue(double(total)); }, true);
-    for (const QString& destination : destinations) {
-        if (!QVFileManager::fileExistsAtPath(destination))
-            QVFileManager::createDirectory(destination);
-    }
+    const std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, root);
     for (const QString& name : names) {
         if (v.status() == QVVolume::Cancelled)
             return;
-        if (isSkipped(name))
+        const QByteArray bytes = PathText::bytes(name);
+        if (isSkipped(bytes))
             continue;
-        copyItem(root + u'/' + name, destinations, root, volume);
+        copy->copyItem(PathText::bytes(root) + '/' + bytes);
     }
+    copy->finish();
 }
 
 void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     try {
         const QStringList destinations = volume.destinations();
-        const std::vector<QVVolume::ChecksumMap> digests = volume.destChecksums();
+        const std::shared_ptr<TransferLedger> ledger = volume.ledger();
         // Only destinations with digests: a disk image has none and is no folder to write into.
-        const std::size_t count = std::min(std::size_t(destinations.size()), digests.size());
+        const std::size_t count =
+            ledger ? std::min(std::size_t(destinations.size()), ledger->destinationCount()) : 0;
         for (std::size_t i = 0; i < count; ++i) {
-            QString text;
-            for (const auto& [name, digest] : digests[i])
-                text += digest + u'\t' + name + u'\n';
-            QSaveFile file(destinations[qsizetype(i)] + QStringLiteral("/checksums.txt"));
-            const QByteArray bytes = text.toUtf8();
-            if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() ||
-                !file.commit()) {
-                QVLog::appendLog(u"Error writing checksum to disk: %@", file.errorString());
+            const QByteArray folder = PathText::bytes(destinations[qsizetype(i)]);
+            QByteArray name = ledger->manifestName(i);
+            if (name.isEmpty()) {
+                // A file of the card may already sit under the usual name; it is never replaced.
+                name = ChecksumManifest::nameFor(fileLayer_, folder);
+                ledger->setManifestName(i, name);
             }
+            QString error;
+            if (ChecksumManifest::write(fileLayer_, folder + '/' + name, ledger->manifest(i),
+                                        &error))
+                continue;
+            QVLog::appendLog(u"Error writing checksum to disk: %@", error);
+            ledger->recordFailure("/" + name, int(i),
+                                  QStringLiteral("the manifest can't be written: ") + error);
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeChecksumFileForVolume:");

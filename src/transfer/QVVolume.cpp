@@ -1,6 +1,9 @@
 #include "QVVolume.h"
 
+#include <sys/stat.h>
+
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include "MetadataNaming.h"
@@ -43,6 +46,9 @@ std::shared_ptr<QVVolume> QVVolume::volumeWithName(const QString& name, const QS
     volume->setPath(path);
     volume->setType(type);
     volume->setStatus(type == -1 ? Unrecognised : Idle);
+    struct stat status {};
+    if (::lstat(QFile::encodeName(path).constData(), &status) == 0)
+        volume->setSourceDevice(quint64(status.st_dev));
     volume->populateDefaultMetadata(settings);
     return volume;
 }
@@ -84,12 +90,6 @@ std::optional<QString> QVVolume::errorString() const {
 void QVVolume::setErrorString(const std::optional<QString>& error) {
     assign(mutex_, errorString_, error);
 }
-std::optional<std::map<QString, std::uint64_t>> QVVolume::progressDict() const {
-    return locked(mutex_, progressDict_);
-}
-void QVVolume::setProgressDict(const std::optional<std::map<QString, std::uint64_t>>& progress) {
-    assign(mutex_, progressDict_, progress);
-}
 QStringList QVVolume::destinations() const {
     return locked(mutex_, destinations_);
 }
@@ -109,10 +109,24 @@ void QVVolume::setSourceChecksumDict(const ChecksumMap& checksums) {
     assign(mutex_, sourceChecksumDict_, checksums);
 }
 std::vector<QVVolume::ChecksumMap> QVVolume::destChecksums() const {
-    return locked(mutex_, destChecksums_);
+    const std::shared_ptr<TransferLedger> record = ledger();
+    std::vector<ChecksumMap> digests;
+    for (std::size_t d = 0; record && d < record->destinationCount(); ++d)
+        digests.push_back(record->digestsByName(d));
+    return digests;
 }
-void QVVolume::setDestChecksums(const std::vector<ChecksumMap>& checksums) {
-    assign(mutex_, destChecksums_, checksums);
+std::shared_ptr<TransferLedger> QVVolume::ledger() const {
+    return locked(mutex_, ledger_);
+}
+void QVVolume::setLedger(std::shared_ptr<TransferLedger> ledger) {
+    const std::lock_guard lock(mutex_);
+    ledger_ = std::move(ledger);
+}
+quint64 QVVolume::sourceDevice() const {
+    return locked(mutex_, sourceDevice_);
+}
+void QVVolume::setSourceDevice(quint64 device) {
+    assign(mutex_, sourceDevice_, device);
 }
 std::optional<QDateTime> QVVolume::lastProgressUpdate() const {
     return locked(mutex_, lastProgressUpdate_);
@@ -185,10 +199,9 @@ void QVVolume::resetProgress() {
         const std::lock_guard lock(mutex_);
         makeDeterminate(progressBar_);
         progressBar_.doubleValue = 0;
-        progressDict_.reset();
         errorString_.reset();
         sourceChecksumDict_.clear();
-        destChecksums_.clear();
+        ledger_.reset();
         failedFiles_.clear();
     }
     timeEstimate_.reset();

@@ -20,6 +20,7 @@
 #include "CopyInfo.h"
 #include "MetadataField.h"
 #include "QVTimeEstimate.h"
+#include "TransferLedger.h"
 
 class SettingsStore;
 
@@ -72,16 +73,21 @@ class QVVolume {
     void setStatus(qint64 status) { status_.store(status); }
     std::optional<QString> errorString() const;
     void setErrorString(const std::optional<QString>& error);
-    std::optional<std::map<QString, std::uint64_t>> progressDict() const;
-    void setProgressDict(const std::optional<std::map<QString, std::uint64_t>>& progress);
     QStringList destinations() const;
     void setDestinations(const QStringList& destinations);
     std::optional<QStringList> outputs() const;
     void setOutputs(const std::optional<QStringList>& outputs);
     ChecksumMap sourceChecksumDict() const;
     void setSourceChecksumDict(const ChecksumMap& checksums);
+    /// Per destination, the digests its manifest lists, by file name (from the ledger).
     std::vector<ChecksumMap> destChecksums() const;
-    void setDestChecksums(const std::vector<ChecksumMap>& checksums);
+    /// The record of the current (or last) file-mode transfer; null before the first.
+    std::shared_ptr<TransferLedger> ledger() const;
+    void setLedger(std::shared_ptr<TransferLedger> ledger);
+    /// The device the source was on when it was listed (0 unknown): a card that is pulled
+    /// leaves an empty folder behind on another device.
+    quint64 sourceDevice() const;
+    void setSourceDevice(quint64 device);
     /// The estimator itself (it guards its own fields).
     QVTimeEstimate& timeEstimate() { return timeEstimate_; }
     std::optional<QDateTime> lastProgressUpdate() const;
@@ -159,13 +165,13 @@ class QVVolume {
     std::atomic<qint64> threadCount_{0};
     std::atomic<qint64> transferCount_{0};
     std::atomic<bool> transferEnded_{false};
-    std::optional<std::map<QString, std::uint64_t>> progressDict_;  // guarded by mutex_
-    QStringList destinations_;                                      // guarded by mutex_
-    std::optional<QStringList> outputs_;                            // guarded by mutex_
-    std::uint64_t totalMediaUsage_ = 0;                             // guarded by mutex_
-    ChecksumMap sourceChecksumDict_;                                // guarded by mutex_
-    std::vector<ChecksumMap> destChecksums_;                        // guarded by mutex_
-    std::map<QString, ChecksumMap> destChecksumDict_;               // guarded by mutex_
+    QStringList destinations_;                         // guarded by mutex_
+    std::optional<QStringList> outputs_;               // guarded by mutex_
+    std::uint64_t totalMediaUsage_ = 0;                // guarded by mutex_
+    ChecksumMap sourceChecksumDict_;                   // guarded by mutex_
+    std::shared_ptr<TransferLedger> ledger_;           // guarded by mutex_
+    quint64 sourceDevice_ = 0;                         // guarded by mutex_
+    std::map<QString, ChecksumMap> destChecksumDict_;  // guarded by mutex_
     QVTimeEstimate timeEstimate_;
     std::optional<QDateTime> lastProgressUpdate_;         // guarded by mutex_
     bool isFolder_ = false;                               // guarded by mutex_

@@ -228,7 +228,8 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
     EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep")) << "the marker goes first";
     EXPECT_EQ(settings_.object(SettingsKey::lastTransferDate).toDateTime(), clock_->now());
     EXPECT_EQ(volume->status(), QVVolume::Copying);
-    EXPECT_EQ(volume->progressBar().maxValue, 5.0) << "media usage leaves system litter out";
+    EXPECT_EQ(volume->progressBar().maxValue, 3 * 5.0)
+        << "media usage leaves system litter out; each copy is read back as much again";
     EXPECT_EQ(volume->destinations().size(), 2);
     EXPECT_TRUE(controller_->reservedFileQueue().isEmpty());
 

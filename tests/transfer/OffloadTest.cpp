@@ -268,24 +268,37 @@ TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
     volume->addDestination("/d2");
     controller_->setDataArray({volume});
 
-    auto info = std::make_shared<CopyInfo>();
-    info->object = std::weak_ptr<QVVolume>(volume);
-    info->source = "/card/a";
-    controller_->fileCopyBytesWritten(40, info);
-    controller_->fileCopyBytesWritten(60, info);
-    info->source = "/card/b";
-    controller_->fileCopyBytesWritten(40, info);
+    const auto infoFor = [&](const QString& source) {
+        auto info = std::make_shared<CopyInfo>();
+        info->object = std::weak_ptr<QVVolume>(volume);
+        info->source = source;
+        info->sourcePath = source.toUtf8();
+        return info;
+    };
+    const auto a = infoFor("/card/a");
+    const auto b = infoFor("/card/b");
+    controller_->fileCopyBytesWritten(40, a);
+    controller_->fileCopyBytesWritten(60, a);
+    controller_->fileCopyBytesWritten(40, b);
     EXPECT_EQ(volume->progressBar().doubleValue, 100) << "each file counts its latest total once";
     EXPECT_TRUE(waitUntil([&] { return view_.events().contains("title: Cardsweep (50%)"); }));
 
     volume->setStatus(QVVolume::Cancelled);
-    EXPECT_FALSE(controller_->fileCopyShouldContinue(info));
+    EXPECT_FALSE(controller_->fileCopyShouldContinue(b));
 
-    info->destChecksums = QStringList{"aa", "bb"};
-    info->sourceChecksum = "aa";
-    controller_->fileCopyFinished(info);
-    EXPECT_EQ(volume->sourceChecksumDict().at("b"), "aa");
-    EXPECT_EQ(volume->destChecksums()[1].at("b"), "bb");
+    // Digests go into the transfer's ledger by name; a copy that can't be made is named.
+    volume->setLedger(std::make_shared<TransferLedger>(2));
+    b->size = 40;
+    b->destChecksums = QStringList{"aa", "bb"};
+    b->sourceChecksum = "aa";
+    controller_->fileCopyFinished(b);
+    controller_->fileCopyProblem(a, 1, "can't be created: No space left on device");
+    EXPECT_EQ(volume->destChecksums()[0].at("b"), "aa");
+    EXPECT_EQ(volume->destChecksums()[1].at("b"), "FAILED") << "never the damaged copy's digest";
+    EXPECT_EQ(volume->destChecksums()[1].at("a"), "FAILED");
+    const auto failures = volume->ledger()->failures();
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].path, "/card/a") << "outside the volume's folder: the whole path";
 
     // Quitting asks only while files are being worked on.
     volume->setStatus(QVVolume::Finishing);

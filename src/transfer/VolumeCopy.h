@@ -1,0 +1,76 @@
+#pragma once
+// One file-mode transfer of a volume's items to its destination folders: the card is walked as
+// bytes (every name Linux can hold is copied), files go through the copy engine, links are
+// copied as links and never followed, and a failure is named in the ledger while the rest of
+// the card is still copied. A card that goes away ends the walk, recorded as an interruption.
+// Checks the copies from their medium unless told to check them inline. Used on one thread,
+// the volume's worker; the engine's delegate may be called from read-back threads too.
+
+#include <sys/stat.h>
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <optional>
+
+#include "CopyDelegate.h"
+#include "CopyInfo.h"
+#include "FileLayer.h"
+#include "MediaReadBack.h"
+#include "QVVolume.h"
+#include "TransferLedger.h"
+
+class VolumeCopy {
+  public:
+    struct Options {
+        VerificationType type = VerificationType::MD5;
+        bool fromMedium = true;  // false: each write is read back at once instead
+        MediaReadBack::Progress readBackProgress;
+    };
+
+    /// Starts a new ledger on the volume for these destination folders (made when missing).
+    VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr<QVVolume> volume,
+               const QStringList& destinations, const QString& relativeSource, Options options);
+    ~VolumeCopy();
+    VolumeCopy(const VolumeCopy&) = delete;
+    VolumeCopy& operator=(const VolumeCopy&) = delete;
+
+    /// The names of the entries at the top of the source, in listing order; an unreadable
+    /// source is recorded (as an interruption when the card is gone).
+    QList<QByteArray> topLevelNames();
+    /// Copies a file, link or folder (all below it) to every destination; false when anything
+    /// in it failed, was left out, or the copy stopped (cancelled, card gone).
+    bool copyItem(const QByteArray& item);
+    /// Waits until every copy is read back (on the main thread, still handling events).
+    void finish();
+    /// Gives up on copies not yet read back.
+    void cancel();
+    /// The card is no longer where it was when it was listed.
+    bool cardGone();
+    /// Copies are read back from their medium (by finish), not as they are written.
+    bool checksFromMedium() const { return readBack_.has_value(); }
+
+    const std::shared_ptr<TransferLedger>& ledger() const { return ledger_; }
+
+  private:
+    bool copyFile(const QByteArray& item, const QByteArray& relative);
+    bool copyFolder(const QByteArray& item, const QByteArray& relative, const struct stat& status);
+    bool copyLink(const QByteArray& item, const QByteArray& relative, const struct stat& status);
+    /// A source that can't be read: the card's interruption when it is gone, else the item's.
+    void sourceFailed(const QByteArray& relative, const QString& reason);
+    void clearTarget(const QByteArray& target);
+    bool stopped();
+
+    FileLayer& layer_;
+    CopyDelegate& delegate_;
+    const std::shared_ptr<QVVolume> volume_;
+    const QByteArray root_;
+    QList<QByteArray> destinations_;
+    const Options options_;
+    std::shared_ptr<TransferLedger> ledger_;
+    std::optional<MediaReadBack> readBack_;
+    quint64 device_ = 0;
+    bool cardGone_ = false;
+};
