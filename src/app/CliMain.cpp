@@ -37,12 +37,16 @@ int verifyFolder(const QString& folder) {
                      qPrintable(folder));
         return 2;
     }
-    for (const QString& name : report.missing)
-        std::printf("missing: %s\n", qPrintable(name));
-    for (const QString& name : report.differing)
-        std::printf("differs: %s\n", qPrintable(name));
-    for (const QString& name : report.extra)
-        std::printf("extra: %s\n", qPrintable(name));
+    const auto list = [](const char* label, const QStringList& names) {
+        for (const QString& name : names)
+            std::printf("%s: %s\n", label, name.toUtf8().constData());
+    };
+    list("incomplete", report.incomplete);
+    list("failed during transfer", report.failed);
+    list("unreadable manifest", report.unreadable);
+    list("missing", report.missing);
+    list("differs", report.differing);
+    list("extra", report.extra);
     std::printf("%s: %d files checked, %s\n", qPrintable(folder), report.checked,
                 report.ok() ? "verified" : "FAILED");
     return report.ok() ? 0 : 1;
@@ -121,6 +125,10 @@ int main(int argc, char** argv) {
     offload->add_option("--checksum", checksum, "Digest for this run")
         ->check(CLI::IsMember({"md5", "sha1"}));
     offload->add_flag("--only-movies", onlyMovies, "Copy only the QuickTime movies");
+    bool inlineCheck = false;
+    offload->add_flag("--inline", inlineCheck,
+                      "Check each write as it is made instead of reading the copies back from "
+                      "the media");
 
     CLI::App* verify =
         cli.add_subcommand("verify", "Re-check a transferred folder against its checksums.txt");
@@ -152,6 +160,8 @@ int main(int argc, char** argv) {
     QVLog::createNewLog();
 
     SettingsStore store(SettingsStore::defaultPath());
+    if (const QString problem = store.loadProblem(); !problem.isEmpty())
+        std::fprintf(stderr, "cardsweep-cli: %s\n", problem.toUtf8().constData());
     Preferences preferences(store);
     preferences.registerAndMigrate();
     const CliCommands commands(preferences);
@@ -168,6 +178,7 @@ int main(int argc, char** argv) {
         request.project = QString::fromStdString(project);
         request.checksum = QString::fromStdString(checksum);
         request.onlyMovies = onlyMovies;
+        request.inlineCheck = inlineCheck;
         status = OffloadRunner::run(store, request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath));

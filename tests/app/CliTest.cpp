@@ -1,6 +1,7 @@
 // cardsweep-cli as a user runs it: a sample card offloaded to two folders, the verdict, the
 // manifests, re-verification, and the exit statuses of bad requests.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QDirIterator>
@@ -128,11 +129,33 @@ TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
     EXPECT_EQ(cli({"offload", dir.filePath("card"), "--dest", dir.filePath("A"), "--bogus"}).status,
               2);
     EXPECT_EQ(cli({"verify", dir.filePath("card")}).status, 2);
-    const CliRun unwritable =
-        cli({"offload", dir.filePath("card"), "--dest", dir.filePath("plain/sub")});
-    EXPECT_EQ(unwritable.status, 1);
-    EXPECT_EQ(unwritable.output.trimmed().count(u'\n'), 0) << unwritable.output.toStdString();
-    EXPECT_TRUE(unwritable.output.contains("destination can't be written"));
+
+    // Refused before anything is written anywhere: the other destination isn't made either.
+    ASSERT_EQ(::symlink(QFile::encodeName(dir.filePath("A")).constData(),
+                        QFile::encodeName(dir.filePath("alias")).constData()),
+              0);
+    struct Refused {
+        QStringList destinations;
+        QString says;
+    };
+    for (const Refused& bad : {
+             Refused{{dir.filePath("new1"), ""}, "an empty destination was given"},
+             Refused{{dir.filePath("new1"), dir.filePath("plain")}, "destination is not a folder"},
+             Refused{{dir.filePath("new1"), dir.filePath("plain/sub")},
+                     "destination can't be written"},
+             Refused{{dir.filePath("A"), dir.filePath("new1/../A/")}, "given twice"},
+             Refused{{dir.filePath("A/x"), dir.filePath("alias/x")}, "given twice"},
+         }) {
+        QStringList arguments = {"offload", dir.filePath("card")};
+        for (const QString& destination : bad.destinations)
+            arguments << "--dest" << destination;
+        const CliRun run = cli(arguments);
+        EXPECT_EQ(run.status, 2) << run.output.toStdString();
+        EXPECT_TRUE(run.output.contains(bad.says)) << run.output.toStdString();
+        EXPECT_EQ(run.output.trimmed().count(u'\n'), 0) << "one line: " << run.output.toStdString();
+        EXPECT_FALSE(QFileInfo::exists(dir.filePath("new1")));
+        EXPECT_FALSE(QFileInfo::exists(dir.filePath("A")));
+    }
 
     // A destination on the card itself would copy the card into itself.
     const CliRun inside =

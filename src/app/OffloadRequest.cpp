@@ -1,0 +1,185 @@
+#include "OffloadRequest.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "FileLayer.h"
+#include "QVFileManager.h"
+#include "QVVolume.h"
+
+namespace {
+
+// The nearest existing folder at or above path (absolute, cleaned).
+QString nearestExisting(QString path) {
+    while (!QFileInfo::exists(path) && path != QLatin1String("/"))
+        path = QFileInfo(path).path();
+    return path;
+}
+
+bool isLink(const QString& path) {
+    struct stat status {};
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// The longest leading part of path that names something, a dangling link included.
+QString longestPresent(QString path) {
+    while (!QFileInfo::exists(path) && !isLink(path) && path != QLatin1String("/"))
+        path = QFileInfo(path).path();
+    return path;
+}
+
+// The real path of a folder that may not exist yet, as making it would resolve it: links on the
+// way are followed, dangling ones too (a folder made through one lands at its target).
+QString resolvedPath(QString path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        const QString present = longestPresent(path);
+        const QString rest = path.mid(present.size());
+        if (!isLink(present) || QFileInfo::exists(present))
+            return QDir::cleanPath(QFileInfo(present).canonicalFilePath() + u'/' + rest);
+        const QString target = QFileInfo(present).symLinkTarget();
+        path = QDir::cleanPath(target + rest);
+    }
+    return path;
+}
+
+bool isWritableFolder(const QString& path) {
+    return QFileInfo(path).isDir() &&
+           ::access(QFile::encodeName(path).constData(), W_OK | X_OK) == 0;
+}
+
+bool isSkippedAtTop(const QByteArray& name) {
+    static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
+                                               ".TemporaryItems", ".Trashes"};
+    return skipList.contains(name);
+}
+
+// What the card takes on file systems of each block size: every file rounded up to whole
+// blocks, a block per folder, and a line of manifest per file.
+class CardSize {
+  public:
+    explicit CardSize(std::set<std::uint64_t> blockSizes) {
+        for (const std::uint64_t size : blockSizes)
+            needs_[size] = 0;
+    }
+    void addFile(std::uint64_t bytes) {
+        for (auto& [block, need] : needs_)
+            need += (bytes + block - 1) / block * block + 128;
+    }
+    void addFolder() {
+        for (auto& [block, need] : needs_)
+            need += block;
+    }
+    void addTree(const QByteArray& path, bool top) {
+        std::vector<FileLayer::Entry> entries;
+        if (FileLayer::posix().listFolder(path, &entries) != 0)
+            return;
+        for (const FileLayer::Entry& entry : entries) {
+            if (top && isSkippedAtTop(entry.name))
+                continue;
+            const QByteArray child = path + '/' + entry.name;
+            struct stat status {};
+            if (::lstat(child.constData(), &status) != 0)
+                continue;
+            if (S_ISDIR(status.st_mode)) {
+                addFolder();
+                addTree(child, false);
+            } else {
+                addFile(S_ISREG(status.st_mode) ? std::uint64_t(status.st_size) : 0);
+            }
+        }
+    }
+    std::uint64_t need(std::uint64_t blockSize) const { return needs_.at(blockSize); }
+
+  private:
+    std::map<std::uint64_t, std::uint64_t> needs_;
+};
+
+struct FileSystem {
+    std::uint64_t blockSize = 4096;
+    std::uint64_t free = 0;
+    QStringList destinations;
+};
+
+}  // namespace
+
+std::optional<QString> OffloadRequest::problem(const QString& source,
+                                               const QStringList& destinations, bool onlyMovies) {
+    if (!QFileInfo(source).isDir())
+        return QStringLiteral("%1: no such card or folder").arg(source);
+    if (destinations.isEmpty())
+        return QStringLiteral("no destination given (--dest DIR)");
+    if (const auto problem = destinationProblem(source, destinations))
+        return problem;
+    return spaceProblem(source, destinations, onlyMovies);
+}
+
+std::optional<QString> OffloadRequest::destinationProblem(const QString& source,
+                                                          const QStringList& destinations) {
+    const QString card = resolvedPath(QDir::cleanPath(QFileInfo(source).absoluteFilePath()));
+    std::map<QString, QString> seen;  // resolved -> as given
+    for (const QString& destination : destinations) {
+        if (destination.trimmed().isEmpty())
+            return QStringLiteral("an empty destination was given");
+        const QString absolute = QDir::cleanPath(QFileInfo(destination).absoluteFilePath());
+        const QString resolved = resolvedPath(absolute);
+        if (resolved == card || resolved.startsWith(card + u'/') || card == QLatin1String("/"))
+            return QStringLiteral("%1: destination is inside the source").arg(destination);
+        const QFileInfo info(absolute);
+        if (info.exists() && !info.isDir())
+            return QStringLiteral("%1: destination is not a folder").arg(destination);
+        if (!isWritableFolder(nearestExisting(absolute)))
+            return QStringLiteral("%1: destination can't be written").arg(destination);
+        const auto [found, added] = seen.emplace(resolved, destination);
+        if (!added)
+            return QStringLiteral("%1: the same folder as %2, given twice")
+                .arg(destination, found->second);
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> OffloadRequest::spaceProblem(const QString& source,
+                                                    const QStringList& destinations,
+                                                    bool onlyMovies) {
+    std::map<dev_t, FileSystem> systems;
+    std::set<std::uint64_t> blockSizes;
+    for (const QString& destination : destinations) {
+        const QString existing =
+            nearestExisting(QDir::cleanPath(QFileInfo(destination).absoluteFilePath()));
+        struct stat status {};
+        struct statvfs figures {};
+        const QByteArray path = QFile::encodeName(existing);
+        if (::stat(path.constData(), &status) != 0 || ::statvfs(path.constData(), &figures) != 0)
+            continue;
+        FileSystem& system = systems[status.st_dev];
+        system.blockSize = std::max<std::uint64_t>(figures.f_frsize, 512);
+        system.free = std::uint64_t(figures.f_bavail) * figures.f_frsize;
+        system.destinations << destination;
+        blockSizes.insert(system.blockSize);
+    }
+    CardSize card(blockSizes);
+    if (onlyMovies) {
+        for (const QString& movie : QVVolume::quickTimeMoviesInFolder(source))
+            card.addFile(QVFileManager::fileSize(movie));
+    } else {
+        card.addTree(QFile::encodeName(source), true);
+    }
+    for (const auto& [device, system] : systems) {
+        const std::uint64_t need =
+            card.need(system.blockSize) * std::uint64_t(system.destinations.size());
+        if (need <= system.free)
+            continue;
+        return QStringLiteral("%1: not enough free space for this card (needs %2, %3 free)")
+            .arg(system.destinations.join(QStringLiteral(" and ")),
+                 QVFileManager::formatFileSize(double(need)),
+                 QVFileManager::formatFileSize(double(system.free)));
+    }
+    return std::nullopt;
+}
