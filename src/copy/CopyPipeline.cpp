@@ -259,7 +259,10 @@ void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t s
     }
     if (kind_ && readBackInline_)
         verifyBlock(index, data, size, offset, readBack, failures);
-    layer_.startWriteback(fd, off_t(offset), size);
+    // A large file's blocks go to the disk as they come; small files are left to the kernel,
+    // which writes many of them back together far better than one at a time.
+    if (expectedSize_ >= kBlockSize)
+        layer_.startWriteback(fd, off_t(offset), size);
 }
 
 // Reads the block back in cache-sized pieces. While every byte read back equals the source's,

@@ -38,6 +38,12 @@ class FileLayer {
         static_cast<void>(size);
     }
 
+    /// Starts reading the file into the cache in the background, so a later read doesn't wait
+    /// (many small files then arrive in parallel instead of one after another).
+    virtual void prefetch(const QByteArray& path) { static_cast<void>(path); }
+    /// As prefetch, for an open file.
+    virtual void readAhead(int fd) { static_cast<void>(fd); }
+
     // ---- Reaching the medium
 
     /// Writes the range to the medium and waits for it (sync_file_range); data only.

@@ -15,6 +15,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kBatchWait = std::chrono::milliseconds(300);
 constexpr std::size_t kReadSize = 1 << 20;
 constexpr std::uint64_t kToTheEnd = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t kReadWindow = 32;
 
 QString problem(const char* what, int code) {
     return QLatin1String(what) + SystemError::text(code);
@@ -234,37 +235,59 @@ std::vector<std::shared_ptr<MediaReadBack::Check>> MediaReadBack::takeBatch(
     }
 }
 
+// One flush for the whole batch, then the copies are read back a window at a time: every
+// copy of the window dropped from the cache and asked for at once, so the medium serves them
+// in parallel, then digested in order.
 void MediaReadBack::checkBatch(std::size_t destination,
                                const std::vector<std::shared_ptr<Check>>& batch) {
     QString flushProblem;
     if (!fileFlush_[destination] && layer_.flushFileSystem(rootFds_[destination]) != 0)
         flushProblem = problem("can't be stored on its medium: ", errno);
-    for (const auto& check : batch) {
-        bool skip = false;
-        {
-            const std::lock_guard lock(mutex_);
-            skip = skipped(*check, destination);
+    for (std::size_t start = 0; start < batch.size(); start += kReadWindow) {
+        const std::size_t end = std::min(batch.size(), start + kReadWindow);
+        std::vector<int> fds(end - start, -1);
+        std::vector<QString> troubles(end - start, flushProblem);
+        for (std::size_t i = start; i < end; ++i)
+            fds[i - start] = openForReadBack(destination, *batch[i], &troubles[i - start]);
+        for (std::size_t i = start; i < end; ++i) {
+            const int fd = fds[i - start];
+            QString& trouble = troubles[i - start];
+            if (fd < 0) {
+                finishPart(*batch[i], destination,
+                           trouble.isEmpty() ? Outcome() : Outcome{{}, trouble});
+                continue;
+            }
+            DigestContext digest(kind_);
+            std::uint64_t position = 0;
+            if (trouble.isEmpty())
+                trouble = readBack(destination, fd, kToTheEnd, digest, &position, false).problem;
+            layer_.close(fd);
+            finishPart(*batch[i], destination,
+                       {trouble.isEmpty() ? digest.hexDigest() : QString(), trouble});
         }
-        if (skip) {
-            finishPart(*check, destination, {});
-            continue;
-        }
-        const int fd = layer_.openRead(check->copies[qsizetype(destination)]);
-        if (fd < 0) {
-            finishPart(*check, destination, {{}, problem("can't be read back: ", errno)});
-            continue;
-        }
-        QString trouble = flushProblem;
-        if (trouble.isEmpty() && fileFlush_[destination] && layer_.flushData(fd) != 0)
-            trouble = problem("can't be stored on its medium: ", errno);
-        DigestContext digest(kind_);
-        std::uint64_t position = 0;
-        if (trouble.isEmpty())
-            trouble = readBack(destination, fd, kToTheEnd, digest, &position).problem;
-        layer_.close(fd);
-        finishPart(*check, destination,
-                   {trouble.isEmpty() ? digest.hexDigest() : QString(), trouble});
     }
+}
+
+// Opens a copy to read it back, flushed (when its file system can't be flushed whole), dropped
+// from the cache and asked for; -1 when it isn't to be read back, with the reason in trouble.
+int MediaReadBack::openForReadBack(std::size_t destination, const Check& check, QString* trouble) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (skipped(check, destination))
+            return -1;
+    }
+    const int fd = layer_.openRead(check.copies[qsizetype(destination)]);
+    if (fd < 0) {
+        *trouble = problem("can't be read back: ", errno);
+        return -1;
+    }
+    if (trouble->isEmpty() && fileFlush_[destination] && layer_.flushData(fd) != 0)
+        *trouble = problem("can't be stored on its medium: ", errno);
+    if (trouble->isEmpty()) {
+        layer_.dropCache(fd, 0, 0);
+        layer_.readAhead(fd);
+    }
+    return fd;
 }
 
 // Reads a large copy back range by range as the writer gets ahead, each range flushed to the
@@ -300,7 +323,7 @@ void MediaReadBack::follow(std::size_t destination, Check& check) {
             outcome.problem = problem("can't be stored on its medium: ", errno);
             break;
         }
-        outcome = readBack(destination, fd, end, digest, &position);
+        outcome = readBack(destination, fd, end, digest, &position, true);
     }
     if (fd >= 0)
         layer_.close(fd);
@@ -310,11 +333,12 @@ void MediaReadBack::follow(std::size_t destination, Check& check) {
 }
 
 // Reads [*position, end) from the medium into the digest, range by range: each range flushed
-// first (when short of the end of the file, whose flush is the caller's), its cached pages
-// dropped so the read can't be answered from memory, and dropped again after, so the copies
-// don't crowd the cache.
+// first (when short of the end of the file, whose flush is the caller's) and, unless the caller
+// did, its cached pages dropped so the read can't be answered from memory; dropped again after,
+// so the copies don't crowd the cache.
 MediaReadBack::Outcome MediaReadBack::readBack(std::size_t destination, int fd, std::uint64_t end,
-                                               DigestContext& digest, std::uint64_t* position) {
+                                               DigestContext& digest, std::uint64_t* position,
+                                               bool dropFirst) {
     std::vector<char>& buffer = workers_[destination]->buffer;
     const bool toTheEnd = end == kToTheEnd;
     while (*position < end) {
@@ -322,7 +346,8 @@ MediaReadBack::Outcome MediaReadBack::readBack(std::size_t destination, int fd, 
         const std::size_t length = std::size_t(rangeEnd - *position);
         if (!toTheEnd && layer_.flushRange(fd, off_t(*position), length) != 0)
             return {{}, problem("can't be stored on its medium: ", errno)};
-        layer_.dropCache(fd, off_t(*position), toTheEnd ? 0 : length);
+        if (dropFirst)
+            layer_.dropCache(fd, off_t(*position), toTheEnd ? 0 : length);
         std::uint64_t got = 0;
         while (got < length) {
             const std::size_t want = std::min<std::uint64_t>(buffer.size(), length - got);

@@ -72,8 +72,9 @@ class MediaReadBack {
                                                   std::unique_lock<std::mutex>& lock);
     void checkBatch(std::size_t destination, const std::vector<std::shared_ptr<Check>>& batch);
     void follow(std::size_t destination, Check& check);
-    Outcome readBack(std::size_t destination, int fd, std::uint64_t from, DigestContext& digest,
-                     std::uint64_t* position);
+    int openForReadBack(std::size_t destination, const Check& check, QString* trouble);
+    Outcome readBack(std::size_t destination, int fd, std::uint64_t end, DigestContext& digest,
+                     std::uint64_t* position, bool dropFirst);
     void finishPart(Check& check, std::size_t destination, Outcome outcome);
     void settle(Check& check, std::unique_lock<std::mutex>& lock);
     bool skipped(const Check& check, std::size_t destination) const;  // REQUIRES: mutex_ held

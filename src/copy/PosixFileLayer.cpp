@@ -80,6 +80,18 @@ void PosixFileLayer::startWriteback(int fd, off_t offset, size_t size) {
     ::sync_file_range(fd, offset, off_t(size), SYNC_FILE_RANGE_WRITE);
 }
 
+void PosixFileLayer::prefetch(const QByteArray& path) {
+    const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0)
+        return;
+    readAhead(fd);
+    ::close(fd);
+}
+
+void PosixFileLayer::readAhead(int fd) {
+    ::posix_fadvise(fd, 0, 0, POSIX_FADV_WILLNEED);
+}
+
 int PosixFileLayer::linkStatus(const QByteArray& path, struct stat* status) {
     return ::lstat(path.constData(), status);
 }

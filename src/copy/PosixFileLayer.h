@@ -15,6 +15,8 @@ class PosixFileLayer : public FileLayer {
     bool applyAttributes(const QByteArray& path, const struct stat& attributes) override;
     void adviseSequential(int fd) override;
     void startWriteback(int fd, off_t offset, size_t size) override;
+    void prefetch(const QByteArray& path) override;
+    void readAhead(int fd) override;
     int flushRange(int fd, off_t offset, size_t size) override;
     int flushData(int fd) override;
     int flushFileSystem(int fd) override;

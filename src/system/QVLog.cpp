@@ -28,7 +28,7 @@ void printToStdout(const QString& text) {
     std::fflush(stdout);
 }
 
-QString timestamp() {
+QString formattedTimestamp() {
     const QDateTime now = QDateTime::currentDateTime();
     const int offset = now.offsetFromUtc();
     const int magnitude = offset < 0 ? -offset : offset;
@@ -36,6 +36,18 @@ QString timestamp() {
            QStringLiteral("%1%2")
                .arg(magnitude / 3600, 2, 10, QLatin1Char('0'))
                .arg((magnitude % 3600) / 60, 2, 10, QLatin1Char('0'));
+}
+
+// Lines come in bursts of many a second; the stamp is formatted once a second per thread.
+QString timestamp() {
+    thread_local qint64 second = -1;
+    thread_local QString text;
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    if (now != second) {
+        text = formattedTimestamp();
+        second = now;
+    }
+    return text;
 }
 
 QString executablePath() {
@@ -91,7 +103,8 @@ QVLog::~QVLog() {
         stopping_ = true;
         writeQueue_.clear();
     }
-    queueChanged_.notify_all();
+    workArrived_.notify_all();
+    becameIdle_.notify_all();
     writer_.join();
 }
 
@@ -287,24 +300,33 @@ void QVLog::writeLine(const QString& text) {
     }
     const QByteArray line = QVFormat::format(u"%@ - %@\n", timestamp(), text).toUtf8();
     const qint64 written = fileHandle_->write(line);
-    fileHandle_->flush();
+    // A burst of lines reaches the file together; the last of them at once.
+    if (queueIsEmpty()) {
+        fileHandle_->flush();
+    }
     if (written > 0) {
         bytesWritten_ += static_cast<std::uint64_t>(written);
     }
 }
 
 void QVLog::enqueue(std::function<void()> operation) {
+    bool wake = false;
     {
         const std::lock_guard lock(queueMutex_);
         writeQueue_.push_back(std::move(operation));
+        wake = writerAsleep_;
     }
-    queueChanged_.notify_all();
+    if (wake) {
+        workArrived_.notify_one();
+    }
 }
 
 void QVLog::runQueue() {
     std::unique_lock lock(queueMutex_);
     for (;;) {
-        queueChanged_.wait(lock, [this] { return stopping_ || !writeQueue_.empty(); });
+        writerAsleep_ = true;
+        workArrived_.wait(lock, [this] { return stopping_ || !writeQueue_.empty(); });
+        writerAsleep_ = false;
         if (writeQueue_.empty()) {
             return;
         }
@@ -315,8 +337,15 @@ void QVLog::runQueue() {
         operation();
         lock.lock();
         busy_ = false;
-        queueChanged_.notify_all();
+        if (writeQueue_.empty() && idleWaiters_ > 0) {
+            becameIdle_.notify_all();
+        }
     }
+}
+
+bool QVLog::queueIsEmpty() {
+    const std::lock_guard lock(queueMutex_);
+    return writeQueue_.empty();
 }
 
 bool QVLog::onWriterThread() const {
@@ -325,7 +354,9 @@ bool QVLog::onWriterThread() const {
 
 void QVLog::waitUntilIdle() {
     std::unique_lock lock(queueMutex_);
-    queueChanged_.wait(lock, [this] { return writeQueue_.empty() && !busy_; });
+    ++idleWaiters_;
+    becameIdle_.wait(lock, [this] { return stopping_ || (writeQueue_.empty() && !busy_); });
+    --idleWaiters_;
 }
 
 void QVLog::finishWriting() {

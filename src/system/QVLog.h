@@ -97,10 +97,17 @@ class QVLog {
     std::atomic<std::uint64_t> bytesInQueue_{0};
     std::atomic<bool> loggingDisabled_{false};
 
+    bool queueIsEmpty();
+
     std::mutex queueMutex_;
-    std::condition_variable queueChanged_;
+    // The writer is woken only when it sleeps, and waiters for an idle queue only when it
+    // empties: a line costs no system call while the writer is busy.
+    std::condition_variable workArrived_;
+    std::condition_variable becameIdle_;
     std::deque<std::function<void()>> writeQueue_;  // guarded by queueMutex_
     bool busy_ = false;                             // guarded by queueMutex_
+    bool writerAsleep_ = false;                     // guarded by queueMutex_
+    int idleWaiters_ = 0;                           // guarded by queueMutex_
     bool stopping_ = false;                         // guarded by queueMutex_
     std::thread writer_;
 };

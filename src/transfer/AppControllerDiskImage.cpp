@@ -95,9 +95,18 @@ int AppController::verifyDiskImage(const QString& imagePath, QVVolume& volume) {
     const auto progress = [this, &volume](std::uint64_t bytes) {
         verificationProgressUpdate(bytes, volume);
     };
+    // The image is read back from its medium, not from the pages that were just written.
+    const QByteArray path = QFile::encodeName(imagePath);
+    if (const int fd = fileLayer_.openRead(path); fd >= 0) {
+        const bool flushed = fileLayer_.flushData(fd) == 0;
+        fileLayer_.dropCache(fd, 0, 0);
+        fileLayer_.close(fd);
+        if (!flushed)
+            return 1;
+    }
     const auto digest = expected.size() == 40
-                            ? FileSHA1HashCreateWithPath(imagePath, 1 << 20, progress)
-                            : FileMD5HashCreateWithPath(imagePath, 1 << 20, progress);
+                            ? FileSHA1HashCreateWithPath(imagePath, 1 << 20, progress, fileLayer_)
+                            : FileMD5HashCreateWithPath(imagePath, 1 << 20, progress, fileLayer_);
     return digest == expected ? 0 : 1;
 }
 

@@ -44,7 +44,10 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
             list.push_back({1, workPath(folder)});
         controller.setDestinationList(list);
         controller.addVolumeToQueue(volume);
-        if (pull && waitUntil([&] { return volume->status() == QVVolume::Copying; }))
+        if (pull && waitUntil([&] {
+                return volume->status() == QVVolume::Copying &&
+                       volume->progressBar().doubleValue > 0;
+            }))
             pull();
         ++ends;
         EXPECT_TRUE(waitUntil([&] { return view.events().filter("ended: ").size() == ends; }));

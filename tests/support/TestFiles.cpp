@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QDirIterator>
@@ -61,6 +62,8 @@ std::map<QByteArray, QByteArray> TestFiles::exactTree(const QByteArray& root,
             entries[relative] = "/";
             for (const auto& [below, content] : exactTree(path, leaveOut))
                 entries[relative + below] = content;
+        } else if (!S_ISREG(status.st_mode)) {
+            entries[relative] = "special";
         } else {
             QFile file;
             const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
@@ -69,6 +72,20 @@ std::map<QByteArray, QByteArray> TestFiles::exactTree(const QByteArray& root,
         }
     }
     return entries;
+}
+
+void TestFiles::removeTree(const QByteArray& root) {
+    std::vector<FileLayer::Entry> names;
+    FileLayer::posix().listFolder(root, &names);
+    for (const FileLayer::Entry& entry : names) {
+        const QByteArray path = root + '/' + entry.name;
+        struct stat status {};
+        if (::lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode))
+            removeTree(path);
+        else
+            ::unlink(path.constData());
+    }
+    ::rmdir(root.constData());
 }
 
 QByteArray TestFiles::randomBytes(qsizetype size, quint32 seed) {

@@ -19,9 +19,12 @@ class TestFiles {
     static std::map<QString, QByteArray> tree(const QString& root,
                                               const QStringList& leaveOut = {});
     /// Every entry below root as the file system holds it, names as bytes: a file's bytes, a
-    /// link's "-> target", a folder's "/"; entries named in leaveOut (at any depth) left out.
+    /// link's "-> target", a folder's "/", anything else "special"; entries named in leaveOut (at
+    /// any depth) left out.
     static std::map<QByteArray, QByteArray> exactTree(const QByteArray& root,
                                                       const QList<QByteArray>& leaveOut = {});
+    /// Removes a folder and all below it by bytes, whatever the names (no links followed).
+    static void removeTree(const QByteArray& root);
     static QByteArray randomBytes(qsizetype size, quint32 seed);
     /// A sparse file of that size.
     static QString sparse(const QString& path, qint64 size);

@@ -9,65 +9,14 @@
 
 #include "AppController.h"
 #include "FaultyFileLayer.h"
+#include "OffloadFixture.h"
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
 
-namespace {
-
-// What a copy of a card holds: its litter and done-marker are not copied.
-const QStringList kNotCopied = {".DS_Store", ".Trashes", ".cardsweep"};
-
-class OffloadTest : public testing::Test {
-  protected:
-    OffloadTest() : settings_(work_.filePath("settings.plist")) {
-        Preferences(settings_).registerAndMigrate();
-        settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
-        settings_.setObject(SettingsKey::writeDoneFlag, PropertyList(qint64(1)));
-    }
-    void TearDown() override { drainWorkers(); }
-
-    void makeController(FileLayer& layer = FileLayer::posix()) {
-        controller_ = std::make_unique<AppController>(settings_, view_, notifier_, nullptr,
-                                                      Clock::system(), layer);
-        controller_->setDestinationList(
-            {{1, work_.filePath("dest one")}, {1, work_.filePath("dest two")}});
-    }
-    std::shared_ptr<QVVolume> card(const QString& name) {
-        const QString root = work_.filePath("cards/" + name);
-        TestFiles::write(root + "/CONTENTS/CLIP/A001C001.MXF", QByteArray(300000, 'a'));
-        TestFiles::write(root + "/CONTENTS/CLIP/A001C002.MXF",
-                         QByteArray(5 * 1024 * 1024 + 9, 'b'));
-        TestFiles::write(root + "/CONTENTS/CLIP/.hidden-inside", "kept");
-        TestFiles::write(root + "/CONTENTS/PROXY/A001C001.MP4", "proxy");
-        TestFiles::write(root + "/.Trashes/junk", "skipped");
-        TestFiles::write(root + "/.DS_Store", "skipped");
-        return QVVolume::volumeWithName(name, root, 0, settings_);
-    }
-    bool offload(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
-        controller_->setDataArray(volumes);
-        for (const auto& volume : volumes)
-            controller_->addVolumeToQueue(volume);
-        return waitUntil([&] {
-            for (const auto& volume : volumes) {
-                const qint64 status = volume->status();
-                if (status != QVVolume::Done && status != QVVolume::Failed)
-                    return false;
-            }
-            return true;
-        });
-    }
-
-    QTemporaryDir work_;
-    SettingsStore settings_;
-    RecordingAppView view_;
-    RecordingNotifier notifier_;
-    std::unique_ptr<AppController> controller_;
-};
-
-}  // namespace
+class OffloadTest : public OffloadFixture {};
 
 TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFiles) {
     makeController();
@@ -121,7 +70,7 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
 }
 
 TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
-    FaultyFileLayer layer;
+    FaultyFileLayer& layer = faultyLayer();
     layer.failCreationsUnder(work_.filePath("dest two"));
     makeController(layer);
     const auto volume = card("A001");
@@ -134,7 +83,7 @@ TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
 
     // Full part-way through a clip: the short copy's digest differs, and that outcome comes
     // before the failed copy.
-    FaultyFileLayer filling;
+    FaultyFileLayer& filling = faultyLayer();
     filling.failWritesAfter("/CONTENTS/CLIP/A001C002.MXF", 3 * 1024 * 1024);
     makeController(filling);
     const auto second = card("B001");
@@ -146,7 +95,7 @@ TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
 }
 
 TEST_F(OffloadTest, ADamagedCopyIsReportedWithEveryFailingDestination) {
-    FaultyFileLayer layer;
+    FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
     const auto volume = card("A001");
     // Both copies of one file come back damaged: one record, listed twice.
@@ -168,7 +117,7 @@ TEST_F(OffloadTest, ADamagedCopyIsReportedWithEveryFailingDestination) {
 }
 
 TEST_F(OffloadTest, TransferOnABusyCardCancelsItAndConfirmAndRemoveLeavesNoFolderBehind) {
-    FaultyFileLayer layer;
+    FaultyFileLayer& layer = faultyLayer();
     layer.slowReads("/CONTENTS/CLIP/A001C002.MXF", 1000);
     makeController(layer);
     TestFiles::write(work_.filePath("dest one/Untitled Project/earlier card/keep.MXF"));

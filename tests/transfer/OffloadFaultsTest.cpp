@@ -1,0 +1,244 @@
+// Whole transfers meeting the faults a crew meets: a failing clip, a vanishing file, a pulled
+// card, a full destination, names that aren't text, links of every kind, a second copy landing
+// inside the first. Never a "Done" that isn't true, never a file lost without being named.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QScopeGuard>
+#include <QSet>
+
+#include "ChecksumManifest.h"
+#include "FakeClock.h"
+#include "FaultyFileLayer.h"
+#include "ManifestVerifier.h"
+#include "MetadataField.h"
+#include "OffloadFixture.h"
+#include "Preferences.h"
+#include "TestFiles.h"
+
+namespace {
+
+constexpr qint64 MiB = 1024 * 1024;
+
+class OffloadFaultsTest : public OffloadFixture {
+  protected:
+    std::shared_ptr<TransferLedger> ledgerOf(const std::shared_ptr<QVVolume>& volume) {
+        const auto ledger = volume->ledger();
+        EXPECT_TRUE(ledger);
+        return ledger ? ledger : std::make_shared<TransferLedger>(0);
+    }
+    QStringList failuresOf(const std::shared_ptr<QVVolume>& volume) {
+        QStringList lines;
+        for (const auto& failure : ledgerOf(volume)->failures())
+            lines << QStringLiteral("%1 @%2: %3")
+                         .arg(QString::fromUtf8(failure.path))
+                         .arg(failure.destination)
+                         .arg(failure.reason);
+        lines.sort();  // in the order the card was walked
+        return lines;
+    }
+    QByteArray manifestOf(const QString& destination) {
+        const QByteArray folder = QFile::encodeName(destination);
+        return TestFiles::read(
+            QFile::decodeName(folder + '/' + ChecksumManifest::find(FileLayer::posix(), folder)));
+    }
+};
+
+// The card exactly as the file system holds it, less what a transfer leaves behind or out.
+std::map<QByteArray, QByteArray> copiedTree(const QString& root) {
+    return TestFiles::exactTree(QFile::encodeName(root), {".DS_Store", ".Trashes", ".cardsweep",
+                                                          "checksums (Cardsweep).txt"});
+}
+
+}  // namespace
+
+TEST_F(OffloadFaultsTest, AClipThatCantBeReadIsNamedAndTheRestOfTheCardStillArrives) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+    const auto volume = card("A001");
+    const QString root = volume->path();
+    TestFiles::write(root + "/CONTENTS/CLIP/A001C003.MXF", TestFiles::randomBytes(10 * MiB, 3));
+    TestFiles::write(root + "/CONTENTS/CLIP/A001C004.MXF", "after the bad one");
+    layer.failReadsAfter(root + "/CONTENTS/CLIP/A001C003.MXF", 8 * MiB);
+    layer.vanish(root + "/CONTENTS/PROXY/A001C001.MP4");
+    ASSERT_TRUE(offload({volume}));
+
+    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
+    EXPECT_EQ(failuresOf(volume),
+              QStringList({"/CONTENTS/CLIP/A001C003.MXF @-1: read error at byte 8388608: "
+                           "Input/output error",
+                           "/CONTENTS/PROXY/A001C001.MP4 @-1: vanished before it was copied: No "
+                           "such file or directory"}));
+    auto expected = TestFiles::exactTree(QFile::encodeName(root), {".DS_Store", ".Trashes"});
+    expected.erase("/CONTENTS/CLIP/A001C003.MXF");
+    expected.erase("/CONTENTS/PROXY/A001C001.MP4");
+    for (const QString& destination : volume->destinations()) {
+        auto copy = TestFiles::exactTree(QFile::encodeName(destination), {"checksums.txt"});
+        copy.erase("/CONTENTS/CLIP/A001C003.MXF");  // as much as could be read
+        EXPECT_EQ(copy, expected) << "every readable file arrived whole";
+        EXPECT_TRUE(manifestOf(destination).contains("FAILED\tA001C003.MXF\n"));
+        const auto report = ManifestVerifier::verify(destination);
+        EXPECT_FALSE(report.ok());
+        EXPECT_EQ(QSet<QString>(report.failed.begin(), report.failed.end()),
+                  QSet<QString>({"A001C003.MXF", "A001C001.MP4"}));
+    }
+    EXPECT_FALSE(QFileInfo::exists(root + "/.cardsweep"));
+}
+
+TEST_F(OffloadFaultsTest, APulledCardFailsBeforeAndDuringItsTransferAndIsNeverVerified) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+
+    // Pulled after it was listed: what is left at its mount point is no card.
+    const auto before = card("GONE");
+    before->setSourceDevice(before->sourceDevice() + 1);
+    ASSERT_TRUE(offload({before}));
+    EXPECT_EQ(before->statusText(), "Error: Volume doesn't exist");
+    EXPECT_TRUE(before->destinations().isEmpty()) << "nothing reserved, nothing written";
+
+    // Pulled mid-clip: what was copied is still read back, the rest is said to be missing.
+    const auto during = card("PULLED");
+    TestFiles::write(during->path() + "/CONTENTS/CLIP/A001C003.MXF",
+                     TestFiles::randomBytes(6 * MiB, 4));
+    layer.pullCardAfter(during->path(), 2 * MiB);
+    ASSERT_TRUE(offload({during}));
+    EXPECT_EQ(during->status(), QVVolume::Failed);
+    EXPECT_EQ(ledgerOf(during)->interruption(),
+              "the card was removed before every file was copied");
+    for (const QString& destination : during->destinations()) {
+        EXPECT_TRUE(
+            manifestOf(destination)
+                .endsWith("INCOMPLETE\tthe card was removed before every file was copied\n"));
+        const auto report = ManifestVerifier::verify(destination);
+        EXPECT_FALSE(report.ok());
+        EXPECT_EQ(report.incomplete.size(), 1);
+    }
+}
+
+TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+    settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
+    const auto volume = card("A001");
+    layer.failWritesAfter(workPath("dest two/Untitled Project/CONTENTS/CLIP/A001C002.MXF"),
+                          3 * MiB);
+    ASSERT_TRUE(offload({volume}));
+
+    const auto ledger = ledgerOf(volume);
+    EXPECT_TRUE(ledger->isComplete(0));
+    EXPECT_FALSE(ledger->isComplete(1));
+    EXPECT_EQ(failuresOf(volume), QStringList({"/CONTENTS/CLIP/A001C002.MXF @1: can't be written: "
+                                               "No space left on device"}));
+    const QStringList destinations = volume->destinations();
+    EXPECT_TRUE(ManifestVerifier::verify(destinations[0]).ok());
+    EXPECT_EQ(copiedTree(destinations[0]).erase("/checksums.txt"), 1u);
+    const auto damaged = ManifestVerifier::verify(destinations[1]);
+    EXPECT_EQ(damaged.failed, QStringList({"A001C002.MXF"}));
+    EXPECT_EQ(volume->statusText(),
+              "Error: Verification failure: Source file sizes do not match destination file sizes");
+}
+
+// Every name Linux can hold is copied byte for byte, listed so a check reads it back, and a
+// card's own file is never overwritten by what the transfer writes.
+TEST_F(OffloadFaultsTest, NamesThatArentTextArriveByteForByte) {
+    makeController();
+    const QByteArray root = QFile::encodeName(workPath("cards/NAMES"));
+    const QList<QByteArray> names = {
+        "bad\xff\xfename.MXF",   "new\nline.MXF", "back\\slash.MXF", "tab\there.MXF",
+        "\xc3\xa9t\xc3\xa9.MXF", "-dash",         "$(x) 'quote'"};
+    QDir().mkpath(QFile::decodeName(root));
+    ASSERT_EQ(::mkdir((root + "/DIR\xff").constData(), 0755), 0);
+    for (const QByteArray& name : names) {
+        for (const QByteArray& folder : {QByteArray("/DIR\xff/"), QByteArray("/")}) {
+            QFile file;
+            const int fd = ::open((root + folder + name).constData(),
+                                  O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            ASSERT_GE(fd, 0) << name.toStdString();
+            ASSERT_TRUE(file.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
+            file.write(folder + name);
+        }
+    }
+    TestFiles::write(QFile::decodeName(root + "/checksums.txt"), "the card's own");
+    TestFiles::write(QFile::decodeName(root + "/DIR2/checksums.txt"), "also the card's");
+    const auto volume = listCard("NAMES");
+    ASSERT_TRUE(offload({volume}));
+    EXPECT_EQ(volume->status(), QVVolume::Done) << volume->statusText().toStdString();
+
+    const auto expected = TestFiles::exactTree(root);
+    // Qt can't remove what it can't name: the scratch folder is emptied by bytes.
+    const auto cleanUp = qScopeGuard([&] {
+        for (const QString& folder :
+             {workPath("cards"), workPath("dest one"), workPath("dest two")})
+            TestFiles::removeTree(QFile::encodeName(folder));
+    });
+    for (const QString& destination : volume->destinations()) {
+        EXPECT_EQ(copiedTree(destination), expected);
+        const QByteArray manifest = TestFiles::read(destination + "/checksums (Cardsweep).txt");
+        EXPECT_TRUE(manifest.contains("\tbad\\xff\\xfename.MXF\n"));
+        EXPECT_TRUE(manifest.contains("\tnew\\nline.MXF\n"));
+        EXPECT_TRUE(manifest.contains("\tback\\\\slash.MXF\n"));
+        const auto report = ManifestVerifier::verify(destination);
+        EXPECT_TRUE(report.ok()) << report.differing.join(", ").toStdString()
+                                 << report.missing.join(", ").toStdString()
+                                 << report.extra.join(", ").toStdString();
+    }
+}
+
+TEST_F(OffloadFaultsTest, LinksAreCopiedAsLinksAndNeverFollowed) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+    const auto volume = card("LINKS");
+    const QByteArray root = QFile::encodeName(volume->path());
+    const std::pair<const char*, const char*> links[] = {
+        {"CONTENTS/CLIP", "/to-folder"}, {"/etc/passwd", "/outside"},
+        {"nowhere", "/dangling"},        {"loop-b", "/loop-a"},
+        {"loop-a", "/loop-b"},           {"A001C001.MXF", "/CONTENTS/CLIP/to-file"}};
+    for (const auto& [target, link] : links)
+        ASSERT_EQ(::symlink(target, (root + link).constData()), 0) << link;
+    ASSERT_EQ(::mkfifo((root + "/CONTENTS/pipe").constData(), 0644), 0);
+    layer.refuseLinksUnder(work_.filePath("dest two"));
+    ASSERT_TRUE(offload({volume}));
+
+    const auto ledger = ledgerOf(volume);
+    EXPECT_EQ(ledger->links().size(), std::size(links));
+    EXPECT_TRUE(ledger->isComplete(0) == false) << "the pipe can't be copied anywhere";
+    const QStringList failures = failuresOf(volume);
+    EXPECT_TRUE(failures.contains("/CONTENTS/pipe @-1: not a file, folder or link; not copied"));
+    EXPECT_EQ(failures.filter("link refused by the destination: Operation not permitted").size(),
+              qsizetype(std::size(links)));
+    auto expected = TestFiles::exactTree(root, {".DS_Store", ".Trashes"});
+    expected.erase("/CONTENTS/pipe");
+    auto copy = copiedTree(volume->destinations()[0]);
+    copy.erase("/checksums.txt");
+    EXPECT_EQ(copy, expected) << "links as links, pointing where they pointed";
+}
+
+// A second transfer reserving a folder that exists lands inside it; each copy still checks.
+TEST_F(OffloadFaultsTest, ASecondCopyInsideTheFirstLeavesBothVerifying) {
+    const auto clock = std::make_shared<FakeClock>(QDateTime(QDate(2026, 11, 23), QTime(9, 0)));
+    controller_ = std::make_unique<AppController>(settings_, view_, notifier_, nullptr, clock);
+    controller_->setDestinationList({{1, workPath("dest one")}});
+    PropertyList::Array stampOnly;
+    for (const PropertyList& field : Preferences::defaultMetadata()) {
+        if (field["title"].toString() == "Timestamp")
+            stampOnly.push_back(field);
+    }
+    settings_.setObject(SettingsKey::metadata, PropertyList(stampOnly));
+    const auto first = card("A001");
+    ASSERT_TRUE(offload({first}));
+    drainWorkers();
+    const auto second = card("B001");
+    ASSERT_TRUE(offload({second}));
+    drainWorkers();
+    ASSERT_EQ(second->destinations()[0], first->destinations()[0] + "/0001");
+    for (const auto& volume : {first, second}) {
+        EXPECT_EQ(volume->status(), QVVolume::Done);
+        const auto report = ManifestVerifier::verify(volume->destinations()[0]);
+        EXPECT_TRUE(report.ok()) << report.extra.join(", ").toStdString();
+    }
+}
