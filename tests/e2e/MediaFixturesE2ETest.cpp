@@ -1,5 +1,6 @@
 // The media the end-to-end tests prove copies against: a FUSE medium that stores a lie while
-// the page cache keeps the truth.
+// the page cache keeps the truth, an ext4 disk that fills up, and one whose backing store
+// runs out at writeback.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -11,13 +12,16 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QThread>
 #include <cerrno>
 
+#include "LoopDisk.h"
 #include "LyingMedium.h"
 #include "PageCache.h"
 #include "QVTaskEx.h"
 #include "SystemTool.h"
 #include "TestFiles.h"
+#include "TestMount.h"
 
 namespace {
 
@@ -50,6 +54,12 @@ QByteArray withByteInverted(QByteArray bytes, qsizetype at) {
     return bytes;
 }
 
+// The file behind a loop device, as the kernel names it; empty once it is detached.
+QByteArray backingFileOf(const QString& device) {
+    QFile backing("/sys/block/" + QFileInfo(device).fileName() + "/loop/backing_file");
+    return backing.open(QIODevice::ReadOnly) ? backing.readAll().trimmed() : QByteArray();
+}
+
 // Writes all of bytes; errno of the first failed write, 0 when all went in.
 int writeAll(int fd, const QByteArray& bytes, qint64* written = nullptr) {
     qint64 done = 0;
@@ -76,6 +86,17 @@ class LyingMediumE2E : public testing::Test {
     void TearDown() override {
         if (QFileInfo::exists(work_.path()))
             SystemTool::run("rm", {"-rf", "--one-file-system", work_.path()});
+    }
+    QTemporaryDir work_;
+};
+
+class LoopDiskE2E : public testing::Test {
+  protected:
+    void SetUp() override {
+        const QString reason = LoopDisk::unavailableReason();
+        if (!reason.isEmpty())
+            GTEST_SKIP() << "no loop disks: " << reason.toStdString();
+        ASSERT_TRUE(work_.isValid());
     }
     QTemporaryDir work_;
 };
@@ -150,4 +171,79 @@ TEST_F(LyingMediumE2E, ACopyProgramWorksOnIt) {
     EXPECT_EQ(::unlink((QFile::encodeName(copy) + "/A/not\xff utf8").constData()), 0);
     EXPECT_TRUE(QDir(copy).removeRecursively());
     EXPECT_TRUE(QDir(medium.backingPath()).isEmpty());
+}
+
+TEST_F(LoopDiskE2E, FillsUpWithEnospcAndKeepsWhatFitAcrossARemount) {
+    LoopDisk disk(work_.filePath("disk"), {.sizeBytes = 8 * kMiB});
+    ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
+    EXPECT_TRUE(disk.device().startsWith("/dev/loop"));
+    const QByteArray kept = TestFiles::randomBytes(kMiB, 5);
+    TestFiles::write(disk.mountPoint() + "/kept.bin", kept);
+
+    QFile big(disk.mountPoint() + "/big.bin");
+    ASSERT_TRUE(big.open(QIODevice::WriteOnly));
+    qint64 written = 0;
+    EXPECT_EQ(writeAll(big.handle(), TestFiles::randomBytes(16 * kMiB, 6), &written), ENOSPC);
+    EXPECT_GT(written, kMiB);
+    EXPECT_LT(written, 7 * kMiB);
+    big.close();
+
+    ASSERT_TRUE(disk.unmount());
+    ASSERT_TRUE(disk.remount()) << disk.error().toStdString();
+    EXPECT_EQ(TestFiles::read(disk.mountPoint() + "/kept.bin"), kept);
+    EXPECT_EQ(QFileInfo(disk.mountPoint() + "/big.bin").size(), written);
+}
+
+TEST_F(LoopDiskE2E, ExhaustedBackingStoreFailsAtWritebackAndNeverReadsBackTheLostBytes) {
+    LoopDisk disk(work_.filePath("disk"), {.sizeBytes = 32 * kMiB, .backingRoomBytes = kMiB});
+    ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
+    const QByteArray bytes = TestFiles::randomBytes(4 * kMiB, 9);
+    // syncfs() reports only errors that happen after its descriptor was opened.
+    const Fd folder(::open(QFile::encodeName(disk.mountPoint()).constData(),
+                           O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_GE(folder.get(), 0);
+    QFile file(disk.mountPoint() + "/clip.mov");
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+
+    EXPECT_EQ(writeAll(file.handle(), bytes), 0) << "the page cache takes it all";
+    errno = 0;
+    EXPECT_NE(::fdatasync(file.handle()), 0);
+    EXPECT_TRUE(errno == ENOSPC || errno == EIO) << strerror(errno);
+    errno = 0;
+    EXPECT_NE(::syncfs(folder.get()), 0);
+    EXPECT_TRUE(errno == ENOSPC || errno == EIO) << strerror(errno);
+    ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED);
+    const QByteArray back = pread(file.handle(), bytes.size());
+    EXPECT_NE(back, bytes) << "read back from the disk, the lost blocks can't match";
+}
+
+TEST_F(LoopDiskE2E, FixturesLeaveNothingMountedOrAttachedEvenWithFilesStillOpen) {
+    const QString lyingReason = LyingMedium::unavailableReason();
+    if (!lyingReason.isEmpty())
+        GTEST_SKIP() << "no lying medium: " << lyingReason.toStdString();
+    const QString diskPoint = work_.filePath("disk");
+    const QString lyingPoint = work_.filePath("lying");
+    QString device;
+    QByteArray image;
+    QFile onDisk(diskPoint + "/open.bin");
+    QFile onLying(lyingPoint + "/open.bin");
+    {
+        const LoopDisk disk(diskPoint, {.sizeBytes = 8 * kMiB, .backingRoomBytes = kMiB});
+        const LyingMedium lying(lyingPoint, 0);
+        ASSERT_TRUE(disk.ok() && lying.ok())
+            << disk.error().toStdString() << lying.error().toStdString();
+        device = disk.device();
+        image = backingFileOf(device);
+        ASSERT_FALSE(image.isEmpty());
+        ASSERT_TRUE(onDisk.open(QIODevice::WriteOnly) && onLying.open(QIODevice::WriteOnly));
+    }
+    EXPECT_FALSE(TestMount::isMounted(diskPoint));
+    EXPECT_FALSE(TestMount::isMounted(lyingPoint));
+    EXPECT_FALSE(QFileInfo::exists(diskPoint) || QFileInfo::exists(lyingPoint));
+    onDisk.close();
+    onLying.close();
+    // The kernel lets the device go once the last file on it is closed.
+    for (int wait = 0; wait < 50 && backingFileOf(device) == image; ++wait)
+        QThread::msleep(100);
+    EXPECT_NE(backingFileOf(device), image) << device.toStdString() << " is still attached";
 }
