@@ -1,0 +1,55 @@
+#include "PageCache.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <QFile>
+
+namespace {
+
+QString failure(const char* call) {
+    return QStringLiteral("%1: %2").arg(QLatin1String(call),
+                                        QString::fromLocal8Bit(strerror(errno)));
+}
+
+class Fd {
+  public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+}  // namespace
+
+// Dirty pages or pages under writeback are not dropped, hence the sync first.
+QString PageCache::evict(int fd) {
+    if (::fdatasync(fd) != 0)
+        return failure("fdatasync");
+    const int error = ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+    if (error != 0)
+        return QStringLiteral("posix_fadvise: %1").arg(QString::fromLocal8Bit(strerror(error)));
+    return {};
+}
+
+QString PageCache::evict(const QString& path) {
+    const Fd fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    return fd.get() < 0 ? failure("open") : evict(fd.get());
+}
+
+std::optional<QByteArray> PageCache::readFromMedium(const QString& path) {
+    if (!evict(path).isEmpty())
+        return std::nullopt;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    return file.readAll();
+}
