@@ -37,7 +37,9 @@ QStringList TransferSummary::lines(const QVVolume& volume, bool fromMedium) {
     }
     if (!ledger)
         return out;
-    const std::vector<TransferLedger::Failure> failures = ledger->failures();
+    std::vector<TransferLedger::Failure> failures = ledger->failures();
+    for (TransferLedger::Failure& damage : ledger->damaged())
+        failures.push_back(std::move(damage));
     for (std::size_t i = 0; i < failures.size() && i < std::size_t(kMostNamed); ++i) {
         const TransferLedger::Failure& failure = failures[i];
         const QString where = failure.destination < 0 ? QString()

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -185,6 +186,20 @@ QByteArray ChecksumManifest::find(FileLayer& layer, const QByteArray& folder) {
     while (exists(layer, folder + '/' + candidate(index + 1)))
         ++index;
     return candidate(index);
+}
+
+bool ChecksumManifest::isLaterCopy(FileLayer& layer, const QByteArray& folder,
+                                   const QByteArray& name) {
+    static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
+    if (!number.match(QString::fromLatin1(name)).hasMatch())
+        return false;
+    const QByteArray path = folder + '/' + name;
+    struct stat status {};
+    if (layer.linkStatus(path, &status) != 0)
+        return false;
+    if (S_ISREG(status.st_mode))
+        return name.endsWith(".dmg");
+    return S_ISDIR(status.st_mode) && exists(layer, path + '/' + find(layer, path));
 }
 
 bool ChecksumManifest::write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,

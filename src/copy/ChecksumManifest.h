@@ -37,6 +37,10 @@ class ChecksumManifest {
     /// The manifest a check should read in a folder: the alternate name when present.
     static QByteArray find(FileLayer& layer, const QByteArray& folder);
 
+    /// An entry at the top of a destination folder that is a later transfer's copy placed inside
+    /// this one (a numbered folder holding a manifest, or a numbered image): not this copy's.
+    static bool isLaterCopy(FileLayer& layer, const QByteArray& folder, const QByteArray& name);
+
     /// Writes the manifest so it is whole or absent: a temporary file, flushed to the medium
     /// and read back, then renamed into place (replacing an older one). False with the reason.
     static bool write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,

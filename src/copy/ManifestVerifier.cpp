@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <QHash>
-#include <QRegularExpression>
 #include <map>
 #include <optional>
 #include <vector>
@@ -18,16 +17,6 @@ bool isArchive(const QByteArray& name) {
     return name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
 }
 
-bool isReservationNumber(const QByteArray& name) {
-    static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
-    return number.match(QString::fromLatin1(name)).hasMatch();
-}
-
-bool exists(FileLayer& layer, const QByteArray& path) {
-    struct stat status {};
-    return layer.linkStatus(path, &status) == 0;
-}
-
 // Every regular file below the folder by name (the manifest knows only names), with its path
 // relative to the top. A later copy nested at the top is not this copy's.
 void collect(FileLayer& layer, const QByteArray& folder, const QByteArray& relative,
@@ -40,12 +29,10 @@ void collect(FileLayer& layer, const QByteArray& folder, const QByteArray& relat
         struct stat status {};
         if (layer.linkStatus(folder + path, &status) != 0)
             continue;
-        const bool top = relative.isEmpty();
+        if (relative.isEmpty() && ChecksumManifest::isLaterCopy(layer, folder, entry.name))
+            continue;
         if (S_ISDIR(status.st_mode)) {
-            const bool nested = top && isReservationNumber(entry.name) &&
-                                exists(layer, folder + path + '/' + ChecksumManifest::kFileName);
-            if (!nested)
-                collect(layer, folder, path, files);
+            collect(layer, folder, path, files);
         } else if (S_ISREG(status.st_mode)) {
             files.emplace(entry.name, path);
         }
@@ -138,7 +125,7 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
         const bool top = path.count('/') == 1;
         if (listed.contains(name) || name.startsWith('.'))
             continue;
-        if (top && (name == manifestName || isArchive(name) || isReservationNumber(name)))
+        if (top && (name == manifestName || isArchive(name)))
             continue;
         report.extra << PathText::display(path.mid(1));
     }

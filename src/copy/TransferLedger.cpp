@@ -78,6 +78,17 @@ std::vector<TransferLedger::Failure> TransferLedger::failures() const {
     return failures_;
 }
 
+std::vector<TransferLedger::Failure> TransferLedger::damaged() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<Failure> damaged;
+    for (const Mismatch& mismatch : mismatches_) {
+        if (mismatch.digest.length > 0)
+            damaged.push_back({files_[mismatch.file].path, int(mismatch.destination),
+                               QStringLiteral("read back different from the card")});
+    }
+    return damaged;
+}
+
 std::vector<TransferLedger::Link> TransferLedger::links() const {
     const std::lock_guard lock(mutex_);
     return links_;

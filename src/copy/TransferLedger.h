@@ -44,6 +44,8 @@ class TransferLedger {
     void recordInterruption(const QString& reason);
 
     std::vector<Failure> failures() const;
+    /// Copies that were read back whole but differ from the card, as failures.
+    std::vector<Failure> damaged() const;
     std::vector<Link> links() const;
     std::optional<QString> interruption() const;
     bool hasProblems() const;

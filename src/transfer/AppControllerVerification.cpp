@@ -8,6 +8,7 @@
 #include <QFileInfo>
 
 #include "AppController.h"
+#include "ChecksumManifest.h"
 #include "FileHash.h"
 #include "MainThread.h"
 #include "Preferences.h"
@@ -41,9 +42,16 @@ Map blankDictionaryWithKeys(const std::map<QString, std::uint64_t>& sizes) {
     return blank;
 }
 
+// A later transfer's copy placed at the top of this one is not part of it.
+bool isLaterCopy(const QString& folder, const QString& basePath, const QString& name) {
+    return folder == basePath &&
+           ChecksumManifest::isLaterCopy(FileLayer::posix(), QFile::encodeName(folder),
+                                         QFile::encodeName(name));
+}
+
 void addSizes(const QString& folder, const QString& basePath, AppController::SizeMap& sizes) {
     for (const QString& name : entriesOf(folder)) {
-        if (isLeftOut(name))
+        if (isLeftOut(name) || isLaterCopy(folder, basePath, name))
             continue;
         const QString entry = folder + u'/' + name;
         struct stat status {};
@@ -92,7 +100,7 @@ AppController::SizeMap AppController::fileSizeDictForPaths(const QStringList& pa
 void AppController::checksumDictForFolder(const QString& folder, const QString& basePath,
                                           const std::shared_ptr<QVVolume>& volume, bool isSource) {
     for (const QString& name : entriesOf(folder)) {
-        if (isLeftOut(name))
+        if (isLeftOut(name) || isLaterCopy(folder, basePath, name))
             continue;
         const QString entry = folder + u'/' + name;
         struct stat status {};

@@ -1,5 +1,7 @@
 // cardsweep-cli as a user runs it: a sample card offloaded to two folders, the verdict, the
-// manifests, re-verification, and the exit statuses of bad requests.
+// manifests, re-verification, the exit statuses of bad requests, offloads running together,
+// names and links a card never has.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,36 +10,29 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
+#include <QSet>
 #include <QTemporaryDir>
+#include <memory>
+#include <vector>
 
 #include "CardFormat.h"
+#include "CliRunner.h"
+#include "ManifestVerifier.h"
+#include "Preferences.h"
 #include "QVTask.h"
 #include "QVTaskEx.h"
 #include "SampleCard.h"
+#include "SettingsStore.h"
 #include "TempHome.h"
 #include "TestFiles.h"
 
 namespace {
 
-struct CliRun {
-    int status = -1;
-    QString output;
-};
+using CliRun = CliRunner::Run;
 
 CliRun cli(const QStringList& arguments) {
-    QVTask task;
-    task.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    task.setArguments(arguments);
-    task.setStandardOutput(QVTask::Channel::Pipe);
-    task.setStandardError(QVTask::Channel::Pipe);
-    task.launch();
-    QByteArray output;
-    for (QByteArray piece = task.readOutput(); !piece.isEmpty(); piece = task.readOutput())
-        output += piece;
-    for (QByteArray piece = task.readError(); !piece.isEmpty(); piece = task.readError())
-        output += piece;
-    task.waitUntilExit();
-    return {task.terminationStatus(), QString::fromUtf8(output)};
+    return CliRunner::run(arguments);
 }
 
 QString destinationFolder(const QString& output, int index) {
@@ -164,4 +159,103 @@ TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
     EXPECT_TRUE(inside.output.contains("destination is inside the source"))
         << inside.output.toStdString();
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("card/DCIM/new"))) << "nothing written on the card";
+}
+
+// Four offloads started together to the same destinations, again and again: every card in a
+// folder of its own, every Reel number handed out once, every folder verifying. Half the rounds
+// name folders by the second alone, so all four want the same one.
+TEST(Cli, ConcurrentOffloadsNeverShareAFolderOrANumber) {
+    TempHome home;
+    QTemporaryDir dir;
+    constexpr int kCards = 4;
+    for (int c = 0; c < kCards; ++c)
+        TestFiles::write(dir.filePath(QStringLiteral("card%1/CLIP/clip.MXF").arg(c)),
+                         TestFiles::randomBytes(200 * 1024 + c, quint32(c)));
+    QSet<QString> folders;
+    for (int round = 0; round < 6; ++round) {
+        if (round == 3) {
+            PropertyList::Array stampOnly;
+            for (const PropertyList& field : Preferences::defaultMetadata()) {
+                if (field["title"].toString() == "Timestamp")
+                    stampOnly.push_back(field);
+            }
+            SettingsStore(SettingsStore::defaultPath())
+                .setObject(SettingsKey::metadata, PropertyList(stampOnly));
+        }
+        std::vector<std::unique_ptr<QVTask>> runs;
+        for (int c = 0; c < kCards; ++c) {
+            auto task = std::make_unique<QVTask>();
+            task->setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
+            task->setArguments({"offload", dir.filePath(QStringLiteral("card%1").arg(c)), "--dest",
+                                dir.filePath("A"), "--dest", dir.filePath("B/")});
+            task->setStandardOutput(QVTask::Channel::Pipe);
+            task->setStandardError(QVTask::Channel::NullDevice);
+            task->launch();
+            runs.push_back(std::move(task));
+        }
+        for (auto& task : runs) {
+            QByteArray output;
+            for (QByteArray piece = task->readOutput(); !piece.isEmpty();
+                 piece = task->readOutput())
+                output += piece;
+            task->waitUntilExit();
+            EXPECT_EQ(task->terminationStatus(), 0) << output.toStdString();
+            for (const QString& folder :
+                 CliRunner::Run{0, QString::fromUtf8(output)}.destinations())
+                folders << folder;
+        }
+    }
+    EXPECT_EQ(folders.size(), 6 * kCards * 2) << "each card, each time, a folder of its own";
+    EXPECT_FALSE(QStringList(folders.begin(), folders.end())
+                     .filter(QRegularExpression("/000[1-3]$"))
+                     .isEmpty())
+        << "cards that wanted one folder were given the next numbers";
+    for (const QString& folder : folders) {
+        EXPECT_EQ(QDir(folder + "/CLIP").entryList(QDir::Files).size(), 1) << folder.toStdString();
+        EXPECT_TRUE(ManifestVerifier::verify(folder).ok()) << folder.toStdString();
+    }
+}
+
+// What a folder can hold that a card can't: names that aren't text, links of every kind.
+TEST(Cli, OddNamesAndLinksArriveAndVerifyAndTheVerdictSaysHowItWasChecked) {
+    QTemporaryDir dir;
+    const QByteArray card = QFile::encodeName(dir.filePath("card"));
+    QDir().mkpath(dir.filePath("card/sub"));
+    for (const QByteArray& name : {QByteArray("bad\xffname"), QByteArray("new\nline"),
+                                   QByteArray("back\\slash"), QByteArray("-n")}) {
+        QFile file;
+        const int fd =
+            ::open((card + "/sub/" + name).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        ASSERT_TRUE(fd >= 0 && file.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
+        file.write(name);
+    }
+    ASSERT_EQ(::symlink("sub", (card + "/to-folder").constData()), 0);
+    ASSERT_EQ(::symlink("/etc/hostname", (card + "/outside").constData()), 0);
+    ASSERT_EQ(::symlink("loop", (card + "/loop").constData()), 0);
+    const auto cleanUp = qScopeGuard([&] { TestFiles::removeTree(QFile::encodeName(dir.path())); });
+
+    const CliRun run = cli({"offload", dir.filePath("card"), "--dest", dir.filePath("A")});
+    ASSERT_EQ(run.status, 0) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Verdict: verified, read back from the media"));
+    EXPECT_TRUE(run.output.contains("Link: /outside -> /etc/hostname (copied as a link)"));
+    const QString folder = destinationFolder(run.output, 0);
+    EXPECT_EQ(TestFiles::exactTree(QFile::encodeName(folder), {"checksums.txt"}),
+              TestFiles::exactTree(card));
+    EXPECT_EQ(cli({"verify", folder}).status, 0);
+
+    const CliRun quick =
+        cli({"offload", dir.filePath("card"), "--dest", dir.filePath("B"), "--inline"});
+    EXPECT_TRUE(quick.output.contains("Verdict: verified, inline, not read back from the media"))
+        << quick.output.toStdString();
+}
+
+TEST(Cli, ADamagedSettingsFileIsSaidOnceOnTheTerminal) {
+    TempHome home;
+    QTemporaryDir dir;
+    QDir().mkpath(dir.filePath("card"));
+    const QString settings = home.file(".config/Quorvant/com.quorvant.Cardsweep.plist");
+    TestFiles::write(settings, "<plist><dict><key>broken");
+    const CliRun run = cli({"offload", dir.filePath("card"), "--dest", dir.filePath("A")});
+    EXPECT_EQ(run.output.count("could not be read"), 1) << run.output.toStdString();
+    EXPECT_EQ(run.status, 0);
 }

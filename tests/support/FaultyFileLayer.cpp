@@ -37,6 +37,11 @@ int FaultyFileLayer::openRead(const QByteArray& path) {
     return track(PosixFileLayer::openRead(path), path);
 }
 
+void FaultyFileLayer::failCreationsNamed(const QByteArray& text) {
+    const std::lock_guard lock(mutex_);
+    refusedName_ = text;
+}
+
 void FaultyFileLayer::refuseLinksUnder(const QString& folder) {
     const std::lock_guard lock(mutex_);
     linklessFolder_ = QFile::encodeName(folder) + '/';
@@ -157,7 +162,8 @@ void FaultyFileLayer::failCreationsUnder(const QString& folder) {
 int FaultyFileLayer::openReadWrite(const QByteArray& path) {
     {
         const std::lock_guard lock(mutex_);
-        if (!fullFolder_.isEmpty() && path.startsWith(fullFolder_)) {
+        if ((!fullFolder_.isEmpty() && path.startsWith(fullFolder_)) ||
+            (!refusedName_.isEmpty() && path.contains(refusedName_))) {
             errno = ENOSPC;
             return -1;
         }

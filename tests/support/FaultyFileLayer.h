@@ -33,6 +33,8 @@ class FaultyFileLayer : public PosixFileLayer {
     void failAttributes(const QString& path) { set(path, &Faults::attributesFail, true); }
     /// Files can't be created under this folder any more (ENOSPC), as on a full disk.
     void failCreationsUnder(const QString& folder);
+    /// Files whose path holds this text can't be created (ENOSPC).
+    void failCreationsNamed(const QByteArray& text);
     /// The medium holds this byte inverted: reads show it once the file's cached pages were
     /// dropped (until it is written again), as a disk that corrupts what it stores.
     void corruptOnMediumAt(const QString& path, off_t offset) {
@@ -97,6 +99,7 @@ class FaultyFileLayer : public PosixFileLayer {
     std::map<int, QByteArray> open_;       // guarded by mutex_
     QByteArray fullFolder_;                // guarded by mutex_
     QByteArray linklessFolder_;            // guarded by mutex_
+    QByteArray refusedName_;               // guarded by mutex_
     QByteArray cardRoot_;                  // guarded by mutex_
     off_t cardBytesLeft_ = -1;             // guarded by mutex_; 0: pulled
     std::set<QByteArray> dropped_;         // guarded by mutex_: read from the medium now

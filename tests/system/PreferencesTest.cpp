@@ -1,11 +1,15 @@
 // Settings at start-up (defaults, migration, repairs), project histories, damaged settings
-// files, and the analytics switch in its own file.
+// files, the analytics switch in its own file, and one file kept by several programs.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <QDir>
 #include <QFile>
+#include <QSet>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 #include "Preferences.h"
 #include "QVLocalPaths.h"
@@ -139,4 +143,39 @@ TEST(PreferencesTest, AnalyticsSwitchLivesInItsOwnFileAndKeepsOtherKeys) {
     EXPECT_FALSE(Preferences::qcLoggingEnabled());
     Preferences::setQCLogging(false);
     EXPECT_FALSE(Preferences::qcLoggingEnabled());
+}
+
+// Two programs keeping one settings file: neither loses what the other saved, and a number
+// handed out by one is never handed out by the other, however their changes interleave.
+TEST(PreferencesTest, StoresSharingAFileKeepEachOthersChangesAndNumbers) {
+    const TempHome home;
+    SettingsStore first(SettingsStore::defaultPath());
+    SettingsStore second(SettingsStore::defaultPath());
+    Preferences(first).registerAndMigrate();
+    Preferences(second).registerAndMigrate();
+    first.setObject(SettingsKey::projectName, PropertyList(QStringLiteral("Feature")));
+    second.setObject(SettingsKey::archiveDirectory, PropertyList(QStringLiteral("/archive")));
+    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).string(SettingsKey::projectName),
+              "Feature");
+
+    QList<qint64> handedOut;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    for (SettingsStore* store : {&first, &second, &first, &second}) {
+        threads.emplace_back([&, store] {
+            for (int i = 0; i < 5; ++i) {
+                store->transaction([&] {
+                    const qint64 next = store->integer(QStringLiteral("counter")) + 1;
+                    store->setObject(QStringLiteral("counter"), PropertyList(next));
+                    const std::lock_guard lock(mutex);
+                    handedOut << next;
+                });
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(QSet<qint64>(handedOut.begin(), handedOut.end()).size(), 20);
+    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).string(SettingsKey::archiveDirectory),
+              "/archive");
 }

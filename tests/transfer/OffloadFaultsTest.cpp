@@ -143,6 +143,23 @@ TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) 
               "Error: Verification failure: Source file sizes do not match destination file sizes");
 }
 
+TEST_F(OffloadFaultsTest, ADestinationWithRoomForTheFilesButNotTheManifestIsNotComplete) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+    settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
+    const auto volume = card("A001");
+    layer.failCreationsNamed("/.checksums");  // only the manifest finds no room
+    ASSERT_TRUE(offload({volume}));
+    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
+    const QStringList failures = failuresOf(volume);
+    ASSERT_EQ(failures.size(), 2);
+    EXPECT_TRUE(
+        failures[0].startsWith("/checksums.txt @0: the manifest can't be written: create: "
+                               "No space left on device"));
+    EXPECT_FALSE(QFileInfo::exists(volume->destinations()[0] + "/checksums.txt"));
+    EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[0]).manifestFound);
+}
+
 // Every name Linux can hold is copied byte for byte, listed so a check reads it back, and a
 // card's own file is never overwritten by what the transfer writes.
 TEST_F(OffloadFaultsTest, NamesThatArentTextArriveByteForByte) {
@@ -241,4 +258,10 @@ TEST_F(OffloadFaultsTest, ASecondCopyInsideTheFirstLeavesBothVerifying) {
         const auto report = ManifestVerifier::verify(volume->destinations()[0]);
         EXPECT_TRUE(report.ok()) << report.extra.join(", ").toStdString();
     }
+    // Verification walking the first copy again leaves the second one out too.
+    settings_.setObject(SettingsKey::verifyFileSizes, PropertyList(qint64(1)));
+    settings_.setObject(SettingsKey::verifyFileChecksums, PropertyList(qint64(1)));
+    controller_->verifyVolume(first);
+    drainWorkers();
+    EXPECT_NE(first->status(), QVVolume::Failed) << first->statusText().toStdString();
 }

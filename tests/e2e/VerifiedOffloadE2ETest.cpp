@@ -1,0 +1,221 @@
+// "Verified" only when every copy was read back from its medium, on real cards and real file
+// systems: a medium that stores something else than it is given, a disk whose backing store
+// runs out, a card pulled before and during its transfer, a destination that fills up.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <thread>
+
+#include "AppController.h"
+#include "CardTest.h"
+#include "CliRunner.h"
+#include "FaultyFileLayer.h"
+#include "LoopCard.h"
+#include "LoopDisk.h"
+#include "LyingMedium.h"
+#include "ManifestVerifier.h"
+#include "Preferences.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
+#include "TestFiles.h"
+
+namespace {
+
+constexpr qint64 MiB = 1024 * 1024;
+
+// The FUSE process serving a card: killing it is the closest thing to pulling the card out
+// (every read of it fails at once, open files included).
+pid_t fuseProcessOf(const LoopCard& card) {
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+        QFile cmdline("/proc/" + entry + "/cmdline");
+        if (!cmdline.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> arguments = cmdline.readAll().split('\0');
+        if (arguments.value(0).endsWith("mount.exfat-fuse") &&
+            arguments.contains(QFile::encodeName(card.device())))
+            return pid_t(entry.toInt());
+    }
+    return 0;
+}
+
+// One controller with settings of its own, transferring to the given folders.
+class Controller {
+  public:
+    Controller(const QString& settingsPath, FileLayer& layer, const QStringList& destinations)
+        : settings_(settingsPath),
+          controller_(settings_, view_, notifier_, nullptr, Clock::system(), layer) {
+        Preferences(settings_).registerAndMigrate();
+        std::vector<DestinationEntry> list;
+        for (const QString& destination : destinations)
+            list.push_back({1, destination});
+        controller_.setDestinationList(list);
+    }
+    std::shared_ptr<QVVolume> list(const QString& name, const QString& path) {
+        auto volume = QVVolume::volumeWithName(name, path, 5, settings_);
+        controller_.setDataArray({volume});
+        return volume;
+    }
+    /// Starts the volume's transfer and waits for its end (after whileRunning, if given).
+    void transfer(const std::shared_ptr<QVVolume>& volume,
+                  const std::function<void()>& whileRunning = {}) {
+        const qsizetype before = view_.events().filter("ended: ").size();
+        controller_.addVolumeToQueue(volume);
+        if (whileRunning)
+            whileRunning();
+        EXPECT_TRUE(waitUntil([&] { return view_.events().filter("ended: ").size() > before; }));
+        drainWorkers();
+    }
+
+  private:
+    SettingsStore settings_;
+    RecordingAppView view_;
+    RecordingNotifier notifier_;
+    AppController controller_;
+};
+
+}  // namespace
+
+class VerifiedOffloadE2E : public CardTest {};
+
+TEST_F(VerifiedOffloadE2E, AMediumThatStoresSomethingElseIsCaughtOnlyByReadingItBack) {
+    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no lying medium: " << reason.toStdString();
+    const auto card = mountCard("A001");
+    ASSERT_TRUE(card);
+    TestFiles::write(card->mountPoint() + "/CONTENTS/CLIP/A001C001.MXF",
+                     TestFiles::randomBytes(8 * MiB, 1));
+    TestFiles::write(card->mountPoint() + "/CONTENTS/CLIP/A001C001M01.XML", "<xml/>");
+    LyingMedium lying(workPath("lying"), MiB + 5, "A001C001.MXF");
+    ASSERT_TRUE(lying.ok()) << lying.error().toStdString();
+
+    const CliRunner::Run run = CliRunner::run(
+        {"offload", card->mountPoint(), "--dest", lying.mountPoint(), "--dest", workPath("disk")});
+    EXPECT_EQ(run.status, 1) << run.output.toStdString();
+    const QStringList folders = run.destinations();
+    ASSERT_EQ(folders.size(), 2) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Failed: /CONTENTS/CLIP/A001C001.MXF on " + folders[0] +
+                                    ": read back different from the card"))
+        << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("  complete: 2 files")) << "the honest disk is complete";
+    EXPECT_EQ(CliRunner::run({"verify", folders[0]}).status, 1);
+    EXPECT_EQ(CliRunner::run({"verify", folders[1]}).status, 0);
+
+    // Checked only as it is written, the lie passes; a later check from the medium finds it.
+    const CliRunner::Run blind =
+        CliRunner::run({"offload", card->mountPoint(), "--dest", lying.mountPoint(), "--inline"});
+    EXPECT_EQ(blind.status, 0) << blind.output.toStdString();
+    EXPECT_TRUE(blind.output.contains("Verdict: verified, inline, not read back from the media"));
+    const CliRunner::Run later = CliRunner::run({"verify", blind.destinations().value(0)});
+    EXPECT_EQ(later.status, 1);
+    EXPECT_TRUE(later.output.contains("differs: A001C001.MXF")) << later.output.toStdString();
+}
+
+TEST_F(VerifiedOffloadE2E, ADiskWhoseBackingStoreRunsOutIsNeverVerified) {
+    if (const QString reason = LoopDisk::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no loop disks: " << reason.toStdString();
+    const auto card = mountCard("B001");
+    ASSERT_TRUE(card);
+    for (int clip = 1; clip <= 3; ++clip)
+        TestFiles::write(card->mountPoint() + QStringLiteral("/CLIP/B001C00%1.MXF").arg(clip),
+                         TestFiles::randomBytes(12 * MiB, quint32(clip)));
+    LoopDisk disk(workPath("thin"), {48 * MiB, 12 * MiB});
+    ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
+
+    const CliRunner::Run run = CliRunner::run(
+        {"offload", card->mountPoint(), "--dest", disk.mountPoint(), "--dest", workPath("disk")});
+    EXPECT_EQ(run.status, 1) << run.output.toStdString();
+    EXPECT_FALSE(run.output.contains("Verdict: verified"));
+    const QStringList folders = run.destinations();
+    ASSERT_EQ(folders.size(), 2);
+    EXPECT_TRUE(run.output.contains(QRegularExpression("Failed: /CLIP/B001C00[1-3].MXF on " +
+                                                       QRegularExpression::escape(folders[0]))))
+        << run.output.toStdString();
+    EXPECT_EQ(CliRunner::run({"verify", folders[1]}).status, 0);
+}
+
+TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
+    const auto card = mountCard("C001");
+    ASSERT_TRUE(card);
+    const QString clip = card->mountPoint() + "/CONTENTS/CLIP/C001C001.MXF";
+    TestFiles::write(clip, TestFiles::randomBytes(48 * MiB, 3));
+    TestFiles::write(card->mountPoint() + "/CONTENTS/CLIP/C001C002.MXF", "later");
+    FaultyFileLayer layer;
+    Controller controller(workPath("settings.plist"), layer, {workPath("disk")});
+
+    // Pulled after it was listed, before its turn: what is left at the mount point is no card.
+    const auto gone = controller.list("C001", card->mountPoint());
+    ASSERT_TRUE(card->unmount());
+    controller.transfer(gone);
+    EXPECT_EQ(gone->statusText(), "Error: Volume doesn't exist");
+
+    // Pulled mid-clip: the reads fail, the clip is named, the card said to be missing.
+    ASSERT_TRUE(card->remount());
+    layer.slowReads(clip, 60);
+    const auto pulled = controller.list("C001", card->mountPoint());
+    controller.transfer(pulled, [&] {
+        ASSERT_TRUE(waitUntil([&] {
+            const QString copy = pulled->destinations().value(0) + "/CONTENTS/CLIP/C001C001.MXF";
+            return QFileInfo(copy).size() >= 8 * MiB;
+        }));
+        const pid_t fuse = fuseProcessOf(*card);
+        ASSERT_GT(fuse, 0);
+        ::kill(fuse, SIGKILL);
+    });
+    EXPECT_EQ(pulled->status(), QVVolume::Failed);
+    const auto ledger = pulled->ledger();
+    ASSERT_TRUE(ledger);
+    EXPECT_EQ(ledger->interruption(), "the card was removed before every file was copied");
+    const auto failures = ledger->failures();
+    ASSERT_FALSE(failures.empty());
+    EXPECT_EQ(failures.front().path, "/CONTENTS/CLIP/C001C001.MXF");
+    EXPECT_TRUE(failures.front().reason.startsWith("read error at byte "))
+        << failures.front().reason.toStdString();
+    const auto report = ManifestVerifier::verify(pulled->destinations().value(0));
+    EXPECT_TRUE(report.manifestFound);
+    EXPECT_FALSE(report.ok());
+}
+
+TEST_F(VerifiedOffloadE2E, AFullDestinationIsNamedTheOtherIsCompleteAndTooSmallIsRefused) {
+    if (const QString reason = LoopDisk::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no loop disks: " << reason.toStdString();
+    const auto card = mountCard("D001");
+    ASSERT_TRUE(card);
+    for (int clip = 1; clip <= 3; ++clip)
+        TestFiles::write(card->mountPoint() + QStringLiteral("/CLIP/D001C00%1.MXF").arg(clip),
+                         TestFiles::randomBytes(8 * MiB, quint32(clip)));
+    LoopDisk small(workPath("small"), {16 * MiB, -1});
+    ASSERT_TRUE(small.ok()) << small.error().toStdString();
+
+    // Asked for at the command line, a card that can't fit is refused before a byte is written.
+    const CliRunner::Run refused = CliRunner::run(
+        {"offload", card->mountPoint(), "--dest", workPath("disk"), "--dest", small.mountPoint()});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_TRUE(refused.output.contains("not enough free space for this card"))
+        << refused.output.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(workPath("disk")));
+    EXPECT_EQ(QDir(small.mountPoint()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              QStringList({"lost+found"}));
+
+    // Filling up during the transfer: named on that destination, the other one complete.
+    Controller controller(workPath("settings.plist"), FileLayer::posix(),
+                          {workPath("disk"), small.mountPoint()});
+    const auto volume = controller.list("D001", card->mountPoint());
+    controller.transfer(volume);
+    EXPECT_EQ(volume->status(), QVVolume::Failed);
+    const auto ledger = volume->ledger();
+    ASSERT_TRUE(ledger);
+    EXPECT_TRUE(ledger->isComplete(0));
+    EXPECT_FALSE(ledger->isComplete(1));
+    bool named = false;
+    for (const auto& failure : ledger->failures())
+        named = named ||
+                (failure.destination == 1 && failure.reason.contains("No space left on device"));
+    EXPECT_TRUE(named);
+    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0]).ok());
+    EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[1]).ok());
+}
