@@ -19,6 +19,7 @@
 #include "RemovableMedia.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
+#include "TransferSummary.h"
 #include "VolumeEjector.h"
 
 namespace {
@@ -77,16 +78,22 @@ QString describe(const QVVolume& volume) {
 
 // Prints the verdict of an ended transfer and ejects a verified card on request; true when it
 // verified.
-bool reportVerdict(const QVVolume& volume, bool eject) {
+bool reportVerdict(QVVolume& volume, bool eject, bool fromMedium) {
     const qint64 status = volume.status();
     if (status != QVVolume::Done) {
         say(QStringLiteral("%1: %2").arg(
             volume.name(), status == QVVolume::Failed
-                               ? QStringLiteral("FAILED: ") + volume.errorString().value_or("")
+                               ? TransferSummary::verdict(volume, fromMedium)
                                : volume.errorString().value_or(QStringLiteral("stopped"))));
+        for (const QString& line : TransferSummary::lines(volume, fromMedium)) {
+            if (!line.startsWith(QLatin1String("Destination: ")) && !line.startsWith(u' '))
+                say(QStringLiteral("%1: %2").arg(volume.name(), line));
+        }
         return false;
     }
-    say(QStringLiteral("%1: verified -> %2").arg(volume.name(), volume.destinations().join(u", ")));
+    say(QStringLiteral("%1: %2 -> %3")
+            .arg(volume.name(), TransferSummary::verdict(volume, fromMedium),
+                 volume.destinations().join(u", ")));
     if (!eject || volume.isFolder())
         return true;
     QString error;
@@ -128,7 +135,11 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     // are written; it is printed (and the card ejected) on the main loop.
     view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
         QMetaObject::invokeMethod(
-            &context, [&, volume] { anyFailed |= !reportVerdict(*volume, request.eject); },
+            &context,
+            [&, volume] {
+                anyFailed |= !reportVerdict(*volume, request.eject,
+                                            !settings.isOn(SettingsKey::inlineVerification));
+            },
             Qt::QueuedConnection);
     });
 

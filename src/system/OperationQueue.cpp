@@ -37,6 +37,11 @@ void OperationQueue::waitUntilAllOperationsAreFinished() {
     changed_.wait(lock, [this] { return pending_.empty() && running_ == 0; });
 }
 
+void OperationQueue::waitUntilPendingBelow(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return pending_.size() < count; });
+}
+
 void OperationQueue::work() {
     std::unique_lock lock(mutex_);
     for (;;) {

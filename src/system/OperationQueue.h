@@ -21,6 +21,8 @@ class OperationQueue {
     void cancelAllOperations();
     /// Blocks until nothing is pending or running (other callers' work included).
     void waitUntilAllOperationsAreFinished();
+    /// Blocks while `count` or more operations are waiting to start.
+    void waitUntilPendingBelow(std::size_t count);
 
   private:
     void work();

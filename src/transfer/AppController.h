@@ -176,6 +176,8 @@ class AppController : public CopyDelegate, public TransferStages {
     void reloadVolumeList();
 
   private:
+    /// Deletes what a transfer wrote into a destination, never another transfer's copy in it.
+    void removeTransferredFiles(const QString& destination);
     enum class Claim { Claimed, Taken, Failed };
     Claim claim(const QString& path, bool asFile) const;
     QStringList chooseDestinations(const QVVolume& volume);

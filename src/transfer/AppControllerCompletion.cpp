@@ -1,8 +1,11 @@
 // The end of a volume's transfer: finishing, cancelling, failure counts, the quit guard and
 // the actions after a successful transfer.
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include "AppController.h"
+#include "ChecksumManifest.h"
 #include "DetachedThreads.h"
 #include "MainThread.h"
 #include "Preferences.h"
@@ -70,7 +73,7 @@ void AppController::stopCancelledTransfer(const std::shared_ptr<QVVolume>& volum
     if (remove) {
         for (const QString& destination : v.destinations()) {
             QVLog::appendLog(u"Removing path %@", destination);
-            QVFileManager::removeFile(destination);
+            removeTransferredFiles(destination);
         }
     }
     if (v.threadCount() > 0)
@@ -83,6 +86,34 @@ void AppController::stopCancelledTransfer(const std::shared_ptr<QVVolume>& volum
         true);
     processNextQueueItem();
     announceEnd(volume);
+}
+
+// A destination folder may hold a later transfer's copy (reserved inside it because it already
+// existed): that copy is another card's and stays.
+void AppController::removeTransferredFiles(const QString& destination) {
+    const QFileInfo info(destination);
+    if (!info.isDir() || info.isSymLink()) {
+        QVFileManager::removeFile(destination);
+        return;
+    }
+    QStringList others;
+    for (const auto& volume : dataArray())
+        others += volume->destinations();
+    const QByteArray folder = QFile::encodeName(destination);
+    bool kept = false;
+    for (const QString& name :
+         QDir(destination)
+             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        const QString entry = destination + u'/' + name;
+        if (others.contains(entry) ||
+            ChecksumManifest::isLaterCopy(fileLayer_, folder, QFile::encodeName(name))) {
+            kept = true;
+            continue;
+        }
+        QVFileManager::removeFile(entry);
+    }
+    if (!kept)
+        QVFileManager::removeFile(destination);
 }
 
 void AppController::cancelVolume(QVVolume& volume) {
@@ -134,7 +165,7 @@ void AppController::cancelSelectedTransfers() {
             QVLog::appendLog(u"User chose to remove transferred files for volume %@", v.path());
             for (const QString& destination : v.destinations()) {
                 QVLog::appendLog(u"Removing path %@", destination);
-                QVFileManager::removeFile(destination);
+                removeTransferredFiles(destination);
             }
         }
         updateToolbarForTableSelection();

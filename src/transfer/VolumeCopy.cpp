@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "CopyEngine.h"
+#include "CopyPipeline.h"
 #include "MainThread.h"
 #include "PathText.h"
 #include "QVFileManager.h"
@@ -13,7 +14,9 @@
 namespace {
 
 constexpr std::size_t kPrefetchAhead = 64;
-constexpr std::uint64_t kPrefetchLimit = 4 << 20;  // larger files are read ahead as they go
+// Smaller files are copied in one read, several at once, and read ahead of time; larger ones
+// one by one, each read ahead as it goes by the engine's own threads.
+constexpr std::uint64_t kSmallFile = CopyPipeline::kBlockSize;
 
 const QString kCardRemoved = QStringLiteral("the card was removed before every file was copied");
 
@@ -53,6 +56,8 @@ VolumeCopy::VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr
 
 VolumeCopy::~VolumeCopy() {
     cancel();
+    smallFiles_.cancelAllOperations();
+    smallFiles_.waitUntilAllOperationsAreFinished();
 }
 
 bool VolumeCopy::cardGone() {
@@ -90,12 +95,18 @@ QList<QByteArray> VolumeCopy::topLevelNames() {
 bool VolumeCopy::copyItem(const QByteArray& item) {
     if (stopped())
         return false;
-    const QByteArray relative = item.mid(root_.size());
     struct stat status {};
     if (layer_.linkStatus(item, &status) != 0) {
-        sourceFailed(relative, because("vanished before it was copied: ", errno));
+        sourceFailed(item.mid(root_.size()), because("vanished before it was copied: ", errno));
         return false;
     }
+    const bool whole = copyEntry(item, status);
+    smallFiles_.waitUntilAllOperationsAreFinished();
+    return whole;
+}
+
+bool VolumeCopy::copyEntry(const QByteArray& item, const struct stat& status) {
+    const QByteArray relative = item.mid(root_.size());
     if (S_ISLNK(status.st_mode))
         return copyLink(item, relative, status);
     if (S_ISDIR(status.st_mode))
@@ -119,6 +130,8 @@ void VolumeCopy::clearTarget(const QByteArray& target) {
 }
 
 bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
+    if (stopped())
+        return false;
     volume_->incrementTransferCount();
     QList<QByteArray> targets;
     for (const QByteArray& destination : destinations_) {
@@ -134,15 +147,16 @@ bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
 }
 
 // Everything below is tried, whatever fails on the way: off a failing card, every file that
-// can still be read is worth having.
+// can still be read is worth having. Small files go to the copying threads, each asked of the
+// card a little ahead of its turn so the card serves them in parallel.
 bool VolumeCopy::copyFolder(const QByteArray& item, const QByteArray& relative,
                             const struct stat& status) {
-    bool whole = true;
+    auto whole = std::make_shared<std::atomic<bool>>(true);
     for (qsizetype d = 0; d < destinations_.size(); ++d) {
         const QByteArray folder = destinations_[d] + relative;
         if (layer_.makeFolder(folder) != 0 && errno != EEXIST) {
             ledger_->recordFailure(relative, int(d), because("folder can't be created: ", errno));
-            whole = false;
+            *whole = false;
         }
     }
     std::vector<FileLayer::Entry> entries;
@@ -150,23 +164,49 @@ bool VolumeCopy::copyFolder(const QByteArray& item, const QByteArray& relative,
         sourceFailed(relative, because("folder can't be read: ", errno));
         return false;
     }
-    std::size_t prefetched = 0;
+    std::vector<std::optional<struct stat>> looked(entries.size());
+    std::vector<int> lookErrors(entries.size(), 0);
+    const auto lookAt = [&](std::size_t i) {
+        struct stat entryStatus {};
+        const QByteArray path = item + '/' + entries[i].name;
+        if (layer_.linkStatus(path, &entryStatus) == 0)
+            looked[i] = entryStatus;
+        else
+            lookErrors[i] = errno;
+        if (looked[i] && S_ISREG(entryStatus.st_mode) &&
+            std::uint64_t(entryStatus.st_size) < kSmallFile)
+            layer_.prefetch(path);
+    };
+    std::size_t ahead = 0;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (stopped())
-            return false;
-        // The next small files are asked for ahead, so the card serves them in parallel.
-        for (; prefetched < entries.size() && prefetched <= i + kPrefetchAhead; ++prefetched) {
-            const QByteArray next = item + '/' + entries[prefetched].name;
-            struct stat nextStatus {};
-            if (layer_.linkStatus(next, &nextStatus) == 0 && S_ISREG(nextStatus.st_mode) &&
-                std::uint64_t(nextStatus.st_size) < kPrefetchLimit)
-                layer_.prefetch(next);
+            break;
+        for (; ahead < entries.size() && ahead <= i + kPrefetchAhead; ++ahead)
+            lookAt(ahead);
+        const QByteArray entry = item + '/' + entries[i].name;
+        if (!looked[i]) {
+            sourceFailed(entry.mid(root_.size()),
+                         because("vanished before it was copied: ", lookErrors[i]));
+            *whole = false;
+            continue;
         }
-        whole = copyItem(item + '/' + entries[i].name) && whole;
+        const struct stat entryStatus = *looked[i];
+        if (S_ISREG(entryStatus.st_mode) && std::uint64_t(entryStatus.st_size) < kSmallFile) {
+            smallFiles_.waitUntilPendingBelow(kPrefetchAhead / 2);
+            smallFiles_.addOperation([this, entry, whole] {
+                if (!copyFile(entry, entry.mid(root_.size())))
+                    *whole = false;
+            });
+            continue;
+        }
+        if (!copyEntry(entry, entryStatus))
+            *whole = false;
     }
+    // The folder's times once nothing more is written into it.
+    smallFiles_.waitUntilAllOperationsAreFinished();
     for (const QByteArray& destination : destinations_)
         layer_.setTimes(destination + relative, status);
-    return whole;
+    return *whole && !stopped();
 }
 
 bool VolumeCopy::copyLink(const QByteArray& item, const QByteArray& relative,

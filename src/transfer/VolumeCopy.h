@@ -3,8 +3,9 @@
 // bytes (every name Linux can hold is copied), files go through the copy engine, links are
 // copied as links and never followed, and a failure is named in the ledger while the rest of
 // the card is still copied. A card that goes away ends the walk, recorded as an interruption.
-// Checks the copies from their medium unless told to check them inline. Used on one thread,
-// the volume's worker; the engine's delegate may be called from read-back threads too.
+// Checks the copies from their medium unless told to check them inline. Driven from one thread,
+// the volume's worker; a folder's small files are copied kSmallFileCopies at a time on threads
+// of its own, and the engine's delegate is also called from them and from read-back threads.
 
 #include <sys/stat.h>
 
@@ -12,6 +13,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -19,11 +21,14 @@
 #include "CopyInfo.h"
 #include "FileLayer.h"
 #include "MediaReadBack.h"
+#include "OperationQueue.h"
 #include "QVVolume.h"
 #include "TransferLedger.h"
 
 class VolumeCopy {
   public:
+    static constexpr int kSmallFileCopies = 2;
+
     struct Options {
         VerificationType type = VerificationType::MD5;
         bool fromMedium = true;  // false: each write is read back at once instead
@@ -55,6 +60,8 @@ class VolumeCopy {
     const std::shared_ptr<TransferLedger>& ledger() const { return ledger_; }
 
   private:
+    /// As copyItem, with what lstat said of the item.
+    bool copyEntry(const QByteArray& item, const struct stat& status);
     bool copyFile(const QByteArray& item, const QByteArray& relative);
     bool copyFolder(const QByteArray& item, const QByteArray& relative, const struct stat& status);
     bool copyLink(const QByteArray& item, const QByteArray& relative, const struct stat& status);
@@ -71,6 +78,7 @@ class VolumeCopy {
     const Options options_;
     std::shared_ptr<TransferLedger> ledger_;
     std::optional<MediaReadBack> readBack_;
+    OperationQueue smallFiles_{kSmallFileCopies};
     quint64 device_ = 0;
-    bool cardGone_ = false;
+    std::atomic<bool> cardGone_ = false;
 };

@@ -108,7 +108,8 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
     EXPECT_TRUE(text.contains("Listed: EOS_DIGITAL (EOSHD) at " + card->mountPoint()));
     EXPECT_FALSE(text.contains("Listed: RAID")) << text.toStdString();
     EXPECT_FALSE(text.contains("Listed: IGNORED")) << text.toStdString();
-    EXPECT_EQ(text.count("EOS_DIGITAL: verified -> "), 1) << text.toStdString();
+    EXPECT_EQ(text.count("EOS_DIGITAL: verified, read back from the media ("), 1)
+        << text.toStdString();
     EXPECT_FALSE(text.contains("PRESENT:")) << "a card already there is listed, not transferred";
     EXPECT_FALSE(QFileInfo::exists("/sys/block/" + QFileInfo(card->device()).fileName() +
                                    "/loop/backing_file"))
