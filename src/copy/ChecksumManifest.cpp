@@ -5,10 +5,10 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include "PathText.h"
+#include "SystemError.h"
 
 namespace {
 
@@ -115,8 +115,7 @@ bool exists(FileLayer& layer, const QByteArray& path) {
 }
 
 QString describeError(const char* what, int code) {
-    return QStringLiteral("%1: %2").arg(QLatin1String(what),
-                                        QString::fromLocal8Bit(std::strerror(code)));
+    return QStringLiteral("%1: %2").arg(QLatin1String(what), SystemError::text(code));
 }
 
 // Writes, flushes and reads the file back from the medium; the reason on failure.

@@ -101,6 +101,12 @@ bool CopyEngine::copy(const QString& source, const QStringList& destinations, Ve
     return copy(PathText::bytes(source), paths, type, std::move(object), std::move(object2));
 }
 
+bool CopyEngine::sourceUnreadable(QStringView line, int code) {
+    SystemLog::log(line, info_->source);
+    tellProblem(-1, describe("can't be read: ", code));
+    return false;
+}
+
 void CopyEngine::tellProblem(int destination, const QString& reason) {
     if (delegate_)
         delegate_->fileCopyProblem(info_, destination, reason);
@@ -156,9 +162,7 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
     struct stat entry {};
     if (layer_.linkStatus(source, &entry) != 0) {
         const int code = errno;
-        SystemLog::log(u"Error: File %@ doesn't exist. Aborting copy process...", info_->source);
-        tellProblem(-1, describe("can't be read: ", code));
-        return false;
+        return sourceUnreadable(u"Error: File %@ doesn't exist. Aborting copy process...", code);
     }
     if (destinations.isEmpty()) {
         SystemLog::log(u"Error: You must have at least one destination. Aborting copy process...");
@@ -170,18 +174,14 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
     const int sourceFd = files.keep(layer_.openRead(source));
     if (sourceFd < 0) {
         const int code = errno;
-        SystemLog::log(u"Error: Unable to read source file %@. Aborting copy process...",
-                       info_->source);
-        tellProblem(-1, describe("can't be read: ", code));
-        return false;
+        return sourceUnreadable(u"Error: Unable to read source file %@. Aborting copy process...",
+                                code);
     }
     // Without its size a short read would pass for a whole copy.
     struct stat sourceStatus {};
     if (layer_.status(source, &sourceStatus) != 0) {
         const int code = errno;
-        SystemLog::log(u"Error getting metadata for file %@", info_->source);
-        tellProblem(-1, describe("can't be read: ", code));
-        return false;
+        return sourceUnreadable(u"Error getting metadata for file %@", code);
     }
     const std::uint64_t size = std::uint64_t(sourceStatus.st_size);
     info_->size = size;

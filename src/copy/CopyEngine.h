@@ -52,6 +52,8 @@ class CopyEngine {
                                                  MediaReadBack::Check* check);
     bool reportProgress(std::uint64_t completed);
     void tellProblem(int destination, const QString& reason);
+    /// The source can't be read: the line (of the source's path) logged, the problem told.
+    bool sourceUnreadable(QStringView line, int code);
     void handOverToReadBack(MediaReadBack::Check& check, const QString& sourceDigest,
                             const std::vector<bool>& opened, const std::vector<bool>& failed);
 

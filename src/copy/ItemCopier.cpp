@@ -12,23 +12,10 @@
 #include <memory>
 #include <vector>
 
+#include "SystemError.h"
+#include "UniqueFd.h"
+
 namespace {
-
-class Fd {
-  public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-    int release() { return std::exchange(fd_, -1); }
-
-  private:
-    int fd_;
-};
 
 struct DirCloser {
     void operator()(DIR* dir) const { ::closedir(dir); }
@@ -36,8 +23,7 @@ struct DirCloser {
 
 bool fail(QString* error, const QByteArray& path, int code) {
     if (error)
-        *error = QStringLiteral("%1: %2").arg(QFile::decodeName(path),
-                                              QString::fromLocal8Bit(std::strerror(code)));
+        *error = QStringLiteral("%1: %2").arg(QFile::decodeName(path), SystemError::text(code));
     return false;
 }
 
@@ -109,11 +95,11 @@ bool ItemCopier::copyEntry(const QByteArray& source, const QByteArray& destinati
 
 bool ItemCopier::copyRegularFile(const QByteArray& source, const QByteArray& destination,
                                  const struct stat& status, QString* error) {
-    const Fd in(::open(source.constData(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd in(::open(source.constData(), O_RDONLY | O_CLOEXEC));
     if (in.get() < 0)
         return fail(error, source, errno);
-    const Fd out(::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                        status.st_mode & 07777));
+    const UniqueFd out(::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                              status.st_mode & 07777));
     if (out.get() < 0)
         return fail(error, destination, errno);
     if (!copyBytes(in.get(), out.get(), status.st_size) ||
@@ -151,7 +137,7 @@ bool ItemCopier::copyFolder(const QByteArray& source, const QByteArray& destinat
         std::filesystem::remove_all(destination.constData(), ignored);
         return false;
     }
-    const Fd folder(::open(destination.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd folder(::open(destination.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.get() >= 0) {
         ::fchmod(folder.get(), status.st_mode & 07777);
         applyTimes(folder.get(), status);

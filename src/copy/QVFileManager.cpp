@@ -26,6 +26,7 @@
 #include "MountTable.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "SystemError.h"
 #include "SystemLog.h"
 #include "ZipArchive.h"
 
@@ -45,7 +46,7 @@ bool anythingAt(const QString& path) {
 }
 
 QString errnoText(int code) {
-    return QString::fromLocal8Bit(std::strerror(code));
+    return SystemError::text(code);
 }
 
 QString parentOf(const QString& path) {

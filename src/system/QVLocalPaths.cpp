@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 #include "QVTaskEx.h"
 
@@ -20,14 +22,25 @@ QString environment(const char* name) {
     return QString::fromLocal8Bit(qgetenv(name));
 }
 
+// The user database entry as (name, home); any thread may ask, so the reentrant calls.
+std::pair<QString, QString> userEntry(const char* name, uid_t uid) {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    const int error = name != nullptr
+                          ? getpwnam_r(name, &entry, buffer.data(), buffer.size(), &found)
+                          : getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
+    if (error != 0 || found == nullptr)
+        return {};
+    return {QString::fromLocal8Bit(entry.pw_name), QString::fromLocal8Bit(entry.pw_dir)};
+}
+
 QString homeOfUser(const QString& name) {
-    const passwd* entry = getpwnam(name.toLocal8Bit().constData());
-    return entry != nullptr ? QString::fromLocal8Bit(entry->pw_dir) : QString();
+    return userEntry(name.toLocal8Bit().constData(), 0).second;
 }
 
 QString processOwnerName() {
-    const passwd* entry = getpwuid(geteuid());
-    return entry != nullptr ? QString::fromLocal8Bit(entry->pw_name) : QString();
+    return userEntry(nullptr, geteuid()).first;
 }
 
 // The process's own home: $HOME first, so a test can move it.
@@ -36,8 +49,7 @@ QString processHome() {
     if (!home.isEmpty()) {
         return QDir::cleanPath(home);
     }
-    const passwd* entry = getpwuid(geteuid());
-    return entry != nullptr ? QString::fromLocal8Bit(entry->pw_dir) : QString();
+    return userEntry(nullptr, geteuid()).second;
 }
 
 QString xdgBase(const char* variable, const char* fallback) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "QVException.h"
+#include "SystemError.h"
 
 extern char** environ;
 
@@ -20,14 +21,10 @@ namespace {
 
 constexpr qsizetype kReadChunk = 64 * 1024;
 
-QString errorText(int error) {
-    return QString::fromStdString(std::generic_category().message(error));
-}
-
 [[noreturn]] void throwLaunchError(const QString& path, const char* step, int error) {
     throw QVException(QStringLiteral("QVTaskLaunchException"),
                       QStringLiteral("%1 failed for %2: %3")
-                          .arg(QLatin1StringView(step), path, errorText(error)));
+                          .arg(QLatin1StringView(step), path, SystemError::text(error)));
 }
 
 // posix_spawn's file actions and attributes, destroyed on every path out of launch().
@@ -130,7 +127,7 @@ QByteArray QVTask::ReadEnd::read() {
         fd_.reset();
     }
     if (count < 0) {
-        throw QVException(QStringLiteral("QVTaskReadException"), errorText(error));
+        throw QVException(QStringLiteral("QVTaskReadException"), SystemError::text(error));
     }
     buffer.truncate(count);
     return buffer;

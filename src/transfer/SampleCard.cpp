@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "QVLog.h"
+#include "SystemError.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -60,7 +61,7 @@ quint64 fileSeed(quint32 seed, const QString& relative) {
 }
 
 QString errnoText() {
-    return QString::fromLocal8Bit(std::strerror(errno));
+    return SystemError::text(errno);
 }
 
 bool existsAt(const QString& path) {

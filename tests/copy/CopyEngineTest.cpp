@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <atomic>
 #include <chrono>
+#include <mutex>
 
 #include "CopyEngine.h"
 #include "FaultyFileLayer.h"
@@ -27,29 +28,36 @@ namespace {
 
 constexpr std::uint64_t MiB = 1024 * 1024;
 
-// Records every message, in order; can cancel at the n-th question.
+// Records every message, in order; can cancel at the n-th question. Copies checked from their
+// medium are settled on the read-back's threads, so the record is kept under a lock; the test
+// reads it once the work is done.
 class RecordingDelegate : public CopyDelegate {
   public:
     explicit RecordingDelegate(int cancelAt = -1) : cancelAt_(cancelAt) {}
 
     void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>&) override {
+        const std::lock_guard lock(mutex_);
         events << QStringLiteral("bytes %1").arg(bytes);
     }
     bool fileCopyShouldContinue(const std::shared_ptr<CopyInfo>&) override {
+        const std::lock_guard lock(mutex_);
         events << QStringLiteral("continue?");
         return ++questions != cancelAt_;
     }
     void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
                                     const QString& file) override {
+        const std::lock_guard lock(mutex_);
         events << QStringLiteral("failed %1").arg(QFileInfo(file).fileName());
         failedChecksums << info->destChecksum.value_or(QString());
     }
     void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override {
+        const std::lock_guard lock(mutex_);
         events << QStringLiteral("finished");
         finished = info;
     }
     void fileCopyProblem(const std::shared_ptr<CopyInfo>&, int destination,
                          const QString& reason) override {
+        const std::lock_guard lock(mutex_);
         problems << QStringLiteral("%1: %2").arg(destination).arg(reason);
     }
 
@@ -60,6 +68,7 @@ class RecordingDelegate : public CopyDelegate {
     int questions = 0;
 
   private:
+    std::mutex mutex_;
     const int cancelAt_;
 };
 

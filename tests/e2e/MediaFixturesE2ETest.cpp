@@ -22,25 +22,11 @@
 #include "SystemTool.h"
 #include "TestFiles.h"
 #include "TestMount.h"
+#include "UniqueFd.h"
 
 namespace {
 
 constexpr qint64 kMiB = 1024 * 1024;
-
-class Fd {
-  public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 QByteArray pread(int fd, qsizetype size) {
     QByteArray bytes(size, '\0');
@@ -139,7 +125,7 @@ TEST_F(LyingMediumE2E, ACopyProgramWorksOnIt) {
     TestFiles::write(source + "/A/B/Notes \"1\"\n ü.txt", "notes");
     // A name that is no UTF-8 at all, made with the raw bytes.
     const QByteArray oddName = QFile::encodeName(source) + "/A/not\xff utf8";
-    ASSERT_GE(Fd(::open(oddName.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0640)).get(), 0);
+    ASSERT_GE(UniqueFd(::open(oddName.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0640)).get(), 0);
     ASSERT_EQ(::symlink("clip.mov", QFile::encodeName(source + "/A/link").constData()), 0);
     const timespec times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
     ASSERT_EQ(
@@ -199,8 +185,8 @@ TEST_F(LoopDiskE2E, ExhaustedBackingStoreFailsAtWritebackAndNeverReadsBackTheLos
     ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
     const QByteArray bytes = TestFiles::randomBytes(4 * kMiB, 9);
     // syncfs() reports only errors that happen after its descriptor was opened.
-    const Fd folder(::open(QFile::encodeName(disk.mountPoint()).constData(),
-                           O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd folder(::open(QFile::encodeName(disk.mountPoint()).constData(),
+                                 O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_GE(folder.get(), 0);
     QFile file(disk.mountPoint() + "/clip.mov");
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));

@@ -43,6 +43,14 @@ pid_t fuseProcessOf(const LoopCard& card) {
     return 0;
 }
 
+// Clips of random bytes on the card, named PREFIXC001.MXF... under /CLIP.
+void writeClips(const LoopCard& card, const QString& prefix, int count, qint64 size) {
+    for (int clip = 1; clip <= count; ++clip)
+        TestFiles::write(
+            card.mountPoint() + QStringLiteral("/CLIP/%1C00%2.MXF").arg(prefix).arg(clip),
+            TestFiles::randomBytes(size, quint32(clip)));
+}
+
 // One controller with settings of its own, transferring to the given folders.
 class Controller {
   public:
@@ -120,9 +128,7 @@ TEST_F(VerifiedOffloadE2E, ADiskWhoseBackingStoreRunsOutIsNeverVerified) {
         GTEST_SKIP() << "no loop disks: " << reason.toStdString();
     const auto card = mountCard("B001");
     ASSERT_TRUE(card);
-    for (int clip = 1; clip <= 3; ++clip)
-        TestFiles::write(card->mountPoint() + QStringLiteral("/CLIP/B001C00%1.MXF").arg(clip),
-                         TestFiles::randomBytes(12 * MiB, quint32(clip)));
+    writeClips(*card, "B001", 3, 12 * MiB);
     LoopDisk disk(workPath("thin"), {48 * MiB, 12 * MiB});
     ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
 
@@ -185,9 +191,7 @@ TEST_F(VerifiedOffloadE2E, AFullDestinationIsNamedTheOtherIsCompleteAndTooSmallI
         GTEST_SKIP() << "no loop disks: " << reason.toStdString();
     const auto card = mountCard("D001");
     ASSERT_TRUE(card);
-    for (int clip = 1; clip <= 3; ++clip)
-        TestFiles::write(card->mountPoint() + QStringLiteral("/CLIP/D001C00%1.MXF").arg(clip),
-                         TestFiles::randomBytes(8 * MiB, quint32(clip)));
+    writeClips(*card, "D001", 3, 8 * MiB);
     LoopDisk small(workPath("small"), {16 * MiB, -1});
     ASSERT_TRUE(small.ok()) << small.error().toStdString();
 

@@ -6,27 +6,14 @@
 
 #include <QFile>
 
+#include "UniqueFd.h"
+
 namespace {
 
 QString failure(const char* call) {
     return QStringLiteral("%1: %2").arg(QLatin1String(call),
                                         QString::fromLocal8Bit(strerror(errno)));
 }
-
-class Fd {
-  public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 }  // namespace
 
@@ -41,7 +28,7 @@ QString PageCache::evict(int fd) {
 }
 
 QString PageCache::evict(const QString& path) {
-    const Fd fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
     return fd.get() < 0 ? failure("open") : evict(fd.get());
 }
 
