@@ -123,14 +123,17 @@ std::optional<QString> OffloadRequest::problem(const QString& source,
 
 std::optional<QString> OffloadRequest::destinationProblem(const QString& source,
                                                           const QStringList& destinations) {
-    const QString card = resolvedPath(QDir::cleanPath(QFileInfo(source).absoluteFilePath()));
+    const QString card = source.isEmpty()
+                             ? QString()
+                             : resolvedPath(QDir::cleanPath(QFileInfo(source).absoluteFilePath()));
     std::map<QString, QString> seen;  // resolved -> as given
     for (const QString& destination : destinations) {
         if (destination.trimmed().isEmpty())
             return QStringLiteral("an empty destination was given");
         const QString absolute = QDir::cleanPath(QFileInfo(destination).absoluteFilePath());
         const QString resolved = resolvedPath(absolute);
-        if (resolved == card || resolved.startsWith(card + u'/') || card == QLatin1String("/"))
+        if (!card.isEmpty() &&
+            (resolved == card || resolved.startsWith(card + u'/') || card == QLatin1String("/")))
             return QStringLiteral("%1: destination is inside the source").arg(destination);
         const QFileInfo info(absolute);
         if (info.exists() && !info.isDir())

@@ -14,6 +14,11 @@ class OffloadRequest {
     static std::optional<QString> problem(const QString& source, const QStringList& destinations,
                                           bool onlyMovies);
 
+    /// As problem, for destinations alone (no source, no room to check).
+    static std::optional<QString> destinationsProblem(const QStringList& destinations) {
+        return destinationProblem(QString(), destinations);
+    }
+
   private:
     static std::optional<QString> destinationProblem(const QString& source,
                                                      const QStringList& destinations);

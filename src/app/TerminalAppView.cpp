@@ -31,11 +31,12 @@ int TerminalAppView::showSheet(const SheetRequest& sheet) {
 void TerminalAppView::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
     endProgress();
     // Each failing destination asks again; name only what wasn't named yet.
-    const auto failed = volume->failedFiles();
     std::size_t& shown = failuresShown_[volume.get()];
-    for (; shown < failed.size(); ++shown)
+    for (const auto& failed : volume->failedFilesFrom(shown)) {
         print(QStringLiteral("Digest mismatch: %1\n")
-                  .arg(failed[shown]->failedFile.value_or(failed[shown]->source)));
+                  .arg(failed->failedFile.value_or(failed->source)));
+        ++shown;
+    }
 }
 
 void TerminalAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {

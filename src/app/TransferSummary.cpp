@@ -59,11 +59,17 @@ QStringList TransferSummary::lines(const QVVolume& volume, bool fromMedium) {
     return out;
 }
 
-QString TransferSummary::verdict(QVVolume& volume, bool fromMedium) {
-    if (volume.status() == QVVolume::Done) {
-        return QStringLiteral("verified, %1 (%2)")
-            .arg(howChecked(fromMedium),
-                 QVFileManager::formatFileSize(double(volume.totalMediaUsage())));
+QString TransferSummary::verdict(QVVolume& volume, bool fromMedium, bool imagesChecked) {
+    const QString size = QVFileManager::formatFileSize(double(volume.totalMediaUsage()));
+    if (volume.status() == QVVolume::Done && !volume.ledger()) {
+        // A disk image: read back whole from its medium, or not checked at all.
+        return imagesChecked ? QStringLiteral("verified, read back from the media (%1)").arg(size)
+                             : QStringLiteral(
+                                   "imaged, not verified: checksum verification is "
+                                   "off (%1)")
+                                   .arg(size);
     }
+    if (volume.status() == QVVolume::Done)
+        return QStringLiteral("verified, %1 (%2)").arg(howChecked(fromMedium), size);
     return QStringLiteral("FAILED: ") + volume.errorString().value_or(QStringLiteral("unknown"));
 }

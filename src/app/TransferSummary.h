@@ -15,6 +15,7 @@ class TransferSummary {
 
     /// "Destination: PATH" and its state per destination, then failures, interruption, links.
     static QStringList lines(const QVVolume& volume, bool fromMedium);
-    /// "verified, read back from the media (SIZE)", "verified inline, ..." or "FAILED: WHY".
-    static QString verdict(QVVolume& volume, bool fromMedium);
+    /// "verified, read back from the media (SIZE)", "verified, inline, ..." or "FAILED: WHY".
+    /// A disk image is read back only when checksum verification is on (imagesChecked).
+    static QString verdict(QVVolume& volume, bool fromMedium, bool imagesChecked = true);
 };

@@ -13,6 +13,7 @@
 #include "AppController.h"
 #include "DetachedThreads.h"
 #include "MountMonitor.h"
+#include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVLog.h"
 #include "QVVolume.h"
@@ -78,12 +79,14 @@ QString describe(const QVVolume& volume) {
 
 // Prints the verdict of an ended transfer and ejects a verified card on request; true when it
 // verified.
-bool reportVerdict(QVVolume& volume, bool eject, bool fromMedium) {
+bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings) {
+    const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
+    const bool imagesChecked = settings.isOn(SettingsKey::verifyFileChecksums);
     const qint64 status = volume.status();
     if (status != QVVolume::Done) {
         say(QStringLiteral("%1: %2").arg(
             volume.name(), status == QVVolume::Failed
-                               ? TransferSummary::verdict(volume, fromMedium)
+                               ? TransferSummary::verdict(volume, fromMedium, imagesChecked)
                                : volume.errorString().value_or(QStringLiteral("stopped"))));
         for (const QString& line : TransferSummary::lines(volume, fromMedium)) {
             if (!line.startsWith(QLatin1String("Destination: ")) && !line.startsWith(u' '))
@@ -92,7 +95,7 @@ bool reportVerdict(QVVolume& volume, bool eject, bool fromMedium) {
         return false;
     }
     say(QStringLiteral("%1: %2 -> %3")
-            .arg(volume.name(), TransferSummary::verdict(volume, fromMedium),
+            .arg(volume.name(), TransferSummary::verdict(volume, fromMedium, imagesChecked),
                  volume.destinations().join(u", ")));
     if (!eject || volume.isFolder())
         return true;
@@ -125,6 +128,10 @@ bool stopTransfers(AppController& controller) {
 }  // namespace
 
 int WatchRunner::run(SettingsStore& settings, const Request& request) {
+    if (const auto problem = OffloadRequest::destinationsProblem(request.destinations)) {
+        std::fprintf(stderr, "cardsweep-cli: %s\n", problem->toUtf8().constData());
+        return 2;
+    }
     applyOverrides(settings, request);
     installSignalPipe();
     TerminalAppView view;
@@ -136,10 +143,7 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
         QMetaObject::invokeMethod(
             &context,
-            [&, volume] {
-                anyFailed |= !reportVerdict(*volume, request.eject,
-                                            !settings.isOn(SettingsKey::inlineVerification));
-            },
+            [&, volume] { anyFailed |= !reportVerdict(*volume, request.eject, settings); },
             Qt::QueuedConnection);
     });
 

@@ -187,10 +187,14 @@ QByteArray ChecksumManifest::find(FileLayer& layer, const QByteArray& folder) {
     return candidate(index);
 }
 
+bool ChecksumManifest::isReservationNumber(const QByteArray& name) {
+    static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
+    return number.match(QString::fromLatin1(name)).hasMatch();
+}
+
 bool ChecksumManifest::isLaterCopy(FileLayer& layer, const QByteArray& folder,
                                    const QByteArray& name) {
-    static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
-    if (!number.match(QString::fromLatin1(name)).hasMatch())
+    if (!isReservationNumber(name))
         return false;
     const QByteArray path = folder + '/' + name;
     struct stat status {};

@@ -37,6 +37,8 @@ class ChecksumManifest {
     /// The manifest a check should read in a folder: the alternate name when present.
     static QByteArray find(FileLayer& layer, const QByteArray& folder);
 
+    /// A name reservation gives a later copy inside an existing folder: "0001", "0002.dmg".
+    static bool isReservationNumber(const QByteArray& name);
     /// An entry at the top of a destination folder that is a later transfer's copy placed inside
     /// this one (a numbered folder holding a manifest, or a numbered image): not this copy's.
     static bool isLaterCopy(FileLayer& layer, const QByteArray& folder, const QByteArray& name);

@@ -116,10 +116,11 @@ std::vector<bool> CopyEngine::prepareFolders(const QList<QByteArray>& destinatio
     std::vector<bool> ready;
     for (qsizetype i = 0; i < destinations.size(); ++i) {
         const QByteArray folder = parentOf(destinations[i]);
-        ready.push_back(makeFolders(layer_, folder));
+        ready.push_back(destinations[i].isEmpty() || makeFolders(layer_, folder));
         if (ready.back())
             continue;
         const int code = errno;
+        destinationErrors_[std::size_t(i)] = code;
         SystemLog::log(
             u"Unable to copy file %@ - destination directory %@ doesn't exist. Aborting copy "
             u"process...",
@@ -135,9 +136,11 @@ std::vector<CopyPipeline::Destination> CopyEngine::openDestinations(
     std::vector<CopyPipeline::Destination> targets;
     for (qsizetype i = 0; i < info_->destinationPaths.size(); ++i) {
         const QByteArray& path = info_->destinationPaths[i];
-        const int fd = ready[std::size_t(i)] ? files.keep(layer_.openReadWrite(path)) : -1;
-        if (fd < 0 && ready[std::size_t(i)]) {
+        const bool wanted = ready[std::size_t(i)] && !path.isEmpty();
+        const int fd = wanted ? files.keep(layer_.openReadWrite(path)) : -1;
+        if (fd < 0 && wanted) {
             const int code = errno;
+            destinationErrors_[std::size_t(i)] = code;
             SystemLog::log(u"Error: Unable to open destination file %@. Aborting copy process...",
                            info_->destinations[i]);
             tellProblem(int(i), describe("can't be created: ", code));
@@ -155,6 +158,7 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
         info_->destinations << PathText::display(destination);
     info_->sourcePath = source;
     info_->destinationPaths = destinations;
+    destinationErrors_.assign(std::size_t(destinations.size()), 0);
     info_->delegate = delegate_;
     info_->object = std::move(object);
     info_->object2 = std::move(object2);
@@ -201,15 +205,15 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
     const bool fromMedium = readBack_ && type != VerificationType::None;
     const std::shared_ptr<MediaReadBack::Check> check =
         fromMedium ? readBack_->begin(readBackPaths, size) : nullptr;
-    std::optional<CopyPipeline::Result> copied =
-        transfer(sourceFd, size, std::move(targets), type, check.get());
-    const auto giveUp = [&] {
+    // However this ends short of handing the copies over, the read-back gives up on them.
+    const std::shared_ptr<void> abandonUnlessHandedOver(nullptr, [&](void*) {
         if (check)
             readBack_->abandon(*check);
-        return false;
-    };
+    });
+    std::optional<CopyPipeline::Result> copied =
+        transfer(sourceFd, size, std::move(targets), type, check.get());
     if (!copied || copied->stopped)
-        return giveUp();
+        return false;
     CopyPipeline::Result& result = *copied;
     // A buffered reader makes one last pass of nothing when the data ends on a pass boundary,
     // and after any read error.
@@ -230,10 +234,12 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
                               .arg(result.copied)
                               .arg(SystemError::text(result.readError))
                         : QStringLiteral("ended at byte %1 of %2").arg(result.copied).arg(size));
-        return giveUp();
+        return false;
     }
     std::vector<bool> failed(opened.size());
     for (std::size_t i = 0; i < opened.size(); ++i) {
+        if (result.writeErrors[i] != 0)
+            destinationErrors_[i] = result.writeErrors[i];
         failed[i] = !opened[i] || result.writeErrors[i] != 0;
         if (opened[i] && result.writeErrors[i] != 0)
             tellProblem(int(i), describe("can't be written: ", result.writeErrors[i]));
@@ -298,6 +304,7 @@ std::optional<CopyPipeline::Result> CopyEngine::transfer(
     } catch (const std::system_error&) {  // no thread to be had
     }
     SystemLog::log(u"Error copying file %@ - out of memory", info_->source);
+    tellProblem(-1, QStringLiteral("not copied: out of memory"));
     return std::nullopt;
 }
 

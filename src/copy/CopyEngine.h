@@ -40,6 +40,10 @@ class CopyEngine {
     bool copy(const QString& source, const QStringList& destinations, VerificationType type,
               std::any object, std::any object2);
 
+    /// After copy: per destination, errno of what made it fail (creating, writing or closing
+    /// its copy), else 0.
+    const std::vector<int>& destinationErrors() const { return destinationErrors_; }
+
   private:
     class OpenFiles;
     /// Per destination, whether its folder is there.
@@ -62,4 +66,5 @@ class CopyEngine {
     MediaReadBack* const readBack_;
     std::shared_ptr<CopyInfo> info_;
     std::uint64_t reported_ = 0;
+    std::vector<int> destinationErrors_;
 };

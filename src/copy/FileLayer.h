@@ -73,10 +73,15 @@ class FileLayer {
     virtual int makeFolder(const QByteArray& path) = 0;
     /// Removes a file or link (never a folder).
     virtual int removeFile(const QByteArray& path) = 0;
+    /// Removes an empty folder.
+    virtual int removeFolder(const QByteArray& path) = 0;
     /// rename(2): replaces what is at `to`.
     virtual int rename(const QByteArray& from, const QByteArray& to) = 0;
     /// Gives a folder its modification and access times (links not followed).
     virtual int setTimes(const QByteArray& path, const struct stat& attributes) = 0;
+
+    /// Removes a file, link or whole folder through the calls above, links never followed.
+    void removeTree(const QByteArray& path);
 
     /// The real file system.
     static FileLayer& posix();

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <limits>
 
+#include "QVException.h"
 #include "SystemError.h"
 
 namespace {
@@ -134,7 +135,11 @@ void MediaReadBack::settle(Check& check, std::unique_lock<std::mutex>& lock) {
     if (check.completed && !check.abandoned && !stopping_ && check.settled) {
         const Settled settled = std::move(check.settled);
         lock.unlock();
-        settled(check.outcomes);
+        try {
+            settled(check.outcomes);
+        } catch (const std::exception& exception) {
+            QVException::logException(exception, "MediaReadBack::settle");
+        }
         lock.lock();
     }
     --unsettled_;
@@ -154,6 +159,7 @@ void MediaReadBack::cancel() {
     {
         const std::lock_guard lock(mutex_);
         stopping_ = true;
+        cancelled_ = true;
     }
     changed_.notify_all();
 }
@@ -301,13 +307,16 @@ void MediaReadBack::follow(std::size_t destination, Check& check) {
     Outcome outcome;
     if (fd < 0)
         outcome.problem = problem("can't be read back: ", errno);
+    // A copy whose writes stopped short (its disk failed) has nothing more to read until the
+    // file is complete; it waits for that instead of asking again and again.
+    bool stalled = false;
     for (bool done = false; !done && outcome.problem.isEmpty();) {
         std::uint64_t end = 0;
         {
             std::unique_lock lock(mutex_);
             changed_.wait(lock, [&] {
                 return stopping_ || check.abandoned || check.completed ||
-                       check.written >= position + 2 * kChunk;
+                       (!stalled && check.written >= position + 2 * kChunk);
             });
             if (skipped(check, destination) || stopping_) {
                 lock.unlock();
@@ -323,7 +332,9 @@ void MediaReadBack::follow(std::size_t destination, Check& check) {
             outcome.problem = problem("can't be stored on its medium: ", errno);
             break;
         }
+        const std::uint64_t before = position;
         outcome = readBack(destination, fd, end, digest, &position, true);
+        stalled = !done && position - before < end - before;
     }
     if (fd >= 0)
         layer_.close(fd);
@@ -341,7 +352,10 @@ MediaReadBack::Outcome MediaReadBack::readBack(std::size_t destination, int fd, 
                                                bool dropFirst) {
     std::vector<char>& buffer = workers_[destination]->buffer;
     const bool toTheEnd = end == kToTheEnd;
+    const Outcome stopped{{}, QStringLiteral("not read back: the transfer was stopped")};
     while (*position < end) {
+        if (cancelled_)
+            return stopped;
         const std::uint64_t rangeEnd = std::min(end, *position + kChunk);
         const std::size_t length = std::size_t(rangeEnd - *position);
         if (!toTheEnd && layer_.flushRange(fd, off_t(*position), length) != 0)
@@ -350,6 +364,8 @@ MediaReadBack::Outcome MediaReadBack::readBack(std::size_t destination, int fd, 
             layer_.dropCache(fd, off_t(*position), toTheEnd ? 0 : length);
         std::uint64_t got = 0;
         while (got < length) {
+            if (cancelled_)
+                return stopped;
             const std::size_t want = std::min<std::uint64_t>(buffer.size(), length - got);
             const ssize_t n = layer_.read(fd, buffer.data(), want, off_t(*position + got));
             if (n < 0) {

@@ -10,6 +10,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -30,7 +31,7 @@ class MediaReadBack {
     static constexpr std::uint64_t kChunk = 8ull << 20;
     static constexpr std::size_t kBatchFiles = 1024;
     static constexpr std::uint64_t kBatchBytes = 128ull << 20;
-    static constexpr std::size_t kMaxUnsettled = 8192;
+    static constexpr std::size_t kMaxUnsettled = 2048;
     static constexpr std::uint64_t kMaxUnsettledBytes = 1ull << 30;
 
     /// What one destination's read-back found.
@@ -92,5 +93,6 @@ class MediaReadBack {
     std::uint64_t unsettledBytes_ = 0;              // guarded by mutex_
     bool draining_ = false;                         // guarded by mutex_
     bool stopping_ = false;                         // guarded by mutex_
+    std::atomic<bool> cancelled_ = false;           // stopping_, read without the lock
     std::vector<std::thread> threads_;
 };

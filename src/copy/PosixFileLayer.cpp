@@ -18,6 +18,21 @@ FileLayer& FileLayer::posix() {
     return layer;
 }
 
+void FileLayer::removeTree(const QByteArray& path) {
+    struct stat status {};
+    if (linkStatus(path, &status) != 0)
+        return;
+    if (!S_ISDIR(status.st_mode)) {
+        removeFile(path);
+        return;
+    }
+    std::vector<Entry> entries;
+    listFolder(path, &entries);
+    for (const Entry& entry : entries)
+        removeTree(path + '/' + entry.name);
+    removeFolder(path);
+}
+
 int PosixFileLayer::openRead(const QByteArray& path) {
     return ::open(path.constData(), O_RDONLY | O_CLOEXEC);
 }
@@ -156,6 +171,10 @@ int PosixFileLayer::makeFolder(const QByteArray& path) {
 
 int PosixFileLayer::removeFile(const QByteArray& path) {
     return ::unlink(path.constData());
+}
+
+int PosixFileLayer::removeFolder(const QByteArray& path) {
+    return ::rmdir(path.constData());
 }
 
 int PosixFileLayer::rename(const QByteArray& from, const QByteArray& to) {

@@ -27,6 +27,7 @@ class PosixFileLayer : public FileLayer {
     int makeLink(const QByteArray& target, const QByteArray& path) override;
     int makeFolder(const QByteArray& path) override;
     int removeFile(const QByteArray& path) override;
+    int removeFolder(const QByteArray& path) override;
     int rename(const QByteArray& from, const QByteArray& to) override;
     int setTimes(const QByteArray& path, const struct stat& attributes) override;
 };

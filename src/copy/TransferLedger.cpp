@@ -144,8 +144,12 @@ std::uint64_t TransferLedger::bytesVerified(std::size_t destination) const {
     return total;
 }
 
-std::vector<std::pair<QByteArray, QByteArray>> TransferLedger::linesFor(
-    std::size_t destination) const {
+// One line per name, where the name first appears: the digest of the last file of that name
+// (the one copied last), or FAILED when any file of that name failed on this destination. A
+// copy that read back different from the card is listed as failed, never with its own digest:
+// a manifest must not vouch for damage. Names are looked at in place, never copied, so a card
+// of many files costs little more than the text itself.
+void TransferLedger::forEachLine(std::size_t destination, const LineVisitor& line) const {
     QSet<QByteArray> failedPaths;
     for (const Failure& failure : failures_) {
         if (failure.destination == kAllDestinations ||
@@ -157,40 +161,53 @@ std::vector<std::pair<QByteArray, QByteArray>> TransferLedger::linesFor(
         if (mismatch.destination == destination)
             damaged.insert(mismatch.file);
     }
-
-    std::vector<std::pair<QByteArray, QByteArray>> lines;  // (digest, name)
-    QHash<QByteArray, std::size_t> lineOfName;
-    const auto put = [&](const QByteArray& path, const QByteArray& digest) {
-        const QByteArray name = PathText::fileName(path);
-        const auto found = lineOfName.constFind(name);
-        if (found == lineOfName.constEnd()) {
-            lineOfName.insert(name, lines.size());
-            lines.emplace_back(digest, name);
-        } else if (lines[*found].first != ChecksumManifest::kFailed) {
-            lines[*found].first = digest;
-        }
+    struct Name {
+        std::size_t first;  // files, then failures of paths never copied
+        std::size_t last;
+        bool failed;
     };
-    // A copy that read back different from the card is listed as failed, never with its own
-    // digest: a manifest must not vouch for damage.
+    QHash<QByteArrayView, Name> names;
+    names.reserve(qsizetype(files_.size()));
+    const auto see = [&](std::size_t index, const QByteArray& path, bool failed) {
+        const QByteArrayView name = QByteArrayView(path).sliced(path.lastIndexOf('/') + 1);
+        const auto found = names.find(name);
+        if (found == names.end()) {
+            names.insert(name, {index, index, failed});
+            return;
+        }
+        found->last = index;
+        found->failed = found->failed || failed;
+    };
     for (std::size_t i = 0; i < files_.size(); ++i) {
         const File& file = files_[i];
-        const bool failed =
-            failedPaths.contains(file.path) || damaged.contains(i) || file.digest.length == 0;
-        put(file.path, failed ? ChecksumManifest::kFailed : hex(file.digest));
-        failedPaths.remove(file.path);
+        see(i, file.path,
+            failedPaths.remove(file.path) || damaged.contains(i) || file.digest.length == 0);
     }
-    for (const Failure& failure : failures_) {
-        if (failedPaths.remove(failure.path))
-            put(failure.path, ChecksumManifest::kFailed);
+    const std::size_t failuresStart = files_.size();
+    for (std::size_t k = 0; k < failures_.size(); ++k) {
+        if (failedPaths.contains(failures_[k].path))
+            see(failuresStart + k, failures_[k].path, true);
     }
-    return lines;
+    const auto emit = [&](std::size_t index, const QByteArray& path) {
+        const QByteArrayView name = QByteArrayView(path).sliced(path.lastIndexOf('/') + 1);
+        const Name& entry = names[name];
+        if (entry.first != index)
+            return;
+        line(entry.failed ? ChecksumManifest::kFailed : hex(files_[entry.last].digest),
+             name.toByteArray());
+    };
+    for (std::size_t i = 0; i < files_.size(); ++i)
+        emit(i, files_[i].path);
+    for (std::size_t k = 0; k < failures_.size(); ++k)
+        emit(failuresStart + k, failures_[k].path);
 }
 
 QByteArray TransferLedger::manifest(std::size_t destination) const {
     const std::lock_guard lock(mutex_);
     QByteArray text;
-    for (const auto& [digest, name] : linesFor(destination))
+    forEachLine(destination, [&](const QByteArray& digest, const QByteArray& name) {
         text += ChecksumManifest::encode({digest, name});
+    });
     if (interruption_)
         text += ChecksumManifest::encode({ChecksumManifest::kIncomplete, interruption_->toUtf8()});
     return text;
@@ -199,8 +216,9 @@ QByteArray TransferLedger::manifest(std::size_t destination) const {
 std::map<QString, QString> TransferLedger::digestsByName(std::size_t destination) const {
     const std::lock_guard lock(mutex_);
     std::map<QString, QString> digests;
-    for (const auto& [digest, name] : linesFor(destination))
+    forEachLine(destination, [&](const QByteArray& digest, const QByteArray& name) {
         digests[PathText::display(name)] = QString::fromLatin1(digest);
+    });
     return digests;
 }
 

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -86,8 +87,9 @@ class TransferLedger {
     static QByteArray hex(const Digest& digest);
     // REQUIRES: mutex_ is held.
     bool failedOn(std::size_t destination) const;
-    // The winning entry per name, in copy order; REQUIRES: mutex_ is held.
-    std::vector<std::pair<QByteArray, QByteArray>> linesFor(std::size_t destination) const;
+    using LineVisitor = std::function<void(const QByteArray& digest, const QByteArray& name)>;
+    // REQUIRES: mutex_ is held.
+    void forEachLine(std::size_t destination, const LineVisitor& line) const;
 
     const std::size_t destinations_;
     mutable std::mutex mutex_;

@@ -219,6 +219,8 @@ class AppController : public CopyDelegate, public TransferStages {
     std::unique_ptr<VolumeCopy> startVolumeCopy(const std::shared_ptr<QVVolume>& volume,
                                                 const QStringList& destinations,
                                                 const QString& relativeSource);
+    bool copyVolumeItems(const QString& path, const QStringList& destinations,
+                         const std::shared_ptr<QVVolume>& volume);
     /// Adds copied or read-back bytes to the volume's bar, refreshing the view now and then.
     void advanceProgress(QVVolume& volume, double bytes);
 

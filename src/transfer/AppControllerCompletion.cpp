@@ -1,8 +1,8 @@
 // The end of a volume's transfer: finishing, cancelling, failure counts, the quit guard and
 // the actions after a successful transfer.
-#include <QDir>
+#include <sys/stat.h>
+
 #include <QFile>
-#include <QFileInfo>
 
 #include "AppController.h"
 #include "ChecksumManifest.h"
@@ -88,32 +88,25 @@ void AppController::stopCancelledTransfer(const std::shared_ptr<QVVolume>& volum
     announceEnd(volume);
 }
 
-// A destination folder may hold a later transfer's copy (reserved inside it because it already
-// existed): that copy is another card's and stays.
+// A destination folder may hold a later transfer's copy, reserved inside it under a number
+// because the folder already existed, perhaps still being written by another program: anything
+// at the top named like such a number stays. Names are taken as the file system has them.
 void AppController::removeTransferredFiles(const QString& destination) {
-    const QFileInfo info(destination);
-    if (!info.isDir() || info.isSymLink()) {
-        QVFileManager::removeFile(destination);
+    const QByteArray folder = QFile::encodeName(destination);
+    struct stat status {};
+    if (fileLayer_.linkStatus(folder, &status) != 0)
+        return;
+    if (!S_ISDIR(status.st_mode)) {
+        fileLayer_.removeFile(folder);
         return;
     }
-    QStringList others;
-    for (const auto& volume : dataArray())
-        others += volume->destinations();
-    const QByteArray folder = QFile::encodeName(destination);
-    bool kept = false;
-    for (const QString& name :
-         QDir(destination)
-             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        const QString entry = destination + u'/' + name;
-        if (others.contains(entry) ||
-            ChecksumManifest::isLaterCopy(fileLayer_, folder, QFile::encodeName(name))) {
-            kept = true;
-            continue;
-        }
-        QVFileManager::removeFile(entry);
+    std::vector<FileLayer::Entry> entries;
+    fileLayer_.listFolder(folder, &entries);
+    for (const FileLayer::Entry& entry : entries) {
+        if (!ChecksumManifest::isReservationNumber(entry.name))
+            fileLayer_.removeTree(folder + '/' + entry.name);
     }
-    if (!kept)
-        QVFileManager::removeFile(destination);
+    fileLayer_.removeFolder(folder);
 }
 
 void AppController::cancelVolume(QVVolume& volume) {
@@ -154,6 +147,10 @@ void AppController::cancelSelectedTransfers() {
     const bool remove = answer == -1;
     for (const auto& volume : selectedVolumes()) {
         QVVolume& v = *volume;
+        // A card already done (or finishing) beside a busy one in the selection keeps its
+        // verified copies: the user may have erased the card on the strength of them.
+        if (v.status() < QVVolume::Idle || v.status() > QVVolume::Unmounting)
+            continue;
         QVLog::appendLog(u"User cancelled transfer for volume %@", v.path());
         v.setStatus(QVVolume::Cancelled);
         cancelVolume(v);

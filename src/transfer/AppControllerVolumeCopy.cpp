@@ -40,8 +40,10 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
                                         std::move(options));
 }
 
-bool AppController::copyDisk(const QString& path, const QStringList& destinations,
-                             const std::shared_ptr<QVVolume>& volume) {
+// Every item of the card to every destination, then every copy read back; true when nothing
+// failed on the way.
+bool AppController::copyVolumeItems(const QString& path, const QStringList& destinations,
+                                    const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
     std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, path);
     const bool movies = v.hasQTMovies();
@@ -55,7 +57,7 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
         items = copy->topLevelNames();
     }
 
-    bool copyFailed = false;
+    bool whole = true;
     const QByteArray root = PathText::bytes(path);
     for (const QByteArray& item : items) {
         if (v.status() == QVVolume::Cancelled)
@@ -64,15 +66,27 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
             continue;
         v.incrementTransferCount();
         if (!copy->copyItem(movies ? item : root + '/' + item))
-            copyFailed = true;
+            whole = false;
     }
     // What reached the destinations is read back even when the card has gone since.
-    if (v.status() != QVVolume::Cancelled && copy->checksFromMedium()) {
-        v.setStatus(QVVolume::Verifying);
+    if (copy->checksFromMedium() && v.setStatusUnlessCancelled(QVVolume::Verifying)) {
         onMainThread([this] { reloadVolumeList(); }, false);
         copy->finish();
     }
-    copy.reset();  // its threads and descriptors go before the outcome is out
+    return whole;
+}
+
+bool AppController::copyDisk(const QString& path, const QStringList& destinations,
+                             const std::shared_ptr<QVVolume>& volume) {
+    QVVolume& v = *volume;
+    bool copyFailed = false;
+    try {
+        copyFailed = !copyVolumeItems(path, destinations, volume);
+    } catch (const std::exception& exception) {
+        // No thread or memory to be had: the copy can't go on, and nothing of it is proven.
+        QVException::logException(exception, "copyDisk:destinations:volume:");
+        return false;
+    }
 
     // A card cancelled or pulled away in the view's eyes gets no manifest: one would look like
     // the record of a complete card.
@@ -83,6 +97,10 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     writeChecksumFileForVolume(v);
     QVLog::appendLog(u"Volume copy finished");
     setOutcome(v, copyFailed);
+    if (v.status() == QVVolume::Cancelled) {
+        stopCancelledTransfer(volume, destinations);
+        return true;
+    }
 
     onMainThread(
         [this] {
@@ -119,8 +137,8 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed) {
             notifier_.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(), QString(),
                                             QStringLiteral("Transfer Failed"));
         }
-    } else if (v.status() != QVVolume::Cancelled) {
-        v.setStatus(QVVolume::Done);
+    } else {
+        v.setStatusUnlessCancelled(QVVolume::Done);
     }
 }
 
@@ -190,8 +208,11 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
                                         &error))
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
-            ledger->recordFailure("/" + name, int(i),
-                                  QStringLiteral("the manifest can't be written: ") + error);
+            // Written again by the post actions, a manifest that fails leaves the first one.
+            const qint64 status = volume.status();
+            if (status == QVVolume::Copying || status == QVVolume::Verifying)
+                ledger->recordFailure("/" + name, int(i),
+                                      QStringLiteral("the manifest can't be written: ") + error);
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeChecksumFileForVolume:");

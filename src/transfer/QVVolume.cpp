@@ -47,7 +47,7 @@ std::shared_ptr<QVVolume> QVVolume::volumeWithName(const QString& name, const QS
     volume->setType(type);
     volume->setStatus(type == -1 ? Unrecognised : Idle);
     struct stat status {};
-    if (::lstat(QFile::encodeName(path).constData(), &status) == 0)
+    if (::stat(QFile::encodeName(path).constData(), &status) == 0)
         volume->setSourceDevice(quint64(status.st_dev));
     volume->populateDefaultMetadata(settings);
     return volume;
@@ -163,6 +163,12 @@ std::vector<std::shared_ptr<CopyInfo>> QVVolume::failedFiles() const {
 }
 void QVVolume::setFailedFiles(const std::vector<std::shared_ptr<CopyInfo>>& files) {
     assign(mutex_, failedFiles_, files);
+}
+std::vector<std::shared_ptr<CopyInfo>> QVVolume::failedFilesFrom(std::size_t index) const {
+    const std::lock_guard lock(mutex_);
+    if (index >= failedFiles_.size())
+        return {};
+    return {failedFiles_.begin() + std::ptrdiff_t(index), failedFiles_.end()};
 }
 void QVVolume::addFailedFile(const std::shared_ptr<CopyInfo>& file) {
     const std::lock_guard lock(mutex_);

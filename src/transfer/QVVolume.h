@@ -71,6 +71,16 @@ class QVVolume {
     ProgressIndicator progressBar() const;
     qint64 status() const { return status_.load(); }
     void setStatus(qint64 status) { status_.store(status); }
+    /// Sets the status in one step with the check, so a cancel arriving meanwhile is never
+    /// overwritten; false when the volume is cancelled.
+    bool setStatusUnlessCancelled(qint64 status) {
+        qint64 current = status_.load();
+        while (current != Cancelled) {
+            if (status_.compare_exchange_weak(current, status))
+                return true;
+        }
+        return false;
+    }
     std::optional<QString> errorString() const;
     void setErrorString(const std::optional<QString>& error);
     QStringList destinations() const;
@@ -103,6 +113,8 @@ class QVVolume {
     std::vector<std::shared_ptr<CopyInfo>> failedFiles() const;
     void setFailedFiles(const std::vector<std::shared_ptr<CopyInfo>>& files);
     void addFailedFile(const std::shared_ptr<CopyInfo>& file);
+    /// The failed files from the index-th on (a view shows each failure once).
+    std::vector<std::shared_ptr<CopyInfo>> failedFilesFrom(std::size_t index) const;
 
     void incrementThreadCount() { ++threadCount_; }
     void decrementThreadCount() { --threadCount_; }

@@ -3,11 +3,13 @@
 #include <QCoreApplication>
 #include <cerrno>
 #include <chrono>
+#include <deque>
 
 #include "CopyEngine.h"
 #include "CopyPipeline.h"
 #include "MainThread.h"
 #include "PathText.h"
+#include "QVException.h"
 #include "QVFileManager.h"
 #include "SystemError.h"
 
@@ -28,6 +30,16 @@ DigestContext::Kind digestKind(VerificationType type) {
     return type == VerificationType::SHA1 ? DigestContext::Kind::SHA1 : DigestContext::Kind::MD5;
 }
 
+// A destination that fails this way fails every later file too: it is full, read-only or gone.
+bool isDeadDestination(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO ||
+           error == ENODEV || error == ENXIO || error == ENOTCONN;
+}
+
+bool isSmallFile(const struct stat& status) {
+    return S_ISREG(status.st_mode) && std::uint64_t(status.st_size) < kSmallFile;
+}
+
 }  // namespace
 
 VolumeCopy::VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr<QVVolume> volume,
@@ -38,11 +50,16 @@ VolumeCopy::VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr
       volume_(std::move(volume)),
       root_(PathText::bytes(relativeSource)),
       options_(std::move(options)),
-      ledger_(std::make_shared<TransferLedger>(std::size_t(destinations.size()))) {
+      ledger_(std::make_shared<TransferLedger>(std::size_t(destinations.size()))),
+      deadErrors_(std::size_t(destinations.size())) {
     for (const QString& destination : destinations) {
         destinations_ << PathText::bytes(destination);
         if (!QVFileManager::fileExistsAtPath(destination))
             QVFileManager::createDirectory(destination);
+        // Made for this transfer (claimed empty): whatever turns up in it later is the card's
+        // own, so two names meeting there (a case-insensitive disk) is a clash, not a replacement.
+        std::vector<FileLayer::Entry> entries;
+        fresh_.push_back(layer_.listFolder(destinations_.back(), &entries) == 0 && entries.empty());
     }
     volume_->setLedger(ledger_);
     device_ = volume_->sourceDevice();
@@ -118,15 +135,29 @@ bool VolumeCopy::copyEntry(const QByteArray& item, const struct stat& status) {
     return false;
 }
 
-// Whatever sits where the copy goes is replaced.
-void VolumeCopy::clearTarget(const QByteArray& target) {
+// Where the item goes on destination d, cleared to take it; empty (and the failure recorded)
+// when it can't go there: the destination failed earlier, or another item of the card already
+// took that name there.
+QByteArray VolumeCopy::targetFor(std::size_t d, const QByteArray& relative) {
+    if (const int dead = deadErrors_[d]) {
+        ledger_->recordFailure(relative, int(d),
+                               because("not copied: the destination failed "
+                                       "earlier: ",
+                                       dead));
+        return {};
+    }
+    const QByteArray target = destinations_[qsizetype(d)] + relative;
     struct stat status {};
     if (layer_.linkStatus(target, &status) != 0)
-        return;
-    if (S_ISDIR(status.st_mode))
-        QVFileManager::removeFile(PathText::display(target));
-    else
-        layer_.removeFile(target);
+        return target;
+    if (fresh_[d]) {
+        ledger_->recordFailure(relative, int(d),
+                               QStringLiteral("not copied: another item of the card already has "
+                                              "this name there (names that differ only in case?)"));
+        return {};
+    }
+    layer_.removeTree(target);
+    return target;
 }
 
 bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
@@ -134,16 +165,22 @@ bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
         return false;
     volume_->incrementTransferCount();
     QList<QByteArray> targets;
-    for (const QByteArray& destination : destinations_) {
-        targets << destination + relative;
-        clearTarget(targets.back());
+    bool everyTarget = true;
+    for (std::size_t d = 0; d < std::size_t(destinations_.size()); ++d) {
+        targets << targetFor(d, relative);
+        everyTarget = everyTarget && !targets.back().isEmpty();
     }
     CopyEngine engine(layer_, &delegate_, readBack_ ? &*readBack_ : nullptr);
     const bool copied = engine.copy(item, targets, options_.type,
                                     std::any(std::weak_ptr<QVVolume>(volume_)), std::any());
+    const std::vector<int>& errors = engine.destinationErrors();
+    for (std::size_t d = 0; d < errors.size(); ++d) {
+        if (isDeadDestination(errors[d]))
+            deadErrors_[d] = errors[d];
+    }
     if (!copied && volume_->status() != QVVolume::Cancelled && cardGone())
         ledger_->recordInterruption(kCardRemoved);
-    return copied;
+    return copied && everyTarget;
 }
 
 // Everything below is tried, whatever fails on the way: off a failing card, every file that
@@ -152,9 +189,9 @@ bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
 bool VolumeCopy::copyFolder(const QByteArray& item, const QByteArray& relative,
                             const struct stat& status) {
     auto whole = std::make_shared<std::atomic<bool>>(true);
-    for (qsizetype d = 0; d < destinations_.size(); ++d) {
-        const QByteArray folder = destinations_[d] + relative;
-        if (layer_.makeFolder(folder) != 0 && errno != EEXIST) {
+    for (std::size_t d = 0; d < std::size_t(destinations_.size()); ++d) {
+        const QByteArray folder = destinations_[qsizetype(d)] + relative;
+        if (deadErrors_[d] == 0 && layer_.makeFolder(folder) != 0 && errno != EEXIST) {
             ledger_->recordFailure(relative, int(d), because("folder can't be created: ", errno));
             *whole = false;
         }
@@ -164,49 +201,58 @@ bool VolumeCopy::copyFolder(const QByteArray& item, const QByteArray& relative,
         sourceFailed(relative, because("folder can't be read: ", errno));
         return false;
     }
-    std::vector<std::optional<struct stat>> looked(entries.size());
-    std::vector<int> lookErrors(entries.size(), 0);
-    const auto lookAt = [&](std::size_t i) {
-        struct stat entryStatus {};
-        const QByteArray path = item + '/' + entries[i].name;
-        if (layer_.linkStatus(path, &entryStatus) == 0)
-            looked[i] = entryStatus;
-        else
-            lookErrors[i] = errno;
-        if (looked[i] && S_ISREG(entryStatus.st_mode) &&
-            std::uint64_t(entryStatus.st_size) < kSmallFile)
-            layer_.prefetch(path);
+    // What lstat said of the entries from the current one to the read-ahead's front.
+    struct Looked {
+        struct stat status {};
+        int error = 0;
     };
+    std::deque<Looked> window;
     std::size_t ahead = 0;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (stopped())
             break;
-        for (; ahead < entries.size() && ahead <= i + kPrefetchAhead; ++ahead)
-            lookAt(ahead);
+        for (; ahead < entries.size() && ahead <= i + kPrefetchAhead; ++ahead) {
+            Looked& next = window.emplace_back();
+            const QByteArray path = item + '/' + entries[ahead].name;
+            if (layer_.linkStatus(path, &next.status) != 0)
+                next.error = errno;
+            else if (isSmallFile(next.status))
+                layer_.prefetch(path);
+        }
+        const Looked looked = window.front();
+        window.pop_front();
         const QByteArray entry = item + '/' + entries[i].name;
-        if (!looked[i]) {
+        if (looked.error != 0) {
             sourceFailed(entry.mid(root_.size()),
-                         because("vanished before it was copied: ", lookErrors[i]));
+                         because("vanished before it was copied: ", looked.error));
             *whole = false;
-            continue;
-        }
-        const struct stat entryStatus = *looked[i];
-        if (S_ISREG(entryStatus.st_mode) && std::uint64_t(entryStatus.st_size) < kSmallFile) {
+        } else if (isSmallFile(looked.status)) {
             smallFiles_.waitUntilPendingBelow(kPrefetchAhead / 2);
-            smallFiles_.addOperation([this, entry, whole] {
-                if (!copyFile(entry, entry.mid(root_.size())))
-                    *whole = false;
-            });
-            continue;
-        }
-        if (!copyEntry(entry, entryStatus))
+            smallFiles_.addOperation([this, entry, whole] { copySmallFile(entry, *whole); });
+        } else if (!copyEntry(entry, looked.status)) {
             *whole = false;
+        }
     }
     // The folder's times once nothing more is written into it.
     smallFiles_.waitUntilAllOperationsAreFinished();
     for (const QByteArray& destination : destinations_)
         layer_.setTimes(destination + relative, status);
     return *whole && !stopped();
+}
+
+// On a copying thread: nothing may escape it.
+void VolumeCopy::copySmallFile(const QByteArray& item, std::atomic<bool>& whole) {
+    const QByteArray relative = item.mid(root_.size());
+    try {
+        if (!copyFile(item, relative))
+            whole = false;
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "copyFile");
+        ledger_->recordFailure(
+            relative, TransferLedger::kAllDestinations,
+            QStringLiteral("not copied: ") + QString::fromUtf8(exception.what()));
+        whole = false;
+    }
 }
 
 bool VolumeCopy::copyLink(const QByteArray& item, const QByteArray& relative,
@@ -217,11 +263,12 @@ bool VolumeCopy::copyLink(const QByteArray& item, const QByteArray& relative,
         return false;
     }
     bool whole = true;
-    for (qsizetype d = 0; d < destinations_.size(); ++d) {
-        const QByteArray copy = destinations_[d] + relative;
-        clearTarget(copy);
+    for (std::size_t d = 0; d < std::size_t(destinations_.size()); ++d) {
+        const QByteArray copy = targetFor(d, relative);
         QByteArray landed;
-        if (layer_.makeLink(target, copy) != 0) {
+        if (copy.isEmpty()) {
+            whole = false;
+        } else if (layer_.makeLink(target, copy) != 0) {
             ledger_->recordFailure(relative, int(d),
                                    because("link refused by the destination: ", errno));
             whole = false;

@@ -63,11 +63,12 @@ class VolumeCopy {
     /// As copyItem, with what lstat said of the item.
     bool copyEntry(const QByteArray& item, const struct stat& status);
     bool copyFile(const QByteArray& item, const QByteArray& relative);
+    void copySmallFile(const QByteArray& item, std::atomic<bool>& whole);
+    QByteArray targetFor(std::size_t destination, const QByteArray& relative);
     bool copyFolder(const QByteArray& item, const QByteArray& relative, const struct stat& status);
     bool copyLink(const QByteArray& item, const QByteArray& relative, const struct stat& status);
     /// A source that can't be read: the card's interruption when it is gone, else the item's.
     void sourceFailed(const QByteArray& relative, const QString& reason);
-    void clearTarget(const QByteArray& target);
     bool stopped();
 
     FileLayer& layer_;
@@ -75,8 +76,11 @@ class VolumeCopy {
     const std::shared_ptr<QVVolume> volume_;
     const QByteArray root_;
     QList<QByteArray> destinations_;
+    std::vector<bool> fresh_;  // per destination: empty when the transfer began
     const Options options_;
     std::shared_ptr<TransferLedger> ledger_;
+    // Per destination: errno of the failure that put it out of use for the rest, else 0.
+    std::vector<std::atomic<int>> deadErrors_;
     std::optional<MediaReadBack> readBack_;
     OperationQueue smallFiles_{kSmallFileCopies};
     quint64 device_ = 0;

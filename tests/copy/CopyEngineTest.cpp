@@ -379,5 +379,16 @@ TEST(CopyEngine, ReadBackFailuresAreNamedAndSmallFilesShareAFlush) {
         300);
     EXPECT_EQ(delegate.problems.filter(QRegularExpression("^1: ")),
               QStringList({"1: can't be read back at byte 100: Input/output error"}));
-    EXPECT_LT(layer.fileSystemFlushes(), 20) << "flushed per batch, not per file";
+    EXPECT_LT(layer.fileSystemFlushes(), 100) << "flushed per batch, not per file (600)";
+
+    // A large copy whose disk fills up part-way is named, and its read-back waits for the end
+    // of the file instead of asking again and again for bytes that will never come.
+    const QString large = TestFiles::sparse(dir.filePath("card/large.mxf"), qint64(70 * MiB));
+    layer.failWritesAfter(rootB + "/large.mxf", qint64(10 * MiB));
+    ASSERT_TRUE(engine.copy(large, {rootA + "/large.mxf", rootB + "/large.mxf"},
+                            VerificationType::SHA1, {}, {}));
+    ASSERT_TRUE(media.drain(std::chrono::minutes(1)));
+    EXPECT_TRUE(delegate.problems.contains("1: can't be written: No space left on device"));
+    EXPECT_EQ(delegate.finished->destChecksums->at(0), *delegate.finished->sourceChecksum);
+    EXPECT_LT(layer.readsOf(rootB + "/large.mxf"), 40);
 }

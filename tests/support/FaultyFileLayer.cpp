@@ -128,19 +128,22 @@ int FaultyFileLayer::flushFileSystem(int fd) {
     return PosixFileLayer::flushFileSystem(fd);
 }
 
+// The lying byte shows once a drop covering it came after the last write covering it.
 void FaultyFileLayer::dropCache(int fd, off_t offset, size_t size) {
     {
         const std::lock_guard lock(mutex_);
-        ++cacheDrops_;
-        if (const auto path = open_.find(fd); path != open_.end())
+        const auto path = open_.find(fd);
+        const off_t at = path == open_.end() ? -1 : faultsForPath(path->second).mediumCorruptAt;
+        if (at >= offset && (size == 0 || at < offset + off_t(size)))
             dropped_.insert(path->second);
     }
     PosixFileLayer::dropCache(fd, offset, size);
 }
 
-int FaultyFileLayer::cacheDrops() const {
+int FaultyFileLayer::readsOf(const QString& path) const {
     const std::lock_guard lock(mutex_);
-    return cacheDrops_;
+    const auto found = reads_.find(QFile::encodeName(path));
+    return found == reads_.end() ? 0 : found->second;
 }
 
 int FaultyFileLayer::fileSystemFlushes() const {
@@ -223,6 +226,7 @@ ssize_t FaultyFileLayer::read(int fd, void* buffer, size_t size, off_t offset) {
             cardBytesLeft_ -= off_t(size);
         }
         onMedium = dropped_.count(path) > 0;
+        ++reads_[path];
     }
     const ssize_t n = PosixFileLayer::read(fd, buffer, size, offset);
     const off_t at = faults.mediumCorruptAt;
@@ -235,7 +239,9 @@ ssize_t FaultyFileLayer::write(int fd, const void* buffer, size_t size, off_t of
     const Faults faults = faultsFor(fd);
     {
         const std::lock_guard lock(mutex_);
-        if (const auto path = open_.find(fd); path != open_.end())
+        const auto path = open_.find(fd);
+        const off_t at = faults.mediumCorruptAt;
+        if (path != open_.end() && at >= offset && at < offset + off_t(size))
             dropped_.erase(path->second);  // the cache holds what was written again
     }
     if (faults.writeLimit >= 0 && offset + off_t(size) > faults.writeLimit) {

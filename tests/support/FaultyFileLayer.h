@@ -66,9 +66,9 @@ class FaultyFileLayer : public PosixFileLayer {
     int listFolder(const QByteArray& path, std::vector<Entry>* entries) override;
     int makeLink(const QByteArray& target, const QByteArray& path) override;
 
-    /// How many times the cache of any file was dropped, and file systems flushed whole.
-    int cacheDrops() const;
+    /// How many times file systems were flushed whole, and reads made of a file.
     int fileSystemFlushes() const;
+    int readsOf(const QString& path) const;
 
   private:
     struct Faults {
@@ -103,6 +103,6 @@ class FaultyFileLayer : public PosixFileLayer {
     QByteArray cardRoot_;                  // guarded by mutex_
     off_t cardBytesLeft_ = -1;             // guarded by mutex_; 0: pulled
     std::set<QByteArray> dropped_;         // guarded by mutex_: read from the medium now
-    int cacheDrops_ = 0;                   // guarded by mutex_
+    std::map<QByteArray, int> reads_;      // guarded by mutex_
     int fileSystemFlushes_ = 0;            // guarded by mutex_
 };

@@ -5,12 +5,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <chrono>
 #include <thread>
 
+#include "LoopDevice.h"
 #include "MountTable.h"
-#include "QVTaskEx.h"
 #include "SystemTool.h"
 
 namespace {
@@ -97,18 +96,10 @@ bool LoopCard::create(const QString& label, qint64 sizeBytes) {
 }
 
 bool LoopCard::attach() {
-    const QStringList arguments = {QStringLiteral("--find"), QStringLiteral("--show"), imagePath_};
-    const std::optional<QByteArray> output =
-        QVTaskEx::dataFromTask(findTool(QStringLiteral("losetup")), arguments, nullptr);
-    const QString device = output ? QString::fromUtf8(*output).trimmed() : QString();
-    static const QRegularExpression loopName(QStringLiteral("^/dev/loop[0-9]+$"));
-    if (!loopName.match(device).hasMatch())
-        return fail(QStringLiteral("losetup did not attach %1: %2").arg(imagePath_, device));
-    device_ = device;
-    if (!isOwnLoopDevice()) {
-        device_.clear();
-        return fail(QStringLiteral("%1 is not backed by %2").arg(device, imagePath_));
-    }
+    loop_ = std::make_unique<LoopDevice>(imagePath_);
+    if (!loop_->ok())
+        return fail(loop_->error());
+    device_ = loop_->device();
     return true;
 }
 
@@ -122,18 +113,9 @@ bool LoopCard::mount() {
            fail(describe(QStringLiteral("mount.exfat-fuse"), arguments, status));
 }
 
-// The kernel names the file behind each loop device; a device is only ever handed to a
-// tool when that file is this card's image.
+// A device is only ever handed to a tool while the kernel backs it with this card's image.
 bool LoopCard::isOwnLoopDevice() const {
-    if (device_.isEmpty())
-        return false;
-    const QString name = QFileInfo(device_).fileName();
-    QFile backing(QStringLiteral("/sys/block/%1/loop/backing_file").arg(name));
-    if (!backing.open(QIODevice::ReadOnly))
-        return false;
-    const QString backingPath = QFile::decodeName(backing.readAll().trimmed());
-    const QString ownPath = QFileInfo(imagePath_).canonicalFilePath();
-    return !ownPath.isEmpty() && backingPath == ownPath;
+    return loop_ && !loop_->device().isEmpty();
 }
 
 bool LoopCard::isMountedNow() const {
@@ -171,7 +153,6 @@ bool LoopCard::remount() {
 // A device still held open (a lazily unmounted card) is let go by the kernel once the
 // last user closes it.
 void LoopCard::detach() {
-    if (isOwnLoopDevice())
-        SystemTool::run(QStringLiteral("losetup"), {QStringLiteral("-d"), device_});
+    loop_.reset();
     device_.clear();
 }

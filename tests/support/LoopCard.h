@@ -5,6 +5,9 @@
 
 #include <QString>
 #include <QTemporaryDir>
+#include <memory>
+
+class LoopDevice;
 
 class LoopCard {
   public:
@@ -50,6 +53,7 @@ class LoopCard {
     QTemporaryDir imageDir_;
     QString imagePath_;
     QString mountPoint_;
+    std::unique_ptr<LoopDevice> loop_;
     QString device_;
     QString error_;
     bool madeMountPoint_ = false;

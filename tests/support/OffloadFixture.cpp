@@ -39,7 +39,7 @@ bool OffloadFixture::offload(const std::vector<std::shared_ptr<QVVolume>>& volum
     controller_->setDataArray(volumes);
     for (const auto& volume : volumes)
         controller_->addVolumeToQueue(volume);
-    return waitUntil([&] {
+    const bool ended = waitUntil([&] {
         for (const auto& volume : volumes) {
             const qint64 status = volume->status();
             if (status != QVVolume::Done && status != QVVolume::Failed)
@@ -47,4 +47,6 @@ bool OffloadFixture::offload(const std::vector<std::shared_ptr<QVVolume>>& volum
         }
         return true;
     });
+    drainWorkers();  // past the post actions, which write the manifest once more
+    return ended;
 }

@@ -35,7 +35,7 @@ class OffloadFixture : public testing::Test {
     std::shared_ptr<QVVolume> card(const QString& name);
     /// A card listed from whatever is already in cards/NAME.
     std::shared_ptr<QVVolume> listCard(const QString& name);
-    /// Queues the volumes and waits until each is done or failed.
+    /// Queues the volumes and waits until each is done or failed, and its post actions ended.
     bool offload(const std::vector<std::shared_ptr<QVVolume>>& volumes);
     QString workPath(const QString& name) const { return work_.filePath(name); }
 
