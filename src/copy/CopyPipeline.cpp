@@ -259,9 +259,10 @@ void CopyPipeline::writeBlock(std::size_t index, const char* data, std::size_t s
     }
     if (kind_ && readBackInline_)
         verifyBlock(index, data, size, offset, readBack, failures);
-    // A large file's blocks go to the disk as they come; small files are left to the kernel,
-    // which writes many of them back together far better than one at a time.
-    if (expectedSize_ >= kBlockSize)
+    // When the medium is read back, a large file's blocks go to the disk as they come so the
+    // reader finds them written. Otherwise, and for small files, writeback is the kernel's:
+    // it writes many pages back together far better than we do one block at a time.
+    if (expectedSize_ >= kBlockSize && !readBackInline_)
         layer_.startWriteback(fd, off_t(offset), size);
 }
 
