@@ -7,11 +7,14 @@
 #include <cstdio>
 #include <map>
 
+#include "AscMhlHistory.h"
 #include "CardFormat.h"
 #include "CliCommands.h"
 #include "DetachedThreads.h"
+#include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
 #include "OffloadRunner.h"
+#include "PathText.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVFileManager.h"
@@ -30,26 +33,43 @@ QStringList toStrings(const std::vector<std::string>& values) {
     return strings;
 }
 
-int verifyFolder(const QString& folder) {
-    const ManifestVerifier::Report report = ManifestVerifier::verify(folder);
+// The ASC MHL history when the folder has one (whole paths), else its checksums.txt.
+int verifyFolder(const QString& folder, bool seal) {
+    const bool history = AscMhlHistory::exists(FileLayer::posix(), PathText::bytes(folder));
+    if (seal && !history) {
+        std::fprintf(stderr, "cardsweep-cli: %s: no ASC MHL history to seal\n", qPrintable(folder));
+        return 2;
+    }
+    QString sealError;
+    const ManifestVerifier::Report report = history
+                                                ? HistoryVerifier::verify(folder, seal, &sealError)
+                                                : ManifestVerifier::verify(folder);
     if (!report.manifestFound) {
         std::fprintf(stderr, "cardsweep-cli: %s: no checksums.txt to verify against\n",
                      qPrintable(folder));
         return 2;
     }
+    std::printf("%s: checked against its %s\n", qPrintable(folder),
+                history ? "ASC MHL history" : "checksums.txt");
     const auto list = [](const char* label, const QStringList& names) {
         for (const QString& name : names)
             std::printf("%s: %s\n", label, name.toUtf8().constData());
     };
     list("incomplete", report.incomplete);
     list("failed during transfer", report.failed);
-    list("unreadable manifest", report.unreadable);
+    list(history ? "damaged history" : "unreadable manifest", report.unreadable);
+    list("same name, can't be told apart", report.ambiguous);
     list("missing", report.missing);
     list("differs", report.differing);
     list("extra", report.extra);
     std::printf("%s: %d files checked, %s\n", qPrintable(folder), report.checked,
                 report.ok() ? "verified" : "FAILED");
-    return report.ok() ? 0 : 1;
+    if (seal && sealError.isEmpty())
+        std::printf("%s: sealed as a new generation of its history\n", qPrintable(folder));
+    if (!sealError.isEmpty())
+        std::fprintf(stderr, "cardsweep-cli: %s: the history can't be sealed: %s\n",
+                     qPrintable(folder), qPrintable(sealError));
+    return report.ok() && sealError.isEmpty() ? 0 : 1;
 }
 
 void printTree(const QString& folder) {
@@ -123,18 +143,22 @@ int main(int argc, char** argv) {
         ->take_all();
     offload->add_option("--project", project, "Project name for this run");
     offload->add_option("--checksum", checksum, "Digest for this run")
-        ->check(CLI::IsMember({"md5", "sha1"}));
+        ->check(CLI::IsMember({"xxh64", "xxh3", "xxh128", "md5", "sha1"}));
     offload->add_flag("--only-movies", onlyMovies, "Copy only the QuickTime movies");
     bool inlineCheck = false;
     offload->add_flag("--inline", inlineCheck,
                       "Check each write as it is made instead of reading the copies back from "
                       "the media");
 
-    CLI::App* verify =
-        cli.add_subcommand("verify", "Re-check a transferred folder against its checksums.txt");
+    CLI::App* verify = cli.add_subcommand(
+        "verify", "Re-check a transferred folder against its history or checksums.txt");
     std::string verifyFolderPath;
-    verify->add_option("DEST_FOLDER", verifyFolderPath, "A folder holding checksums.txt")
+    verify
+        ->add_option("DEST_FOLDER", verifyFolderPath,
+                     "A transferred folder (its ascmhl history, else its checksums.txt)")
         ->required();
+    bool seal = false;
+    verify->add_flag("--seal", seal, "Record the check as a new generation of the history");
     CLI::App* watch = cli.add_subcommand(
         "watch", "Transfer every recognised card as it is mounted, until Ctrl-C");
     std::vector<std::string> watchDestinations;
@@ -181,7 +205,7 @@ int main(int argc, char** argv) {
         request.inlineCheck = inlineCheck;
         status = OffloadRunner::run(store, request);
     } else if (verify->parsed()) {
-        status = verifyFolder(QString::fromStdString(verifyFolderPath));
+        status = verifyFolder(QString::fromStdString(verifyFolderPath), seal);
     } else if (watch->parsed()) {
         WatchRunner::Request request;
         request.destinations = toStrings(watchDestinations);

@@ -9,6 +9,7 @@
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
 #include "DetachedThreads.h"
+#include "DigestContext.h"
 #include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
@@ -38,10 +39,8 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
     settings.setOverride(SettingsKey::transferType, PropertyList(qint64(0)));
     if (!request.project.isEmpty())
         settings.setOverride(SettingsKey::projectName, PropertyList(request.project));
-    if (!request.checksum.isEmpty())
-        settings.setOverride(
-            SettingsKey::checksumFormat,
-            PropertyList(qint64(request.checksum == QLatin1String("sha1") ? 1 : 0)));
+    if (const auto kind = DigestContext::fromName(request.checksum))
+        settings.setOverride(SettingsKey::checksumFormat, PropertyList(qint64(*kind)));
     if (request.onlyMovies)
         settings.setOverride(SettingsKey::onlyCopyQTMovies, PropertyList(qint64(1)));
     if (request.inlineCheck)

@@ -12,8 +12,16 @@
 
 class CopyDelegate;
 
-/// Which digests a copy makes: none, MD5 or SHA-1.
-enum class VerificationType { None = 0, MD5 = 1, SHA1 = 2 };
+/// Which digest a copy makes: none, or one kind, in DigestContext::Kind's order plus one.
+enum class VerificationType { None = 0, MD5 = 1, SHA1 = 2, XXH64 = 3, XXH3 = 4, XXH128 = 5 };
+
+/// The verification type of the checksumFormat setting (its value plus one); an unknown
+/// value means MD5.
+inline VerificationType verificationTypeFor(long long checksumFormat) {
+    if (checksumFormat < 0 || checksumFormat > 4)
+        return VerificationType::MD5;
+    return VerificationType(checksumFormat + 1);
+}
 
 struct CopyInfo {
     QString operationtype = QStringLiteral("copy");

@@ -19,15 +19,9 @@ namespace {
 constexpr std::uint64_t kPass = CopyPipeline::kPassSize;
 
 std::optional<DigestContext::Kind> digestKind(VerificationType type) {
-    switch (type) {
-        case VerificationType::MD5:
-            return DigestContext::Kind::MD5;
-        case VerificationType::SHA1:
-            return DigestContext::Kind::SHA1;
-        case VerificationType::None:
-            break;
-    }
-    return std::nullopt;
+    if (type == VerificationType::None)
+        return std::nullopt;
+    return DigestContext::Kind(int(type) - 1);
 }
 
 struct Transfer {

@@ -1,31 +1,153 @@
 #include "DigestContext.h"
 
 #include <openssl/evp.h>
+#include <xxhash.h>
 
+#include <array>
 #include <stdexcept>
+
+// One algorithm's state behind a common face, so the context stays a plain value.
+class DigestContext::Algorithm {
+  public:
+    virtual ~Algorithm() = default;
+    virtual std::unique_ptr<Algorithm> clone() const = 0;
+    virtual void update(const void* data, std::size_t length) = 0;
+    /// Writes the digest's bytes (at most 64) and returns how many.
+    virtual std::size_t finish(unsigned char* out) const = 0;
+};
 
 namespace {
 
-const EVP_MD* algorithm(DigestContext::Kind kind) {
-    return kind == DigestContext::Kind::SHA1 ? EVP_sha1() : EVP_md5();
+struct EvpFree {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+class Evp final : public DigestContext::Algorithm {
+  public:
+    explicit Evp(const EVP_MD* md) : context_(EVP_MD_CTX_new()) {
+        if (!context_ || EVP_DigestInit_ex(context_.get(), md, nullptr) != 1)
+            throw std::runtime_error("digest initialisation failed");
+    }
+    Evp(const Evp& other) : context_(EVP_MD_CTX_new()) {
+        if (!context_ || EVP_MD_CTX_copy_ex(context_.get(), other.context_.get()) != 1)
+            throw std::runtime_error("digest copy failed");
+    }
+    std::unique_ptr<Algorithm> clone() const override { return std::make_unique<Evp>(*this); }
+    void update(const void* data, std::size_t length) override {
+        EVP_DigestUpdate(context_.get(), data, length);
+    }
+    std::size_t finish(unsigned char* out) const override {
+        Evp finished(*this);
+        unsigned int length = 0;
+        EVP_DigestFinal_ex(finished.context_.get(), out, &length);
+        return length;
+    }
+
+  private:
+    std::unique_ptr<EVP_MD_CTX, EvpFree> context_;
+};
+
+struct Xxh64Free {
+    void operator()(XXH64_state_t* state) const { XXH64_freeState(state); }
+};
+
+class Xxh64 final : public DigestContext::Algorithm {
+  public:
+    Xxh64() : state_(XXH64_createState()) {
+        if (!state_ || XXH64_reset(state_.get(), 0) != XXH_OK)
+            throw std::runtime_error("digest initialisation failed");
+    }
+    Xxh64(const Xxh64& other) : state_(XXH64_createState()) {
+        if (!state_)
+            throw std::runtime_error("digest copy failed");
+        XXH64_copyState(state_.get(), other.state_.get());
+    }
+    std::unique_ptr<Algorithm> clone() const override { return std::make_unique<Xxh64>(*this); }
+    void update(const void* data, std::size_t length) override {
+        XXH64_update(state_.get(), data, length);
+    }
+    std::size_t finish(unsigned char* out) const override {
+        XXH64_canonical_t canonical;
+        XXH64_canonicalFromHash(&canonical, XXH64_digest(state_.get()));
+        std::copy(std::begin(canonical.digest), std::end(canonical.digest), out);
+        return sizeof canonical.digest;
+    }
+
+  private:
+    std::unique_ptr<XXH64_state_t, Xxh64Free> state_;
+};
+
+struct Xxh3Free {
+    void operator()(XXH3_state_t* state) const { XXH3_freeState(state); }
+};
+
+// XXH3 keeps one state for both widths; the width is chosen at reset and at the end.
+class Xxh3 final : public DigestContext::Algorithm {
+  public:
+    explicit Xxh3(bool wide) : wide_(wide), state_(XXH3_createState()) {
+        if (!state_)
+            throw std::runtime_error("digest initialisation failed");
+        const XXH_errorcode reset =
+            wide_ ? XXH3_128bits_reset(state_.get()) : XXH3_64bits_reset(state_.get());
+        if (reset != XXH_OK)
+            throw std::runtime_error("digest initialisation failed");
+    }
+    Xxh3(const Xxh3& other) : wide_(other.wide_), state_(XXH3_createState()) {
+        if (!state_)
+            throw std::runtime_error("digest copy failed");
+        XXH3_copyState(state_.get(), other.state_.get());
+    }
+    std::unique_ptr<Algorithm> clone() const override { return std::make_unique<Xxh3>(*this); }
+    void update(const void* data, std::size_t length) override {
+        if (wide_)
+            XXH3_128bits_update(state_.get(), data, length);
+        else
+            XXH3_64bits_update(state_.get(), data, length);
+    }
+    std::size_t finish(unsigned char* out) const override {
+        if (wide_) {
+            XXH128_canonical_t canonical;
+            XXH128_canonicalFromHash(&canonical, XXH3_128bits_digest(state_.get()));
+            std::copy(std::begin(canonical.digest), std::end(canonical.digest), out);
+            return sizeof canonical.digest;
+        }
+        XXH64_canonical_t canonical;
+        XXH64_canonicalFromHash(&canonical, XXH3_64bits_digest(state_.get()));
+        std::copy(std::begin(canonical.digest), std::end(canonical.digest), out);
+        return sizeof canonical.digest;
+    }
+
+  private:
+    bool wide_;
+    std::unique_ptr<XXH3_state_t, Xxh3Free> state_;
+};
+
+std::unique_ptr<DigestContext::Algorithm> makeAlgorithm(DigestContext::Kind kind) {
+    switch (kind) {
+        case DigestContext::Kind::SHA1:
+            return std::make_unique<Evp>(EVP_sha1());
+        case DigestContext::Kind::XXH64:
+            return std::make_unique<Xxh64>();
+        case DigestContext::Kind::XXH3:
+            return std::make_unique<Xxh3>(false);
+        case DigestContext::Kind::XXH128:
+            return std::make_unique<Xxh3>(true);
+        case DigestContext::Kind::MD5:
+            break;
+    }
+    return std::make_unique<Evp>(EVP_md5());
 }
+
+constexpr std::array<const char*, DigestContext::kKinds> kNames = {"md5", "sha1", "xxh64", "xxh3",
+                                                                   "xxh128"};
+constexpr std::array<int, DigestContext::kKinds> kHexLengths = {32, 40, 16, 16, 32};
 
 }  // namespace
 
-void DigestContext::Free::operator()(evp_md_ctx_st* context) const {
-    EVP_MD_CTX_free(context);
-}
-
-DigestContext::DigestContext(Kind kind) : kind_(kind), context_(EVP_MD_CTX_new()) {
-    if (!context_ || EVP_DigestInit_ex(context_.get(), algorithm(kind), nullptr) != 1)
-        throw std::runtime_error("digest initialisation failed");
-}
+DigestContext::DigestContext(Kind kind) : kind_(kind), algorithm_(makeAlgorithm(kind)) {}
 
 DigestContext::DigestContext(const DigestContext& other)
-    : kind_(other.kind_), context_(EVP_MD_CTX_new()) {
-    if (!context_ || EVP_MD_CTX_copy_ex(context_.get(), other.context_.get()) != 1)
-        throw std::runtime_error("digest copy failed");
-}
+    : kind_(other.kind_), algorithm_(other.algorithm_->clone()) {}
 
 DigestContext& DigestContext::operator=(const DigestContext& other) {
     if (this != &other)
@@ -33,19 +155,35 @@ DigestContext& DigestContext::operator=(const DigestContext& other) {
     return *this;
 }
 
+DigestContext::DigestContext(DigestContext&&) noexcept = default;
+DigestContext& DigestContext::operator=(DigestContext&&) noexcept = default;
 DigestContext::~DigestContext() = default;
 
 void DigestContext::update(const void* data, std::size_t length) {
     if (length > 0)
-        EVP_DigestUpdate(context_.get(), data, length);
+        algorithm_->update(data, length);
 }
 
 QString DigestContext::hexDigest() const {
-    DigestContext finished(*this);
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(finished.context_.get(), digest, &length);
+    unsigned char digest[64];
+    const std::size_t length = algorithm_->finish(digest);
     return toHex(digest, length);
+}
+
+QString DigestContext::name(Kind kind) {
+    return QString::fromLatin1(kNames[std::size_t(kind)]);
+}
+
+std::optional<DigestContext::Kind> DigestContext::fromName(const QString& name) {
+    for (std::size_t i = 0; i < kNames.size(); ++i) {
+        if (name.compare(QLatin1String(kNames[i]), Qt::CaseInsensitive) == 0)
+            return Kind(i);
+    }
+    return std::nullopt;
+}
+
+int DigestContext::hexLength(Kind kind) {
+    return kHexLengths[std::size_t(kind)];
 }
 
 QString DigestContext::toHex(const unsigned char* digest, std::size_t length) {

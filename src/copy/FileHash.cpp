@@ -77,6 +77,12 @@ std::optional<QString> guardedHash(DigestContext::Kind kind, const QString& path
 
 }  // namespace
 
+std::optional<QString> FileHashCreateWithPath(DigestContext::Kind kind, const QString& path,
+                                              std::size_t chunkSize,
+                                              const FileHashProgress& progress, FileLayer& files) {
+    return guardedHash(kind, path, chunkSize, progress, files);
+}
+
 std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize,
                                                  const FileHashProgress& progress,
                                                  FileLayer& files) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 
+#include "DigestContext.h"
 #include "FileLayer.h"
 
 /// Receives the number of bytes read since the last report.
@@ -20,6 +21,12 @@ using FileHashProgress = std::function<void(std::uint64_t bytesSinceLastReport)>
 std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,
                                                  const FileHashProgress& progress = {},
                                                  FileLayer& files = FileLayer::posix());
+
+/// As FileMD5HashCreateWithPath, with any digest.
+std::optional<QString> FileHashCreateWithPath(DigestContext::Kind kind, const QString& path,
+                                              std::size_t chunkSize = 4096,
+                                              const FileHashProgress& progress = {},
+                                              FileLayer& files = FileLayer::posix());
 
 /// As FileMD5HashCreateWithPath, with SHA-1.
 std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,

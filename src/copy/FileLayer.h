@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <QByteArray>
+#include <optional>
 #include <vector>
 
 class FileLayer {
@@ -82,6 +83,9 @@ class FileLayer {
 
     /// Removes a file, link or whole folder through the calls above, links never followed.
     void removeTree(const QByteArray& path);
+    /// A whole (small) file through the calls above; nullopt when it can't be read or is larger
+    /// than limit.
+    std::optional<QByteArray> readWhole(const QByteArray& path, std::size_t limit = 64 << 20);
 
     /// The real file system.
     static FileLayer& posix();

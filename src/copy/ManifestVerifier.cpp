@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 
 #include <QHash>
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <vector>
 
+#include "AscMhlHistory.h"
 #include "ChecksumManifest.h"
 #include "DigestContext.h"
 #include "PathText.h"
@@ -17,10 +19,8 @@ bool isArchive(const QByteArray& name) {
     return name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
 }
 
-// Every regular file below the folder by name (the manifest knows only names), with its path
-// relative to the top. A later copy nested at the top is not this copy's.
-void collect(FileLayer& layer, const QByteArray& folder, const QByteArray& relative,
-             std::multimap<QByteArray, QByteArray>& files) {
+void walk(FileLayer& layer, const QByteArray& folder, const QByteArray& relative,
+          const ManifestVerifier::FileVisitor& visit) {
     std::vector<FileLayer::Entry> entries;
     if (layer.listFolder(folder + relative, &entries) != 0)
         return;
@@ -29,25 +29,42 @@ void collect(FileLayer& layer, const QByteArray& folder, const QByteArray& relat
         struct stat status {};
         if (layer.linkStatus(folder + path, &status) != 0)
             continue;
-        if (relative.isEmpty() && ChecksumManifest::isLaterCopy(layer, folder, entry.name))
+        if (relative.isEmpty() && (entry.name == AscMhlHistory::kFolder ||
+                                   ChecksumManifest::isLaterCopy(layer, folder, entry.name)))
             continue;
         if (S_ISDIR(status.st_mode)) {
-            collect(layer, folder, path, files);
+            walk(layer, folder, path, visit);
         } else if (S_ISREG(status.st_mode)) {
-            files.emplace(entry.name, path);
+            visit(path, status);
         }
     }
 }
 
-// The file's digest as its medium holds it: flushed, its cached pages dropped, read back.
-std::optional<QString> digestFromMedium(FileLayer& layer, const QByteArray& path,
-                                        DigestContext::Kind kind) {
+// The kinds a digest of this length may be.
+std::vector<DigestContext::Kind> kindsOfLength(qsizetype length) {
+    std::vector<DigestContext::Kind> kinds;
+    for (int k = 0; k < DigestContext::kKinds; ++k) {
+        if (DigestContext::hexLength(DigestContext::Kind(k)) == length)
+            kinds.push_back(DigestContext::Kind(k));
+    }
+    return kinds;
+}
+
+}  // namespace
+
+void ManifestVerifier::forEachFile(FileLayer& layer, const QByteArray& folder,
+                                   const FileVisitor& visit) {
+    walk(layer, folder, {}, visit);
+}
+
+std::optional<std::vector<QString>> ManifestVerifier::digestsFromMedium(
+    FileLayer& layer, const QByteArray& path, const std::vector<DigestContext::Kind>& kinds) {
     const int fd = layer.openRead(path);
     if (fd < 0)
         return std::nullopt;
     layer.flushData(fd);
     layer.dropCache(fd, 0, 0);
-    DigestContext digest(kind);
+    std::vector<DigestContext> digests(kinds.begin(), kinds.end());
     std::vector<char> buffer(1 << 20);
     bool failed = false;
     for (off_t offset = 0;;) {
@@ -56,15 +73,19 @@ std::optional<QString> digestFromMedium(FileLayer& layer, const QByteArray& path
             failed = n < 0;
             break;
         }
-        digest.update(buffer.data(), std::size_t(n));
+        for (DigestContext& digest : digests)
+            digest.update(buffer.data(), std::size_t(n));
         offset += n;
     }
     layer.dropCache(fd, 0, 0);
     layer.close(fd);
-    return failed ? std::nullopt : std::optional(digest.hexDigest());
+    if (failed)
+        return std::nullopt;
+    std::vector<QString> texts;
+    for (const DigestContext& digest : digests)
+        texts.push_back(digest.hexDigest());
+    return texts;
 }
-
-}  // namespace
 
 ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, FileLayer& layer) {
     Report report;
@@ -80,8 +101,11 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
     layer.close(fd);
     report.manifestFound = true;
 
+    // Every file by name (the manifest knows only names), with its path from the top.
     std::multimap<QByteArray, QByteArray> files;
-    collect(layer, folder, {}, files);
+    forEachFile(layer, folder, [&](const QByteArray& path, const struct stat&) {
+        files.emplace(path.mid(path.lastIndexOf('/') + 1), path);
+    });
     QHash<QByteArray, bool> listed;
     int number = 0;
     for (const QByteArray& raw : text.split('\n')) {
@@ -108,16 +132,26 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
             report.missing << shown;
             continue;
         }
-        ++report.checked;
-        const auto kind =
-            line->digest.size() == 40 ? DigestContext::Kind::SHA1 : DigestContext::Kind::MD5;
-        // Two files of one name share a line: either may be the one it describes.
-        bool matched = false;
-        for (auto it = first; it != last && !matched; ++it)
-            matched = digestFromMedium(layer, folder + it->second, kind) ==
-                      QString::fromLatin1(line->digest);
-        if (!matched)
-            report.differing << shown;
+        // Files of one name share a line. When one of them doesn't match it, which one it
+        // meant is unknown: that one may be damaged or just another file.
+        const QString expected = QString::fromLatin1(line->digest).toLower();
+        QStringList unmatched;
+        for (auto it = first; it != last; ++it) {
+            const auto digests =
+                digestsFromMedium(layer, folder + it->second, kindsOfLength(line->digest.size()));
+            if (!digests || std::find(digests->begin(), digests->end(), expected) == digests->end())
+                unmatched << PathText::display(it->second.mid(1));
+        }
+        if (std::next(first) == last) {
+            ++report.checked;
+            if (!unmatched.isEmpty())
+                report.differing << shown;
+        } else if (unmatched.isEmpty()) {
+            report.checked += int(std::distance(first, last));
+        } else {
+            for (auto it = first; it != last; ++it)
+                report.ambiguous << PathText::display(it->second.mid(1));
+        }
     }
     // Hidden files are listed when the copy brought them; others (a file manager's) are no
     // extra, nor is what the transfer adds at the top.

@@ -6,7 +6,11 @@
 
 #include <QString>
 #include <QStringList>
+#include <functional>
+#include <optional>
+#include <vector>
 
+#include "DigestContext.h"
 #include "FileLayer.h"
 
 class ManifestVerifier {
@@ -20,13 +24,26 @@ class ManifestVerifier {
         QStringList failed;      // listed as failed by the transfer that wrote it
         QStringList incomplete;  // the transfer's reason for stopping short
         QStringList unreadable;  // lines that aren't manifest lines
+        QStringList ambiguous;   // one line, several files of its name: which it means is unknown
         bool ok() const {
             return manifestFound && missing.isEmpty() && differing.isEmpty() && extra.isEmpty() &&
-                   failed.isEmpty() && incomplete.isEmpty() && unreadable.isEmpty();
+                   failed.isEmpty() && incomplete.isEmpty() && unreadable.isEmpty() &&
+                   ambiguous.isEmpty();
         }
     };
 
-    /// Reads the folder's manifest ("digest TAB name" lines, MD5 or SHA-1 by length). The
-    /// manifest and archives are left out; an unlisted hidden file is not reported.
+    /// Reads the folder's manifest ("digest TAB name" lines; the digest's kind told by its
+    /// length, both candidates computed where two kinds share one). The manifest, archives and
+    /// the history folder are left out; an unlisted hidden file is not reported.
     static Report verify(const QString& folder, FileLayer& layer = FileLayer::posix());
+
+    /// Every regular file below a copy's folder ("/" and its path from the top) with what lstat
+    /// said of it; its history folder and later copies nested at the top are not the copy's.
+    using FileVisitor = std::function<void(const QByteArray& path, const struct stat& status)>;
+    static void forEachFile(FileLayer& layer, const QByteArray& folder, const FileVisitor& visit);
+
+    /// The file's digests as its medium holds it (flushed, cached pages dropped, read back),
+    /// one per kind, from one read; nullopt when it can't be read.
+    static std::optional<std::vector<QString>> digestsFromMedium(
+        FileLayer& layer, const QByteArray& path, const std::vector<DigestContext::Kind>& kinds);
 };

@@ -12,10 +12,28 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <vector>
 
 FileLayer& FileLayer::posix() {
     static PosixFileLayer layer;  // stateless
     return layer;
+}
+
+std::optional<QByteArray> FileLayer::readWhole(const QByteArray& path, std::size_t limit) {
+    const int fd = openRead(path);
+    if (fd < 0)
+        return std::nullopt;
+    QByteArray text;
+    std::vector<char> buffer(1 << 16);
+    ssize_t n = 0;
+    while ((n = read(fd, buffer.data(), buffer.size(), off_t(text.size()))) > 0 &&
+           std::size_t(text.size()) <= limit)
+        text.append(buffer.data(), n);
+    close(fd);
+    if (n < 0 || std::size_t(text.size()) > limit)
+        return std::nullopt;
+    return text;
 }
 
 void FileLayer::removeTree(const QByteArray& path) {

@@ -222,6 +222,12 @@ std::map<QString, QString> TransferLedger::digestsByName(std::size_t destination
     return digests;
 }
 
+void TransferLedger::forEachFile(const FileVisitor& visit) const {
+    const std::lock_guard lock(mutex_);
+    for (const File& file : files_)
+        visit(file.path, file.size, hex(file.digest));
+}
+
 QByteArray TransferLedger::manifestName(std::size_t destination) const {
     const std::lock_guard lock(mutex_);
     return destination < manifestNames_.size() ? manifestNames_[destination] : QByteArray();

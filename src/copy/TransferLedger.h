@@ -63,6 +63,12 @@ class TransferLedger {
     /// The destination's digests by file name (text), as the manifest lists them.
     std::map<QString, QString> digestsByName(std::size_t destination) const;
 
+    using FileVisitor = std::function<void(const QByteArray& path, std::uint64_t size,
+                                           const QByteArray& sourceDigest)>;
+    /// Every file read whole from the card, in the order it was copied: its path, size and
+    /// the card's digest (hex). Holds the ledger's lock; the visitor must not call back in.
+    void forEachFile(const FileVisitor& visit) const;
+
     /// The manifest's file name in the destination, once chosen (empty before).
     QByteArray manifestName(std::size_t destination) const;
     void setManifestName(std::size_t destination, const QByteArray& name);

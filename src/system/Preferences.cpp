@@ -47,6 +47,7 @@ PropertyList::Dictionary Preferences::registeredDefaults() {
         {SettingsKey::actionBounceDock, 1},
         {SettingsKey::metadata, defaultMetadata()},
         {SettingsKey::inlineVerification, 0},
+        {SettingsKey::writeAscMhl, 1},
     };
 }
 

@@ -43,6 +43,8 @@ inline constexpr const char* lastTransferDate = "lastTransferDate";
 // 1: copies are checked by reading each write back at once (the page cache may answer) instead
 // of from their medium once flushed.
 inline constexpr const char* inlineVerification = "inlineVerification";
+// 1 (the default): each complete copy carries an ASC MHL history (ascmhl/) beside its manifest.
+inline constexpr const char* writeAscMhl = "writeAscMhl";
 inline constexpr const char* destinations = "destinations";  // obsolete, migrated
 }  // namespace SettingsKey
 

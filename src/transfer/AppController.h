@@ -102,6 +102,10 @@ class AppController : public CopyDelegate, public TransferStages {
     /// The manifest (digest TAB name LF) into every destination, from the transfer's ledger;
     /// one that can't be written whole makes that destination incomplete.
     void writeChecksumFileForVolume(QVVolume& volume);
+    /// Files that contradict the card's own ASC MHL history become failures (before manifests).
+    void checkCardHistory(QVVolume& volume, const QString& cardPath);
+    /// Continues the ASC MHL history of every complete destination (after every sidecar).
+    void writeHistoryForVolume(QVVolume& volume);
 
     // ---- Copy engine delegate (AppControllerCopyDelegate.cpp)
     void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>& info) override;

@@ -65,9 +65,8 @@ bool AppController::createDiskImage(const QString& imagePath, const QString& vol
         if (listed->path() == volumePath)
             volume = listed;
     }
-    const VerificationType type = settings_.integer(SettingsKey::checksumFormat) == 1
-                                      ? VerificationType::SHA1
-                                      : VerificationType::MD5;
+    const VerificationType type =
+        verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
     ImageDelegate delegate(*this);
     const bool copied = QVFileManager::copyFileWithProgress(
         *device, {imagePath}, type, &delegate, std::any(std::weak_ptr<QVVolume>(volume)),

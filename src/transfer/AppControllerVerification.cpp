@@ -8,6 +8,7 @@
 #include <QFileInfo>
 
 #include "AppController.h"
+#include "AscMhlHistory.h"
 #include "ChecksumManifest.h"
 #include "FileHash.h"
 #include "MainThread.h"
@@ -42,11 +43,13 @@ Map blankDictionaryWithKeys(const std::map<QString, std::uint64_t>& sizes) {
     return blank;
 }
 
-// A later transfer's copy placed at the top of this one is not part of it.
+// A later transfer's copy placed at the top of this one is not part of it, nor is the history
+// folder, which each copy continues on its own.
 bool isLaterCopy(const QString& folder, const QString& basePath, const QString& name) {
     return folder == basePath &&
-           ChecksumManifest::isLaterCopy(FileLayer::posix(), QFile::encodeName(folder),
-                                         QFile::encodeName(name));
+           (name == QLatin1String(AscMhlHistory::kFolder) ||
+            ChecksumManifest::isLaterCopy(FileLayer::posix(), QFile::encodeName(folder),
+                                          QFile::encodeName(name)));
 }
 
 void addSizes(const QString& folder, const QString& basePath, AppController::SizeMap& sizes) {
@@ -134,9 +137,10 @@ void AppController::checksumFile(const QString& path, const QString& basePath,
         const auto progress = [this, volume](std::uint64_t bytes) {
             verificationProgressUpdate(bytes, *volume);
         };
-        const auto digest = settings_.integer(SettingsKey::checksumFormat) == 1
-                                ? FileSHA1HashCreateWithPath(path, 4096, progress)
-                                : FileMD5HashCreateWithPath(path, 4096, progress);
+        const VerificationType type =
+            verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
+        const auto digest =
+            FileHashCreateWithPath(DigestContext::Kind(int(type) - 1), path, 4096, progress);
         QVLog::appendLog(u"Checksum complete for file %@.", path);
         if (!digest || digest->isEmpty() || basePath.isEmpty())
             return;

@@ -4,6 +4,8 @@
 
 #include "AppController.h"
 #include "ChecksumManifest.h"
+#include "DigestContext.h"
+#include "HistorySealer.h"
 #include "MainThread.h"
 #include "Notifier.h"
 #include "PathText.h"
@@ -28,8 +30,7 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
                                                            const QStringList& destinations,
                                                            const QString& relativeSource) {
     VolumeCopy::Options options;
-    options.type = settings_.integer(SettingsKey::checksumFormat) == 1 ? VerificationType::SHA1
-                                                                       : VerificationType::MD5;
+    options.type = verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
     options.fromMedium = !settings_.isOn(SettingsKey::inlineVerification);
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
@@ -94,7 +95,9 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
         stopCancelledTransfer(volume, destinations);
         return true;
     }
+    checkCardHistory(v, path);
     writeChecksumFileForVolume(v);
+    writeHistoryForVolume(v);
     QVLog::appendLog(u"Volume copy finished");
     setOutcome(v, copyFailed);
     if (v.status() == QVVolume::Cancelled) {
@@ -216,5 +219,57 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeChecksumFileForVolume:");
+    }
+}
+
+namespace {
+
+DigestContext::Kind digestKindOf(qint64 checksumFormat) {
+    return DigestContext::Kind(int(verificationTypeFor(checksumFormat)) - 1);
+}
+
+}  // namespace
+
+void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) {
+    const std::shared_ptr<TransferLedger> ledger = volume.ledger();
+    if (!ledger)
+        return;
+    try {
+        const QStringList damaged = HistorySealer::contradictions(
+            fileLayer_, *ledger, PathText::bytes(cardPath),
+            digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
+        for (const QString& path : damaged) {
+            QVLog::appendLog(u"Card damaged: %@ differs from the card's own ASC MHL history", path);
+            ledger->recordFailure("/" + PathText::bytes(path), TransferLedger::kAllDestinations,
+                                  QStringLiteral("differs from the card's own ASC MHL history: "
+                                                 "the card itself is damaged"));
+        }
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "checkCardHistory:");
+    }
+}
+
+void AppController::writeHistoryForVolume(QVVolume& volume) {
+    const std::shared_ptr<TransferLedger> ledger = volume.ledger();
+    if (!ledger || !settings_.isOn(SettingsKey::writeAscMhl))
+        return;
+    try {
+        const QStringList destinations = volume.destinations();
+        const std::size_t count =
+            std::min(std::size_t(destinations.size()), ledger->destinationCount());
+        const DigestContext::Kind kind =
+            digestKindOf(settings_.integer(SettingsKey::checksumFormat));
+        for (std::size_t i = 0; i < count; ++i) {
+            // A history records a complete copy; an incomplete one has its manifest's marks.
+            if (!ledger->isComplete(i))
+                continue;
+            const QString& folder = destinations[qsizetype(i)];
+            const HistorySealer::Result result =
+                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind);
+            if (!result.written)
+                QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
+        }
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "writeHistoryForVolume:");
     }
 }

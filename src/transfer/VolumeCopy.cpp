@@ -27,7 +27,8 @@ QString because(const char* what, int code) {
 }
 
 DigestContext::Kind digestKind(VerificationType type) {
-    return type == VerificationType::SHA1 ? DigestContext::Kind::SHA1 : DigestContext::Kind::MD5;
+    return type == VerificationType::None ? DigestContext::Kind::MD5
+                                          : DigestContext::Kind(int(type) - 1);
 }
 
 // A destination that fails this way fails every later file too: it is full, read-only or gone.

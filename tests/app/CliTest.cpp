@@ -76,7 +76,7 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     for (int index = 0; index < 2; ++index) {
         const QString folder = destinationFolder(run.output, index);
         ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
-        EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt"}), copied);
+        EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt", "ascmhl"}), copied);
         expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
     }
@@ -97,7 +97,8 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     const CliRun recheck = cli({"verify", folder});
     EXPECT_EQ(recheck.status, 1);
     for (const char* line :
-         {"differs: 0001AB.MXF", "missing: LASTCLIP.TXT", "extra: CONTENTS/stray.bin"})
+         {"checked against its ASC MHL history", "differs: CONTENTS/VIDEO/0001AB.MXF",
+          "missing: CONTENTS/LASTCLIP.TXT", "extra: CONTENTS/stray.bin"})
         EXPECT_TRUE(recheck.output.contains(line)) << line << "\n" << recheck.output.toStdString();
 }
 
@@ -239,7 +240,7 @@ TEST(Cli, OddNamesAndLinksArriveAndVerifyAndTheVerdictSaysHowItWasChecked) {
     EXPECT_TRUE(run.output.contains("Verdict: verified, read back from the media"));
     EXPECT_TRUE(run.output.contains("Link: /outside -> /etc/hostname (copied as a link)"));
     const QString folder = destinationFolder(run.output, 0);
-    EXPECT_EQ(TestFiles::exactTree(QFile::encodeName(folder), {"checksums.txt"}),
+    EXPECT_EQ(TestFiles::exactTree(QFile::encodeName(folder), {"checksums.txt", "ascmhl"}),
               TestFiles::exactTree(card));
     EXPECT_EQ(cli({"verify", folder}).status, 0);
 

@@ -1,5 +1,5 @@
-// File digests: known MD5 and SHA-1 vectors, agreement with the system tools on a large file,
-// progress reports (every byte, the 150 MiB carry) and reads that fail.
+// File digests: known MD5, SHA-1 and xxHash vectors, agreement with the system tools on a large
+// file, progress reports (every byte, the 150 MiB carry) and reads that fail.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -31,6 +31,10 @@ QString toolDigest(const QString& tool, const QString& path) {
     return QVTaskEx::stringFromTask(tool, {path}).section(u' ', 0, 0);
 }
 
+QString toolDigest(const QString& tool, const QString& option, const QString& path) {
+    return QVTaskEx::stringFromTask(tool, {option, path}).section(u' ', 0, 0);
+}
+
 }  // namespace
 
 TEST(FileHash, KnownVectorsThroughBothPaths) {
@@ -60,6 +64,57 @@ TEST(FileHash, KnownVectorsThroughBothPaths) {
     sha1.update("c", 1);
     EXPECT_EQ(QVFileManager::md5HashWithContext(md5), "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(QVFileManager::sha1HashWithContext(sha1), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+// Canonical (big-endian) hex, as xxhsum prints it; fed whole and in uneven pieces, and a copy
+// finished halfway leaves its original running.
+TEST(FileHash, XxHashVectorsInCanonicalForm) {
+    struct Vector {
+        DigestContext::Kind kind;
+        QByteArray input;
+        const char* hex;
+    };
+    const QByteArray fox = "The quick brown fox jumps over the lazy dog";
+    const Vector vectors[] = {
+        {DigestContext::Kind::XXH64, "", "ef46db3751d8e999"},
+        {DigestContext::Kind::XXH64, "abc", "44bc2cf5ad770999"},
+        {DigestContext::Kind::XXH64, fox, "0b242d361fda71bc"},
+        {DigestContext::Kind::XXH3, "", "2d06800538d394c2"},
+        {DigestContext::Kind::XXH3, "abc", "78af5f94892f3950"},
+        {DigestContext::Kind::XXH3, fox, "ce7d19a5418fb365"},
+        {DigestContext::Kind::XXH128, "", "99aa06d3014798d86001c324468d497f"},
+        {DigestContext::Kind::XXH128, "abc", "06b05ab6733a618578af5f94892f3950"},
+        {DigestContext::Kind::XXH128, fox, "ddd650205ca3e7fa24a1cc2e3a8a7651"},
+    };
+    for (const Vector& vector : vectors) {
+        const QString name = DigestContext::name(vector.kind);
+        DigestContext whole(vector.kind);
+        whole.update(vector.input);
+        EXPECT_EQ(whole.hexDigest(), vector.hex) << name.toStdString();
+        EXPECT_EQ(whole.hexDigest().size(), DigestContext::hexLength(vector.kind));
+
+        DigestContext pieces(vector.kind);
+        const qsizetype half = vector.input.size() / 2;
+        pieces.update(vector.input.left(half));
+        const DigestContext copy = pieces;
+        EXPECT_EQ(copy.hexDigest(), DigestContext(pieces).hexDigest());
+        pieces.update(vector.input.mid(half));
+        EXPECT_EQ(pieces.hexDigest(), vector.hex) << name.toStdString();
+        EXPECT_EQ(DigestContext::fromName(name), vector.kind);
+    }
+    EXPECT_EQ(DigestContext::fromName("XXH128"), DigestContext::Kind::XXH128);
+    EXPECT_FALSE(DigestContext::fromName("crc32"));
+
+    // A large file through the file path agrees with xxhsum.
+    QTemporaryDir dir;
+    const QString path =
+        TestFiles::write(dir.filePath("clip.mxf"), TestFiles::randomBytes(3 * 1024 * 1024 + 7, 9));
+    if (QFile::exists("/usr/bin/xxhsum")) {
+        EXPECT_EQ(FileHashCreateWithPath(DigestContext::Kind::XXH128, path, 65536),
+                  toolDigest("/usr/bin/xxhsum", "-H2", path));
+        EXPECT_EQ(FileHashCreateWithPath(DigestContext::Kind::XXH64, path, 1000),
+                  toolDigest("/usr/bin/xxhsum", "-H1", path));
+    }
 }
 
 TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {

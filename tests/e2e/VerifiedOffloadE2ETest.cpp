@@ -120,7 +120,8 @@ TEST_F(VerifiedOffloadE2E, AMediumThatStoresSomethingElseIsCaughtOnlyByReadingIt
     EXPECT_TRUE(blind.output.contains("Verdict: verified, inline, not read back from the media"));
     const CliRunner::Run later = CliRunner::run({"verify", blind.destinations().value(0)});
     EXPECT_EQ(later.status, 1);
-    EXPECT_TRUE(later.output.contains("differs: A001C001.MXF")) << later.output.toStdString();
+    EXPECT_TRUE(later.output.contains("differs: CONTENTS/CLIP/A001C001.MXF"))
+        << later.output.toStdString();
 }
 
 TEST_F(VerifiedOffloadE2E, ADiskWhoseBackingStoreRunsOutIsNeverVerified) {

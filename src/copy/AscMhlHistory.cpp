@@ -1,0 +1,248 @@
+#include "AscMhlHistory.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "C4Id.h"
+#include "ChecksumManifest.h"
+
+namespace {
+
+constexpr const char* kNamespace = "urn:ASC:MHL:v2.0";
+constexpr const char* kChainNamespace = "urn:ASC:MHL:DIRECTORY:v2.0";
+// What every history leaves out of its folder, as the reference tool writes it.
+constexpr const char* kIgnored[] = {".DS_Store", "ascmhl", "ascmhl/"};
+
+QString hostName() {
+    char name[256] = {};
+    ::gethostname(name, sizeof name - 1);
+    return QString::fromLocal8Bit(name);
+}
+
+QByteArray utf8(const QString& text) {
+    return text.toUtf8();
+}
+
+QByteArray serialise(const pugi::xml_document& document) {
+    std::ostringstream out;
+    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+    return QByteArray::fromStdString(out.str());
+}
+
+void addText(pugi::xml_node parent, const char* name, const QString& text) {
+    parent.append_child(name).text().set(utf8(text).constData());
+}
+
+QDateTime parseDate(const char* text) {
+    return QDateTime::fromString(QString::fromUtf8(text), Qt::ISODate);
+}
+
+// The element's name without a namespace prefix, so prefixed files read like plain ones.
+QByteArray localName(const pugi::xml_node& node) {
+    const QByteArray name(node.name());
+    const qsizetype colon = name.indexOf(':');
+    return colon < 0 ? name : name.mid(colon + 1);
+}
+
+pugi::xml_node child(const pugi::xml_node& parent, const char* name) {
+    for (pugi::xml_node node : parent.children()) {
+        if (localName(node) == name)
+            return node;
+    }
+    return {};
+}
+
+AscMhlHistory::Entry readEntry(const pugi::xml_node& hash) {
+    AscMhlHistory::Entry entry;
+    for (pugi::xml_node node : hash.children()) {
+        const QByteArray name = localName(node);
+        if (name == "path") {
+            entry.path = QByteArray(node.text().get());
+            entry.size = node.attribute("size").as_ullong();
+            entry.modified = parseDate(node.attribute("lastmodificationdate").value());
+            continue;
+        }
+        const auto kind = DigestContext::fromName(QString::fromLatin1(name));
+        if (!kind)
+            continue;  // c4 and kinds we don't compute
+        entry.hashes.push_back({*kind, QString::fromLatin1(node.text().get()).toLower(),
+                                QString::fromUtf8(node.attribute("action").value()),
+                                parseDate(node.attribute("hashdate").value())});
+    }
+    return entry;
+}
+
+QByteArray generationName(int number, const QByteArray& folder, const QDateTime& date) {
+    const qsizetype slash = folder.lastIndexOf('/');
+    const QByteArray base = folder.mid(slash + 1);
+    return QByteArray::number(number).rightJustified(4, '0') + '_' + base + '_' +
+           date.toUTC().toString(QStringLiteral("yyyy-MM-dd_HHmmss")).toLatin1() + "Z.mhl";
+}
+
+}  // namespace
+
+QString AscMhlHistory::dateText(const QDateTime& date) {
+    return date.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")) + QStringLiteral("+00:00");
+}
+
+QByteArray AscMhlHistory::toXml(const Generation& generation) {
+    pugi::xml_document document;
+    pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    pugi::xml_node root = document.append_child("hashlist");
+    root.append_attribute("version") = "2.0";
+    root.append_attribute("xmlns") = kNamespace;
+
+    pugi::xml_node creator = root.append_child("creatorinfo");
+    addText(creator, "creationdate", dateText(generation.created));
+    addText(creator, "hostname", hostName());
+    pugi::xml_node tool = creator.append_child("tool");
+    tool.append_attribute("version") = CARDSWEEP_VERSION;
+    tool.text().set("Cardsweep");
+
+    pugi::xml_node process = root.append_child("processinfo");
+    addText(process, "process", generation.process);
+    pugi::xml_node ignore = process.append_child("ignore");
+    for (const char* pattern : kIgnored)
+        ignore.append_child("pattern").text().set(pattern);
+
+    pugi::xml_node hashes = root.append_child("hashes");
+    for (const Entry& entry : generation.entries) {
+        pugi::xml_node hash = hashes.append_child("hash");
+        pugi::xml_node path = hash.append_child("path");
+        path.text().set(entry.path.constData());
+        path.append_attribute("size") = static_cast<unsigned long long>(entry.size);
+        if (entry.modified.isValid())
+            path.append_attribute("lastmodificationdate") =
+                utf8(dateText(entry.modified)).constData();
+        for (const Hash& digest : entry.hashes) {
+            pugi::xml_node node =
+                hash.append_child(utf8(DigestContext::name(digest.kind)).constData());
+            node.append_attribute("action") = utf8(digest.action).constData();
+            node.append_attribute("hashdate") = utf8(dateText(digest.date)).constData();
+            node.text().set(utf8(digest.hex).constData());
+        }
+    }
+    return serialise(document);
+}
+
+std::optional<AscMhlHistory::Generation> AscMhlHistory::fromXml(const QByteArray& xml) {
+    pugi::xml_document document;
+    if (!document.load_buffer(xml.constData(), std::size_t(xml.size())))
+        return std::nullopt;
+    const pugi::xml_node root = child(document, "hashlist");
+    if (!root)
+        return std::nullopt;
+    Generation generation;
+    generation.created = parseDate(child(child(root, "creatorinfo"), "creationdate").text().get());
+    generation.process =
+        QString::fromUtf8(child(child(root, "processinfo"), "process").text().get());
+    for (pugi::xml_node node : child(root, "hashes").children()) {
+        if (localName(node) == "hash")
+            generation.entries.push_back(readEntry(node));
+    }
+    return generation;
+}
+
+QByteArray AscMhlHistory::chainXml(const std::vector<std::pair<QByteArray, QString>>& links) {
+    pugi::xml_document document;
+    pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    pugi::xml_node root = document.append_child("ascmhldirectory");
+    root.append_attribute("xmlns") = kChainNamespace;
+    int number = 0;
+    for (const auto& [file, c4] : links) {
+        pugi::xml_node list = root.append_child("hashlist");
+        list.append_attribute("sequencenr") = ++number;
+        list.append_child("path").text().set(file.constData());
+        list.append_child("c4").text().set(utf8(c4).constData());
+    }
+    return serialise(document);
+}
+
+bool AscMhlHistory::exists(FileLayer& layer, const QByteArray& folder) {
+    struct stat status {};
+    return layer.linkStatus(folder + '/' + kFolder, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder, QString* error) {
+    AscMhlHistory history;
+    if (!exists(layer, folder))
+        return history;
+    const QByteArray base = folder + '/' + kFolder + '/';
+    const auto chain = layer.readWhole(base + kChain);
+    pugi::xml_document document;
+    if (!chain || !document.load_buffer(chain->constData(), std::size_t(chain->size()))) {
+        *error = QStringLiteral("the history's chain file can't be read");
+        return history;
+    }
+    for (pugi::xml_node list : child(document, "ascmhldirectory").children()) {
+        if (localName(list) != "hashlist")
+            continue;
+        const QByteArray file(child(list, "path").text().get());
+        const QString c4 = QString::fromLatin1(child(list, "c4").text().get());
+        history.chain_.emplace_back(file, c4);
+        const auto xml = layer.readWhole(base + file);
+        if (!xml) {
+            *error = QStringLiteral("the history's generation %1 is missing")
+                         .arg(QString::fromUtf8(file));
+            continue;
+        }
+        if (C4Id::of(*xml) != c4) {
+            *error = QStringLiteral("the history's generation %1 was changed after it was written")
+                         .arg(QString::fromUtf8(file));
+            continue;
+        }
+        std::optional<Generation> generation = fromXml(*xml);
+        if (!generation) {
+            *error = QStringLiteral("the history's generation %1 can't be read")
+                         .arg(QString::fromUtf8(file));
+            continue;
+        }
+        generation->number = list.attribute("sequencenr").as_int();
+        generation->fileName = file;
+        history.generations_.push_back(std::move(*generation));
+    }
+    return history;
+}
+
+std::map<QByteArray, AscMhlHistory::Entry> AscMhlHistory::latest() const {
+    std::map<QByteArray, Entry> newest;
+    for (const Generation& generation : generations_) {
+        for (const Entry& entry : generation.entries) {
+            if (!entry.hashes.empty())
+                newest[entry.path] = entry;
+        }
+    }
+    return newest;
+}
+
+bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation generation,
+                           QString* error) {
+    const QByteArray base = folder + '/' + kFolder;
+    if (layer.makeFolder(base) != 0 && errno != EEXIST) {
+        *error = QStringLiteral("the history folder can't be made");
+        return false;
+    }
+    int number = 1;
+    for (const auto& link : chain_)
+        number = std::max(number, link.first.left(4).toInt() + 1);
+    number = std::max(number, int(chain_.size()) + 1);
+    generation.number = number;
+    generation.fileName = generationName(number, folder, generation.created);
+    const QByteArray xml = toXml(generation);
+    if (!ChecksumManifest::write(layer, base + '/' + generation.fileName, xml, error))
+        return false;
+    chain_.emplace_back(generation.fileName, C4Id::of(xml));
+    if (!ChecksumManifest::write(layer, base + '/' + kChain, chainXml(chain_), error)) {
+        chain_.pop_back();
+        return false;
+    }
+    generations_.push_back(std::move(generation));
+    return true;
+}

@@ -1,0 +1,67 @@
+#pragma once
+// A folder's ASC MHL history: the "ascmhl" folder at its top, holding one generation file per
+// transfer or check ("NNNN_<folder>_<date>.mhl", hashes by relative path) and the chain file
+// naming each generation by its C4 identifier. Loads (checking the chain) and appends. Plain
+// value; the caller owns the folder while it appends.
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "DigestContext.h"
+#include "FileLayer.h"
+
+class AscMhlHistory {
+  public:
+    static constexpr const char* kFolder = "ascmhl";
+    static constexpr const char* kChain = "ascmhl_chain.xml";
+
+    struct Hash {
+        DigestContext::Kind kind = DigestContext::Kind::MD5;
+        QString hex;
+        QString action = QStringLiteral("original");  // original, verified or failed
+        QDateTime date;
+    };
+    struct Entry {
+        QByteArray path;  // relative, '/'-separated, UTF-8
+        std::uint64_t size = 0;
+        QDateTime modified;
+        std::vector<Hash> hashes;
+    };
+    struct Generation {
+        int number = 0;
+        QByteArray fileName;
+        QString process = QStringLiteral("transfer");  // or in-place
+        QDateTime created;
+        std::vector<Entry> entries;
+    };
+
+    /// The folder's history; an absent one is empty. A generation that is missing, unreadable
+    /// or not what the chain names (its C4 identifier differs) sets error.
+    static AscMhlHistory load(FileLayer& layer, const QByteArray& folder, QString* error);
+    /// True when the folder has a history folder at all.
+    static bool exists(FileLayer& layer, const QByteArray& folder);
+
+    bool isEmpty() const { return generations_.empty(); }
+    const std::vector<Generation>& generations() const { return generations_; }
+    /// Each recorded path's newest entry that carries a hash.
+    std::map<QByteArray, Entry> latest() const;
+
+    /// Writes the next generation (number and file name are chosen here) into the folder's
+    /// history, then the chain naming it. Each file is whole or absent. False with the reason.
+    bool append(FileLayer& layer, const QByteArray& folder, Generation generation, QString* error);
+
+    /// The generation as its file holds it.
+    static QByteArray toXml(const Generation& generation);
+    static std::optional<Generation> fromXml(const QByteArray& xml);
+    static QByteArray chainXml(const std::vector<std::pair<QByteArray, QString>>& links);
+    /// ISO 8601 with the offset, as the files hold dates.
+    static QString dateText(const QDateTime& date);
+
+  private:
+    std::vector<Generation> generations_;
+    std::vector<std::pair<QByteArray, QString>> chain_;  // file name, C4 identifier
+};

@@ -1,0 +1,96 @@
+#include "HistoryVerifier.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <map>
+
+#include "AscMhlHistory.h"
+#include "PathText.h"
+
+namespace {
+
+QDateTime modificationTime(const struct stat& status) {
+    return QDateTime::fromMSecsSinceEpoch(
+        qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000, Qt::UTC);
+}
+
+// The file's hashes of every kind the entry records, compared; a file that can't be read
+// differs.
+bool matches(FileLayer& layer, const QByteArray& path, const AscMhlHistory::Entry& entry,
+             std::vector<AscMhlHistory::Hash>* found) {
+    std::vector<DigestContext::Kind> kinds;
+    for (const AscMhlHistory::Hash& hash : entry.hashes)
+        kinds.push_back(hash.kind);
+    const auto digests = ManifestVerifier::digestsFromMedium(layer, path, kinds);
+    bool same = digests.has_value();
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+        const bool equal = digests && (*digests)[i] == entry.hashes[i].hex;
+        same = same && equal;
+        found->push_back({kinds[i], digests ? (*digests)[i] : entry.hashes[i].hex,
+                          equal ? QStringLiteral("verified") : QStringLiteral("failed"), now});
+    }
+    return same;
+}
+
+}  // namespace
+
+ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool seal,
+                                                 QString* sealError, FileLayer& layer) {
+    ManifestVerifier::Report report;
+    // A generation is named after the folder, so "." is resolved to the name it stands for.
+    const QByteArray folder = PathText::bytes(QDir::cleanPath(QDir(folderText).absolutePath()));
+    QString problem;
+    AscMhlHistory history = AscMhlHistory::load(layer, folder, &problem);
+    if (history.isEmpty())
+        return report;
+    report.manifestFound = true;
+    if (!problem.isEmpty())
+        report.unreadable << problem;
+
+    std::map<QByteArray, struct stat> files;
+    ManifestVerifier::forEachFile(layer, folder, [&](const QByteArray& path, const struct stat& s) {
+        files.emplace(path.mid(1), s);
+    });
+    AscMhlHistory::Generation sealed;
+    sealed.process = QStringLiteral("in-place");
+    sealed.created = QDateTime::currentDateTimeUtc();
+    const std::map<QByteArray, AscMhlHistory::Entry> latest = history.latest();
+    // New files are sealed with the kind the history already uses.
+    const DigestContext::Kind kind =
+        latest.empty() ? DigestContext::Kind::XXH64 : latest.begin()->second.hashes.front().kind;
+    for (const auto& [path, entry] : latest) {
+        const auto file = files.find(path);
+        if (file == files.end()) {
+            report.missing << QString::fromUtf8(path);
+            continue;
+        }
+        ++report.checked;
+        AscMhlHistory::Entry now{
+            path, std::uint64_t(file->second.st_size), modificationTime(file->second), {}};
+        if (!matches(layer, folder + '/' + path, entry, &now.hashes))
+            report.differing << QString::fromUtf8(path);
+        sealed.entries.push_back(std::move(now));
+        files.erase(file);
+    }
+    for (const auto& [path, status] : files) {
+        if (path.endsWith(".DS_Store"))
+            continue;
+        report.extra << PathText::display(path);
+        if (!seal || !PathText::isValidUtf8(path))
+            continue;
+        const auto digest = ManifestVerifier::digestsFromMedium(layer, folder + '/' + path, {kind});
+        if (digest)
+            sealed.entries.push_back(
+                {path,
+                 std::uint64_t(status.st_size),
+                 modificationTime(status),
+                 {{kind, digest->front(), QStringLiteral("original"), sealed.created}}});
+    }
+    if (seal) {
+        QString error;
+        if (!history.append(layer, folder, std::move(sealed), &error) && sealError)
+            *sealError = error;
+    }
+    return report;
+}

@@ -1,0 +1,29 @@
+#pragma once
+// Continues a complete copy's ASC MHL history with the transfer's generation: every file the
+// copy holds, the card's files with the digests read back from the medium, the sidecars the
+// transfer wrote hashed as they are. A history the card brought along is checked against what
+// was read from the card. Runs on the volume's worker thread.
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include "DigestContext.h"
+#include "FileLayer.h"
+#include "TransferLedger.h"
+
+class HistorySealer {
+  public:
+    struct Result {
+        bool written = false;
+        QString error;  // why no generation was written
+    };
+
+    /// Files of the card whose digest, as the transfer read it, differs from the card's own
+    /// history: the card itself is damaged. Kinds other than the transfer's are read again.
+    static QStringList contradictions(FileLayer& layer, const TransferLedger& ledger,
+                                      const QByteArray& card, DigestContext::Kind kind);
+    /// Appends the transfer's generation to the copy's history (made when missing).
+    static Result seal(FileLayer& layer, const TransferLedger& ledger, const QByteArray& folder,
+                       DigestContext::Kind kind);
+};

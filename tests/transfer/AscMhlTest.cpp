@@ -1,0 +1,188 @@
+// ASC MHL histories: what a transfer writes (valid against the schema, read back by verify),
+// same-named files told apart, a card's own history continued, and a card that contradicts
+// its history failing with the file named.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+#include "AscMhlHistory.h"
+#include "C4Id.h"
+#include "FileHash.h"
+#include "HistoryVerifier.h"
+#include "ManifestVerifier.h"
+#include "OffloadFixture.h"
+#include "Preferences.h"
+#include "TestFiles.h"
+
+namespace {
+
+const QString kSchemas = QStringLiteral(CARDSWEEP_ASCMHL_SCHEMAS);
+
+class AscMhlTest : public OffloadFixture {
+  protected:
+    void SetUp() override {
+        makeController();
+        settings_.setObject(SettingsKey::checksumFormat,
+                            PropertyList(qint64(DigestContext::Kind::XXH128)));
+    }
+    // Two clips of one name in two folders, as stills cameras number them.
+    std::shared_ptr<QVVolume> stillsCard(const QString& name) {
+        const QString root = workPath("cards/" + name);
+        TestFiles::write(root + "/DCIM/100EOS5D/MVI_0001.MOV", TestFiles::randomBytes(70000, 1));
+        TestFiles::write(root + "/DCIM/101EOS5D/MVI_0001.MOV", TestFiles::randomBytes(90000, 2));
+        return listCard(name);
+    }
+    static QStringList historyFiles(const QString& folder) {
+        return QDir(folder + "/ascmhl").entryList(QDir::Files, QDir::Name);
+    }
+    // xmllint's verdict on a file against one of the schemas kept with the tests.
+    static QString schemaProblems(const QString& file, const QString& schema) {
+        QProcess lint;
+        lint.start("xmllint", {"--nonet", "--noout", "--schema", kSchemas + '/' + schema, file});
+        if (!lint.waitForFinished(30000))
+            return "xmllint didn't run";
+        return lint.exitCode() == 0 ? QString()
+                                    : QString::fromLocal8Bit(lint.readAllStandardError());
+    }
+    static void flipByte(const QString& path, qint64 at) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        file.seek(at);
+        char byte = 0;
+        file.getChar(&byte);
+        file.seek(at);
+        file.putChar(char(byte ^ 0x20));
+    }
+};
+
+}  // namespace
+
+TEST(C4Id, KnownIdentifiers) {
+    // The SMPTE ST 2114 identifier of no bytes, and the shape of every one.
+    EXPECT_EQ(C4Id::of({}),
+              "c459dsjfscH38cYeXXYogktxf4Cd9ibshE3BHUo6a58hBXmRQdZrAkZzsWcbWtDg5oQs"
+              "tpDuni4Hirj75GEmTc1sFT");
+    const QString abc = C4Id::of("abc");
+    EXPECT_EQ(abc.size(), C4Id::kLength);
+    EXPECT_TRUE(abc.startsWith("c4"));
+    EXPECT_NE(abc, C4Id::of("abd"));
+}
+
+TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
+    const auto volume = stillsCard("EOS_DIGITAL");
+    ASSERT_TRUE(offload({volume}));
+    ASSERT_EQ(volume->status(), QVVolume::Done) << volume->statusText().toStdString();
+
+    for (const QString& destination : volume->destinations()) {
+        const QStringList files = historyFiles(destination);
+        ASSERT_EQ(files.size(), 2) << files.join(", ").toStdString();
+        EXPECT_TRUE(files[0].startsWith("0001_" + QFileInfo(destination).fileName() + "_"));
+        EXPECT_TRUE(files[0].endsWith("Z.mhl"));
+        EXPECT_EQ(files[1], "ascmhl_chain.xml");
+        if (QFile::exists("/usr/bin/xmllint") && QFile::exists(kSchemas + "/ASCMHL.xsd")) {
+            EXPECT_EQ(schemaProblems(destination + "/ascmhl/" + files[0], "ASCMHL.xsd"), "");
+            EXPECT_EQ(schemaProblems(destination + "/ascmhl/ascmhl_chain.xml",
+                                     "ASCMHLDirectory__combined.xsd"),
+                      "");
+        } else {
+            ADD_FAILURE() << "xmllint or the schemas are missing: the history is not validated";
+        }
+        QString error;
+        const AscMhlHistory history =
+            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+        EXPECT_EQ(error, "");
+        const auto latest = history.latest();
+        ASSERT_EQ(latest.size(), 3u) << "both clips and the manifest";
+        const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
+        EXPECT_EQ(clip.size, 90000u);
+        ASSERT_EQ(clip.hashes.size(), 1u);
+        EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);
+        EXPECT_EQ(clip.hashes[0].action, "original");
+        EXPECT_EQ(clip.hashes[0].hex,
+                  FileHashCreateWithPath(DigestContext::Kind::XXH128,
+                                         volume->path() + "/DCIM/101EOS5D/MVI_0001.MOV"));
+        EXPECT_TRUE(latest.count("checksums.txt")) << "the sidecar is sealed too";
+        EXPECT_TRUE(HistoryVerifier::verify(destination).ok());
+    }
+
+    // One byte flipped in one of the two same-named clips: the history names it; the manifest,
+    // keyed by name, can't tell which file its line means and says so instead of passing.
+    const QString destination = volume->destinations()[0];
+    flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
+    const auto byHistory = HistoryVerifier::verify(destination);
+    EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
+    EXPECT_EQ(byHistory.checked, 3);
+    const auto byManifest = ManifestVerifier::verify(destination);
+    EXPECT_FALSE(byManifest.ok());
+    EXPECT_EQ(byManifest.ambiguous.size(), 2);
+
+    // Sealing records the check as the next generation; a generation changed afterwards no
+    // longer matches its chain.
+    QString sealError;
+    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError).ok());
+    EXPECT_EQ(sealError, "");
+    const QStringList sealed = historyFiles(destination);
+    ASSERT_EQ(sealed.size(), 3);
+    EXPECT_TRUE(sealed[1].startsWith("0002_"));
+    QString error;
+    const AscMhlHistory history =
+        AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+    ASSERT_EQ(history.generations().size(), 2u);
+    EXPECT_EQ(history.generations()[1].process, "in-place");
+    EXPECT_EQ(history.latest().at("DCIM/101EOS5D/MVI_0001.MOV").hashes[0].action, "failed");
+    EXPECT_EQ(history.latest().at("DCIM/100EOS5D/MVI_0001.MOV").hashes[0].action, "verified");
+    TestFiles::write(destination + "/ascmhl/" + sealed[0], "<hashlist/>");
+    AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+    EXPECT_TRUE(error.contains("was changed")) << error.toStdString();
+}
+
+TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
+    // A camera's history in MD5 while this transfer uses XXH128: both kinds are checked.
+    const auto makeHistory = [&](const QString& root) {
+        AscMhlHistory history;
+        AscMhlHistory::Generation generation;
+        generation.created = QDateTime::currentDateTimeUtc();
+        for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV"}) {
+            const auto md5 = FileHashCreateWithPath(DigestContext::Kind::MD5, root + '/' + path);
+            generation.entries.push_back({path.toUtf8(),
+                                          std::uint64_t(QFileInfo(root + '/' + path).size()),
+                                          generation.created,
+                                          {{DigestContext::Kind::MD5, *md5,
+                                            QStringLiteral("original"), generation.created}}});
+        }
+        QString error;
+        ASSERT_TRUE(history.append(FileLayer::posix(), QFile::encodeName(root),
+                                   std::move(generation), &error))
+            << error.toStdString();
+    };
+    const auto good = stillsCard("GOOD");
+    makeHistory(good->path());
+    const auto damaged = stillsCard("DAMAGED");
+    makeHistory(damaged->path());
+    flipByte(damaged->path() + "/DCIM/100EOS5D/MVI_0001.MOV", 10);
+    ASSERT_TRUE(offload({good, damaged}));
+
+    EXPECT_EQ(good->status(), QVVolume::Done) << good->statusText().toStdString();
+    for (const QString& destination : good->destinations()) {
+        QString error;
+        const AscMhlHistory history =
+            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+        EXPECT_EQ(error, "");
+        ASSERT_EQ(history.generations().size(), 2u) << "the card's, then this transfer's";
+        const auto latest = history.latest();
+        const auto& clip = latest.at("DCIM/100EOS5D/MVI_0001.MOV");
+        EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);
+        EXPECT_EQ(clip.hashes[0].action, "original");
+        EXPECT_TRUE(HistoryVerifier::verify(destination).ok());
+    }
+    EXPECT_EQ(historyFiles(good->path()).size(), 2) << "the card itself is left as it was";
+
+    EXPECT_EQ(damaged->status(), QVVolume::Failed);
+    bool named = false;
+    for (const auto& failure : damaged->ledger()->failures())
+        named = named || (failure.path == "/DCIM/100EOS5D/MVI_0001.MOV" &&
+                          failure.reason.contains("card's own ASC MHL history"));
+    EXPECT_TRUE(named);
+}
