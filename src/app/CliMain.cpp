@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
+#include <QSaveFile>
 #include <cstdio>
 #include <map>
 
@@ -22,6 +23,7 @@
 #include "QVLog.h"
 #include "SampleCard.h"
 #include "SettingsStore.h"
+#include "TransferReport.h"
 #include "WatchRunner.h"
 
 namespace {
@@ -70,6 +72,32 @@ int verifyFolder(const QString& folder, bool seal) {
         std::fprintf(stderr, "cardsweep-cli: %s: the history can't be sealed: %s\n",
                      qPrintable(folder), qPrintable(sealError));
     return report.ok() && sealError.isEmpty() ? 0 : 1;
+}
+
+// An earlier transfer's report, rebuilt from its copy's history: on the terminal, or into a file.
+int writeReport(const QString& folder, const QString& output) {
+    QString error;
+    const auto content =
+        TransferReport::fromFolder(FileLayer::posix(), PathText::bytes(folder), &error);
+    if (!content) {
+        std::fprintf(stderr, "cardsweep-cli: %s: %s\n", qPrintable(folder), qPrintable(error));
+        return 2;
+    }
+    if (!error.isEmpty())
+        std::fprintf(stderr, "cardsweep-cli: %s: %s\n", qPrintable(folder), qPrintable(error));
+    const QByteArray html = TransferReport::html(*content);
+    if (output.isEmpty()) {
+        std::fwrite(html.constData(), 1, std::size_t(html.size()), stdout);
+        return 0;
+    }
+    QSaveFile file(output);
+    if (!file.open(QIODevice::WriteOnly) || file.write(html) != html.size() || !file.commit()) {
+        std::fprintf(stderr, "cardsweep-cli: %s: %s\n", qPrintable(output),
+                     qPrintable(file.errorString()));
+        return 1;
+    }
+    std::printf("%s: report of %zu files written\n", qPrintable(output), content->files.size());
+    return 0;
 }
 
 void printTree(const QString& folder) {
@@ -159,6 +187,12 @@ int main(int argc, char** argv) {
         ->required();
     bool seal = false;
     verify->add_flag("--seal", seal, "Record the check as a new generation of the history");
+    CLI::App* report = cli.add_subcommand(
+        "report", "Write an earlier transfer's report again, from its copy's ASC MHL history");
+    std::string reportFolder;
+    std::string reportOutput;
+    report->add_option("DEST_FOLDER", reportFolder, "A transferred folder")->required();
+    report->add_option("--output", reportOutput, "Write the HTML here instead of to the terminal");
     CLI::App* watch = cli.add_subcommand(
         "watch", "Transfer every recognised card as it is mounted, until Ctrl-C");
     std::vector<std::string> watchDestinations;
@@ -206,6 +240,9 @@ int main(int argc, char** argv) {
         status = OffloadRunner::run(store, request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath), seal);
+    } else if (report->parsed()) {
+        status =
+            writeReport(QString::fromStdString(reportFolder), QString::fromStdString(reportOutput));
     } else if (watch->parsed()) {
         WatchRunner::Request request;
         request.destinations = toStrings(watchDestinations);

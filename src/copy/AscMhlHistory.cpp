@@ -103,6 +103,8 @@ QByteArray AscMhlHistory::toXml(const Generation& generation) {
     pugi::xml_node tool = creator.append_child("tool");
     tool.append_attribute("version") = CARDSWEEP_VERSION;
     tool.text().set("Cardsweep");
+    if (!generation.comment.isEmpty())
+        addText(creator, "comment", generation.comment);
 
     pugi::xml_node process = root.append_child("processinfo");
     addText(process, "process", generation.process);
@@ -138,7 +140,9 @@ std::optional<AscMhlHistory::Generation> AscMhlHistory::fromXml(const QByteArray
     if (!root)
         return std::nullopt;
     Generation generation;
-    generation.created = parseDate(child(child(root, "creatorinfo"), "creationdate").text().get());
+    const pugi::xml_node creator = child(root, "creatorinfo");
+    generation.created = parseDate(child(creator, "creationdate").text().get());
+    generation.comment = QString::fromUtf8(child(creator, "comment").text().get());
     generation.process =
         QString::fromUtf8(child(child(root, "processinfo"), "process").text().get());
     for (pugi::xml_node node : child(root, "hashes").children()) {

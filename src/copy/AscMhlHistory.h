@@ -36,6 +36,7 @@ class AscMhlHistory {
         QByteArray fileName;
         QString process = QStringLiteral("transfer");  // or in-place
         QDateTime created;
+        QString comment;  // free text for people (and our own record of the card)
         std::vector<Entry> entries;
     };
 

@@ -20,6 +20,8 @@ class ChecksumManifest {
         QByteArrayLiteral("checksums (Cardsweep).txt");
     static inline const QByteArray kFailed = QByteArrayLiteral("FAILED");
     static inline const QByteArray kIncomplete = QByteArrayLiteral("INCOMPLETE");
+    /// The transfer report beside the manifest; like it, not part of the copy.
+    static inline const QByteArray kReportName = QByteArrayLiteral("Transfer Report.html");
 
     struct Line {
         QByteArray digest;  // lower-case hex, kFailed or kIncomplete

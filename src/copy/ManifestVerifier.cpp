@@ -159,7 +159,8 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
         const bool top = path.count('/') == 1;
         if (listed.contains(name) || name.startsWith('.'))
             continue;
-        if (top && (name == manifestName || isArchive(name)))
+        if (top &&
+            (name == manifestName || name == ChecksumManifest::kReportName || isArchive(name)))
             continue;
         report.extra << PathText::display(path.mid(1));
     }

@@ -27,6 +27,7 @@
 #include "FileLayer.h"
 #include "OperationQueue.h"
 #include "QVVolume.h"
+#include "TransferReport.h"
 #include "TransferSettings.h"
 #include "TransferStages.h"
 
@@ -104,8 +105,13 @@ class AppController : public CopyDelegate, public TransferStages {
     void writeChecksumFileForVolume(QVVolume& volume);
     /// Files that contradict the card's own ASC MHL history become failures (before manifests).
     void checkCardHistory(QVVolume& volume, const QString& cardPath);
+    /// The transfer report beside every destination's manifest.
+    void writeReportForVolume(QVVolume& volume, const QString& cardPath,
+                              const TransferReport::Content& report);
+    /// What the report says of this transfer, from its ledger and the volume.
+    TransferReport::Content reportContent(QVVolume& volume, const QDateTime& start);
     /// Continues the ASC MHL history of every complete destination (after every sidecar).
-    void writeHistoryForVolume(QVVolume& volume);
+    void writeHistoryForVolume(QVVolume& volume, const QString& cardRecord);
 
     // ---- Copy engine delegate (AppControllerCopyDelegate.cpp)
     void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>& info) override;

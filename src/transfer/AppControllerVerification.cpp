@@ -43,11 +43,12 @@ Map blankDictionaryWithKeys(const std::map<QString, std::uint64_t>& sizes) {
     return blank;
 }
 
-// A later transfer's copy placed at the top of this one is not part of it, nor is the history
-// folder, which each copy continues on its own.
+// A later transfer's copy placed at the top of this one is not part of it, nor are the history
+// folder (each copy continues its own) and the report.
 bool isLaterCopy(const QString& folder, const QString& basePath, const QString& name) {
     return folder == basePath &&
            (name == QLatin1String(AscMhlHistory::kFolder) ||
+            name == QLatin1String(ChecksumManifest::kReportName) ||
             ChecksumManifest::isLaterCopy(FileLayer::posix(), QFile::encodeName(folder),
                                           QFile::encodeName(name)));
 }

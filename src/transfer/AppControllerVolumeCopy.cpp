@@ -1,5 +1,7 @@
 // File-mode transfer of a volume: every item of the card to every destination through the
 // copy engine, the copies read back from their medium, the manifests, and the outcome.
+#include <sys/sysmacros.h>
+
 #include <QFile>
 
 #include "AppController.h"
@@ -17,6 +19,10 @@
 #include "VolumeCopy.h"
 
 namespace {
+
+DigestContext::Kind digestKindOf(qint64 checksumFormat) {
+    return DigestContext::Kind(int(verificationTypeFor(checksumFormat)) - 1);
+}
 
 bool isSkipped(const QByteArray& name) {
     static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
@@ -80,6 +86,7 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
 bool AppController::copyDisk(const QString& path, const QStringList& destinations,
                              const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
+    const QDateTime started = QDateTime::currentDateTimeUtc();
     bool copyFailed = false;
     try {
         copyFailed = !copyVolumeItems(path, destinations, volume);
@@ -97,7 +104,9 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     }
     checkCardHistory(v, path);
     writeChecksumFileForVolume(v);
-    writeHistoryForVolume(v);
+    const TransferReport::Content report = reportContent(v, started);
+    writeReportForVolume(v, path, report);
+    writeHistoryForVolume(v, TransferReport::cardRecord(report.card, report.start, report.end));
     QVLog::appendLog(u"Volume copy finished");
     setOutcome(v, copyFailed);
     if (v.status() == QVVolume::Cancelled) {
@@ -222,14 +231,6 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     }
 }
 
-namespace {
-
-DigestContext::Kind digestKindOf(qint64 checksumFormat) {
-    return DigestContext::Kind(int(verificationTypeFor(checksumFormat)) - 1);
-}
-
-}  // namespace
-
 void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) {
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     if (!ledger)
@@ -249,7 +250,81 @@ void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) 
     }
 }
 
-void AppController::writeHistoryForVolume(QVVolume& volume) {
+TransferReport::Content AppController::reportContent(QVVolume& volume, const QDateTime& start) {
+    TransferReport::Content report;
+    report.card.name = volume.name();
+    report.card.format = volume.typeName();
+    report.card.bytes = volume.totalMediaUsage();
+    if (const quint64 device = volume.sourceDevice(); device != 0)
+        report.card.device = QStringLiteral("%1:%2").arg(major(device)).arg(minor(device));
+    report.card.fileSystem = volume.udid();
+    report.digest =
+        DigestContext::name(digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
+    const bool inlineCheck = settings_.isOn(SettingsKey::inlineVerification);
+    report.checkedHow = inlineCheck ? QStringLiteral(
+                                          "inline, as each block was written; not read "
+                                          "back from the media")
+                                    : QStringLiteral(
+                                          "read back from the media after each copy "
+                                          "was flushed");
+    report.start = start;
+    report.end = QDateTime::currentDateTimeUtc();
+    const std::shared_ptr<TransferLedger> ledger = volume.ledger();
+    if (!ledger)
+        return report;
+    const QStringList destinations = volume.destinations();
+    for (qsizetype i = 0; i < destinations.size(); ++i) {
+        const bool complete =
+            std::size_t(i) < ledger->destinationCount() && ledger->isComplete(std::size_t(i));
+        report.destinations.push_back({destinations[i],
+                                       complete ? QStringLiteral("complete and verified")
+                                                : QStringLiteral("NOT complete: see the failures"),
+                                       complete});
+    }
+    ledger->forEachFile([&](const QByteArray& path, std::uint64_t size, const QByteArray& digest) {
+        report.files.push_back({PathText::display(path.mid(1)), size, QString::fromLatin1(digest)});
+    });
+    const auto name = [&](int destination) {
+        return destination == TransferLedger::kAllDestinations ? QStringLiteral("every destination")
+                                                               : destinations.value(destination);
+    };
+    for (const auto& failures : {ledger->failures(), ledger->damaged()}) {
+        for (const TransferLedger::Failure& failure : failures)
+            report.failures << QStringLiteral("%1 on %2: %3")
+                                   .arg(PathText::display(failure.path), name(failure.destination),
+                                        failure.reason);
+    }
+    if (const auto interruption = ledger->interruption())
+        report.failures << QStringLiteral("The transfer stopped short: ") + *interruption;
+    for (const auto& [field, value] : volume.metadata())
+        report.metadata.emplace_back(field, value);
+    return report;
+}
+
+void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPath,
+                                         const TransferReport::Content& report) {
+    try {
+        struct stat status {};
+        // A card file of that name is copied as it is and never replaced.
+        if (fileLayer_.linkStatus(PathText::bytes(cardPath) + '/' + ChecksumManifest::kReportName,
+                                  &status) == 0) {
+            QVLog::appendLog(u"No transfer report: the card has a file of its name");
+            return;
+        }
+        const QByteArray html = TransferReport::html(report);
+        for (const QString& folder : volume.destinations()) {
+            QString error;
+            if (!ChecksumManifest::write(
+                    fileLayer_, PathText::bytes(folder) + '/' + ChecksumManifest::kReportName, html,
+                    &error))
+                QVLog::appendLog(u"Transfer report not written to %@: %@", folder, error);
+        }
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "writeReportForVolume:");
+    }
+}
+
+void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardRecord) {
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     if (!ledger || !settings_.isOn(SettingsKey::writeAscMhl))
         return;
@@ -265,7 +340,7 @@ void AppController::writeHistoryForVolume(QVVolume& volume) {
                 continue;
             const QString& folder = destinations[qsizetype(i)];
             const HistorySealer::Result result =
-                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind);
+                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind, cardRecord);
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
         }

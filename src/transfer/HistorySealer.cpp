@@ -67,7 +67,8 @@ QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger
 }
 
 HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger& ledger,
-                                          const QByteArray& folder, DigestContext::Kind kind) {
+                                          const QByteArray& folder, DigestContext::Kind kind,
+                                          const QString& comment) {
     Result result;
     AscMhlHistory history = AscMhlHistory::load(layer, folder, &result.error);
     if (!result.error.isEmpty())
@@ -81,6 +82,7 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
 
     AscMhlHistory::Generation generation;
     generation.created = QDateTime::currentDateTimeUtc();
+    generation.comment = comment;
     QStringList unnamed;
     ManifestVerifier::forEachFile(
         layer, folder, [&](const QByteArray& relative, const struct stat& status) {

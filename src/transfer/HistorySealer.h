@@ -25,5 +25,5 @@ class HistorySealer {
                                       const QByteArray& card, DigestContext::Kind kind);
     /// Appends the transfer's generation to the copy's history (made when missing).
     static Result seal(FileLayer& layer, const TransferLedger& ledger, const QByteArray& folder,
-                       DigestContext::Kind kind);
+                       DigestContext::Kind kind, const QString& comment = {});
 };

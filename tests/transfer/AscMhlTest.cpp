@@ -15,6 +15,7 @@
 #include "OffloadFixture.h"
 #include "Preferences.h"
 #include "TestFiles.h"
+#include "TransferReport.h"
 
 namespace {
 
@@ -94,7 +95,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
             AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
         EXPECT_EQ(error, "");
         const auto latest = history.latest();
-        ASSERT_EQ(latest.size(), 3u) << "both clips and the manifest";
+        ASSERT_EQ(latest.size(), 4u) << "both clips, the manifest and the report";
         const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.size, 90000u);
         ASSERT_EQ(clip.hashes.size(), 1u);
@@ -103,7 +104,8 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         EXPECT_EQ(clip.hashes[0].hex,
                   FileHashCreateWithPath(DigestContext::Kind::XXH128,
                                          volume->path() + "/DCIM/101EOS5D/MVI_0001.MOV"));
-        EXPECT_TRUE(latest.count("checksums.txt")) << "the sidecar is sealed too";
+        EXPECT_TRUE(latest.count("checksums.txt") && latest.count("Transfer Report.html"))
+            << "the sidecars are sealed too";
         EXPECT_TRUE(HistoryVerifier::verify(destination).ok());
     }
 
@@ -113,7 +115,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
     const auto byHistory = HistoryVerifier::verify(destination);
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
-    EXPECT_EQ(byHistory.checked, 3);
+    EXPECT_EQ(byHistory.checked, 4);
     const auto byManifest = ManifestVerifier::verify(destination);
     EXPECT_FALSE(byManifest.ok());
     EXPECT_EQ(byManifest.ambiguous.size(), 2);
@@ -136,6 +138,43 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     TestFiles::write(destination + "/ascmhl/" + sealed[0], "<hashlist/>");
     AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
     EXPECT_TRUE(error.contains("was changed")) << error.toStdString();
+}
+
+// The report a producer gets: every file with its digest, every destination's verdict, nothing
+// that runs or loads; rebuilt from the copy's history alone, it lists the same files.
+TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
+    const auto volume = stillsCard("EOS_DIGITAL");
+    settings_.setObject(SettingsKey::checksumFormat,
+                        PropertyList(qint64(DigestContext::Kind::MD5)));
+    ASSERT_TRUE(offload({volume}));
+    ASSERT_EQ(volume->status(), QVVolume::Done);
+    const QStringList destinations = volume->destinations();
+    const QString page =
+        QString::fromUtf8(TestFiles::read(destinations[0] + "/Transfer Report.html"));
+    EXPECT_EQ(page, QString::fromUtf8(TestFiles::read(destinations[1] + "/Transfer Report.html")));
+    for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV"}) {
+        EXPECT_TRUE(page.contains(path));
+        EXPECT_TRUE(page.contains(*FileMD5HashCreateWithPath(volume->path() + '/' + path)));
+    }
+    for (const QString& destination : destinations)
+        EXPECT_TRUE(page.contains("<td>" + destination.toHtmlEscaped() +
+                                  "</td><td class=\"ok\">complete and verified</td>"));
+    EXPECT_TRUE(page.contains("<th>Card</th><td>EOS_DIGITAL</td>"));
+    EXPECT_TRUE(page.contains("read back from the media"));
+    EXPECT_FALSE(page.contains("<script") || page.contains("http:") || page.contains("https:"));
+
+    QString error;
+    const auto rebuilt =
+        TransferReport::fromFolder(FileLayer::posix(), QFile::encodeName(destinations[1]), &error);
+    ASSERT_TRUE(rebuilt) << error.toStdString();
+    EXPECT_EQ(rebuilt->card.name, "EOS_DIGITAL");
+    EXPECT_EQ(rebuilt->digest, "md5");
+    QStringList files;
+    for (const auto& file : rebuilt->files)
+        files << file.path;
+    files.sort();
+    EXPECT_EQ(files, QStringList({"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV",
+                                  "checksums.txt"}));
 }
 
 TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
