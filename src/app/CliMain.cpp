@@ -85,18 +85,23 @@ int writeReport(const QString& folder, const QString& output) {
     }
     if (!error.isEmpty())
         std::fprintf(stderr, "cardsweep-cli: %s: %s\n", qPrintable(folder), qPrintable(error));
-    const QByteArray html = TransferReport::html(*content);
     if (output.isEmpty()) {
-        std::fwrite(html.constData(), 1, std::size_t(html.size()), stdout);
+        TransferReport::write(*content, [](const QByteArray& piece) {
+            std::fwrite(piece.constData(), 1, std::size_t(piece.size()), stdout);
+        });
         return 0;
     }
     QSaveFile file(output);
-    if (!file.open(QIODevice::WriteOnly) || file.write(html) != html.size() || !file.commit()) {
+    bool written = file.open(QIODevice::WriteOnly);
+    TransferReport::write(*content, [&](const QByteArray& piece) {
+        written = written && file.write(piece) == piece.size();
+    });
+    if (!written || !file.commit()) {
         std::fprintf(stderr, "cardsweep-cli: %s: %s\n", qPrintable(output),
                      qPrintable(file.errorString()));
         return 1;
     }
-    std::printf("%s: report of %zu files written\n", qPrintable(output), content->files.size());
+    std::printf("%s: report written\n", qPrintable(output));
     return 0;
 }
 

@@ -8,10 +8,13 @@
 
 #include "C4Id.h"
 #include "ChecksumManifest.h"
+#include "PathText.h"
+#include "StreamedFile.h"
 
 namespace {
 
 constexpr const char* kNamespace = "urn:ASC:MHL:v2.0";
+constexpr const char* kFooter = "  </hashes>\n</hashlist>\n";
 constexpr const char* kChainNamespace = "urn:ASC:MHL:DIRECTORY:v2.0";
 // What every history leaves out of its folder, as the reference tool writes it.
 constexpr const char* kIgnored[] = {".DS_Store", "ascmhl", "ascmhl/"};
@@ -30,10 +33,6 @@ QByteArray serialise(const pugi::xml_document& document) {
     std::ostringstream out;
     document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
     return QByteArray::fromStdString(out.str());
-}
-
-void addText(pugi::xml_node parent, const char* name, const QString& text) {
-    parent.append_child(name).text().set(utf8(text).constData());
 }
 
 QDateTime parseDate(const char* text) {
@@ -88,48 +87,78 @@ QString AscMhlHistory::dateText(const QDateTime& date) {
     return date.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")) + QStringLiteral("+00:00");
 }
 
-QByteArray AscMhlHistory::toXml(const Generation& generation) {
-    pugi::xml_document document;
-    pugi::xml_node declaration = document.append_child(pugi::node_declaration);
-    declaration.append_attribute("version") = "1.0";
-    declaration.append_attribute("encoding") = "UTF-8";
-    pugi::xml_node root = document.append_child("hashlist");
-    root.append_attribute("version") = "2.0";
-    root.append_attribute("xmlns") = kNamespace;
-
-    pugi::xml_node creator = root.append_child("creatorinfo");
-    addText(creator, "creationdate", dateText(generation.created));
-    addText(creator, "hostname", hostName());
-    pugi::xml_node tool = creator.append_child("tool");
-    tool.append_attribute("version") = CARDSWEEP_VERSION;
-    tool.text().set("Cardsweep");
-    if (!generation.comment.isEmpty())
-        addText(creator, "comment", generation.comment);
-
-    pugi::xml_node process = root.append_child("processinfo");
-    addText(process, "process", generation.process);
-    pugi::xml_node ignore = process.append_child("ignore");
-    for (const char* pattern : kIgnored)
-        ignore.append_child("pattern").text().set(pattern);
-
-    pugi::xml_node hashes = root.append_child("hashes");
-    for (const Entry& entry : generation.entries) {
-        pugi::xml_node hash = hashes.append_child("hash");
-        pugi::xml_node path = hash.append_child("path");
-        path.text().set(entry.path.constData());
-        path.append_attribute("size") = static_cast<unsigned long long>(entry.size);
-        if (entry.modified.isValid())
-            path.append_attribute("lastmodificationdate") =
-                utf8(dateText(entry.modified)).constData();
-        for (const Hash& digest : entry.hashes) {
-            pugi::xml_node node =
-                hash.append_child(utf8(DigestContext::name(digest.kind)).constData());
-            node.append_attribute("action") = utf8(digest.action).constData();
-            node.append_attribute("hashdate") = utf8(dateText(digest.date)).constData();
-            node.text().set(utf8(digest.hex).constData());
+// Text and attribute values as XML holds them; a carriage return is kept as a reference, since
+// a parser would turn a bare one into a line feed.
+QByteArray AscMhlHistory::escaped(const QByteArray& text) {
+    QByteArray out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\r':
+                out += "&#13;";
+                break;
+            default:
+                out += c;
         }
     }
-    return serialise(document);
+    return out;
+}
+
+bool AscMhlHistory::canHold(const QByteArray& path) {
+    for (const char c : path) {
+        if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r')
+            return false;  // XML 1.0 has no way to write these
+    }
+    return PathText::isValidUtf8(path);
+}
+
+QByteArray AscMhlHistory::headerXml(const Generation& generation) {
+    QByteArray xml =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<hashlist version=\"2.0\" xmlns=\"";
+    xml += kNamespace;
+    xml += "\">\n  <creatorinfo>\n    <creationdate>" + utf8(dateText(generation.created)) +
+           "</creationdate>\n    <hostname>" + escaped(utf8(hostName())) +
+           "</hostname>\n    <tool version=\"" CARDSWEEP_VERSION "\">Cardsweep</tool>\n";
+    if (!generation.comment.isEmpty())
+        xml += "    <comment>" + escaped(utf8(generation.comment)) + "</comment>\n";
+    xml += "  </creatorinfo>\n  <processinfo>\n    <process>" + escaped(utf8(generation.process)) +
+           "</process>\n    <ignore>\n";
+    for (const char* pattern : kIgnored)
+        xml += QByteArray("      <pattern>") + pattern + "</pattern>\n";
+    xml += "    </ignore>\n  </processinfo>\n  <hashes>\n";
+    return xml;
+}
+
+QByteArray AscMhlHistory::entryXml(const Entry& entry) {
+    QByteArray xml = "    <hash>\n      <path size=\"" + QByteArray::number(entry.size) + '"';
+    if (entry.modified.isValid())
+        xml += " lastmodificationdate=\"" + utf8(dateText(entry.modified)) + '"';
+    xml += '>' + escaped(entry.path) + "</path>\n";
+    for (const Hash& digest : entry.hashes) {
+        const QByteArray name = utf8(DigestContext::name(digest.kind));
+        xml += "      <" + name + " action=\"" + escaped(utf8(digest.action)) + "\" hashdate=\"" +
+               utf8(dateText(digest.date)) + "\">" + utf8(digest.hex) + "</" + name + ">\n";
+    }
+    return xml + "    </hash>\n";
+}
+
+QByteArray AscMhlHistory::toXml(const Generation& generation) {
+    QByteArray xml = headerXml(generation);
+    for (const Entry& entry : generation.entries)
+        xml += entryXml(entry);
+    return xml + kFooter;
 }
 
 std::optional<AscMhlHistory::Generation> AscMhlHistory::fromXml(const QByteArray& xml) {
@@ -228,6 +257,22 @@ std::map<QByteArray, AscMhlHistory::Entry> AscMhlHistory::latest() const {
 
 bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation generation,
                            QString* error) {
+    std::vector<Entry> entries = std::move(generation.entries);
+    generation.entries.clear();
+    const bool written = append(
+        layer, folder, generation,
+        [&](const EntrySink& sink) {
+            for (const Entry& entry : entries)
+                sink(entry);
+        },
+        error);
+    if (written)
+        generations_.back().entries = std::move(entries);
+    return written;
+}
+
+bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation header,
+                           const EntrySource& entries, QString* error) {
     const QByteArray base = folder + '/' + kFolder;
     if (layer.makeFolder(base) != 0 && errno != EEXIST) {
         *error = QStringLiteral("the history folder can't be made");
@@ -237,16 +282,19 @@ bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generatio
     for (const auto& link : chain_)
         number = std::max(number, link.first.left(4).toInt() + 1);
     number = std::max(number, int(chain_.size()) + 1);
-    generation.number = number;
-    generation.fileName = generationName(number, folder, generation.created);
-    const QByteArray xml = toXml(generation);
-    if (!ChecksumManifest::write(layer, base + '/' + generation.fileName, xml, error))
+    header.number = number;
+    header.fileName = generationName(number, folder, header.created);
+    StreamedFile file(layer, base + '/' + header.fileName);
+    file.append(headerXml(header));
+    entries([&](const Entry& entry) { file.append(entryXml(entry)); });
+    file.append(kFooter);
+    if (!file.commit(error))
         return false;
-    chain_.emplace_back(generation.fileName, C4Id::of(xml));
+    chain_.emplace_back(header.fileName, C4Id::fromSha512(file.sha512()));
     if (!ChecksumManifest::write(layer, base + '/' + kChain, chainXml(chain_), error)) {
         chain_.pop_back();
         return false;
     }
-    generations_.push_back(std::move(generation));
+    generations_.push_back(std::move(header));
     return true;
 }

@@ -8,7 +8,9 @@
 #include <QDateTime>
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "DigestContext.h"
@@ -54,6 +56,16 @@ class AscMhlHistory {
     /// Writes the next generation (number and file name are chosen here) into the folder's
     /// history, then the chain naming it. Each file is whole or absent. False with the reason.
     bool append(FileLayer& layer, const QByteArray& folder, Generation generation, QString* error);
+    using EntrySink = std::function<void(const Entry&)>;
+    using EntrySource = std::function<void(const EntrySink&)>;
+    /// As append, the entries handed over one at a time and written as they come, so a card
+    /// of any size costs little memory; the history keeps the generation without them.
+    bool append(FileLayer& layer, const QByteArray& folder, Generation header,
+                const EntrySource& entries, QString* error);
+
+    /// A path every XML reader gives back byte for byte: UTF-8 without control characters
+    /// other than tab, line feed and carriage return.
+    static bool canHold(const QByteArray& path);
 
     /// The generation as its file holds it.
     static QByteArray toXml(const Generation& generation);
@@ -63,6 +75,10 @@ class AscMhlHistory {
     static QString dateText(const QDateTime& date);
 
   private:
+    static QByteArray escaped(const QByteArray& text);
+    static QByteArray headerXml(const Generation& generation);
+    static QByteArray entryXml(const Entry& entry);
+
     std::vector<Generation> generations_;
     std::vector<std::pair<QByteArray, QString>> chain_;  // file name, C4 identifier
 };

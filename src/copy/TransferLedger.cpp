@@ -228,6 +228,17 @@ void TransferLedger::forEachFile(const FileVisitor& visit) const {
         visit(file.path, file.size, hex(file.digest));
 }
 
+std::optional<TransferLedger::Recorded> TransferLedger::fileAt(const QByteArray& path) const {
+    const std::lock_guard lock(mutex_);
+    for (; indexed_ < files_.size(); ++indexed_)
+        index_.insert(QByteArrayView(files_[indexed_].path), indexed_);
+    const auto found = index_.constFind(QByteArrayView(path));
+    if (found == index_.constEnd())
+        return std::nullopt;
+    const File& file = files_[*found];
+    return Recorded{file.size, hex(file.digest)};
+}
+
 QByteArray TransferLedger::manifestName(std::size_t destination) const {
     const std::lock_guard lock(mutex_);
     return destination < manifestNames_.size() ? manifestNames_[destination] : QByteArray();

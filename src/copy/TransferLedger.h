@@ -5,6 +5,7 @@
 // files costs a few megabytes), so recording is constant time. Thread-safe.
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 #include <array>
@@ -68,6 +69,12 @@ class TransferLedger {
     /// Every file read whole from the card, in the order it was copied: its path, size and
     /// the card's digest (hex). Holds the ledger's lock; the visitor must not call back in.
     void forEachFile(const FileVisitor& visit) const;
+    struct Recorded {
+        std::uint64_t size = 0;
+        QByteArray sourceDigest;  // hex
+    };
+    /// The file recorded at this path ("/..."), the last one when recorded twice.
+    std::optional<Recorded> fileAt(const QByteArray& path) const;
 
     /// The manifest's file name in the destination, once chosen (empty before).
     QByteArray manifestName(std::size_t destination) const;
@@ -105,4 +112,7 @@ class TransferLedger {
     std::vector<Link> links_;                // guarded by mutex_
     std::optional<QString> interruption_;    // guarded by mutex_
     std::vector<QByteArray> manifestNames_;  // guarded by mutex_
+    // Built on the first lookup, extended by later ones: views into files_' paths.
+    mutable QHash<QByteArrayView, std::size_t> index_;  // guarded by mutex_
+    mutable std::size_t indexed_ = 0;                   // guarded by mutex_: files in index_
 };

@@ -16,6 +16,7 @@
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
+#include "StreamedFile.h"
 #include "VolumeCopy.h"
 
 namespace {
@@ -281,9 +282,12 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
                                                 : QStringLiteral("NOT complete: see the failures"),
                                        complete});
     }
-    ledger->forEachFile([&](const QByteArray& path, std::uint64_t size, const QByteArray& digest) {
-        report.files.push_back({PathText::display(path.mid(1)), size, QString::fromLatin1(digest)});
-    });
+    report.files = [ledger](const TransferReport::FileSink& sink) {
+        ledger->forEachFile(
+            [&](const QByteArray& path, std::uint64_t size, const QByteArray& digest) {
+                sink({PathText::display(path.mid(1)), size, digest});
+            });
+    };
     const auto name = [&](int destination) {
         return destination == TransferLedger::kAllDestinations ? QStringLiteral("every destination")
                                                                : destinations.value(destination);
@@ -311,12 +315,12 @@ void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPa
             QVLog::appendLog(u"No transfer report: the card has a file of its name");
             return;
         }
-        const QByteArray html = TransferReport::html(report);
         for (const QString& folder : volume.destinations()) {
+            StreamedFile file(fileLayer_,
+                              PathText::bytes(folder) + '/' + ChecksumManifest::kReportName);
+            TransferReport::write(report, [&](const QByteArray& piece) { file.append(piece); });
             QString error;
-            if (!ChecksumManifest::write(
-                    fileLayer_, PathText::bytes(folder) + '/' + ChecksumManifest::kReportName, html,
-                    &error))
+            if (!file.commit(&error))
                 QVLog::appendLog(u"Transfer report not written to %@: %@", folder, error);
         }
     } catch (const std::exception& exception) {
@@ -343,6 +347,8 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
                 HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind, cardRecord);
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
+            else if (!result.error.isEmpty())
+                QVLog::appendLog(u"ASC MHL history of %@: %@", folder, result.error);
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeHistoryForVolume:");

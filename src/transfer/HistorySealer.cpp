@@ -1,18 +1,12 @@
 #include "HistorySealer.h"
 
 #include <QDateTime>
-#include <unordered_map>
 
 #include "AscMhlHistory.h"
 #include "ManifestVerifier.h"
 #include "PathText.h"
 
 namespace {
-
-struct Copied {
-    std::uint64_t size;
-    QString digest;
-};
 
 QDateTime modificationTime(const struct stat& status) {
     return QDateTime::fromMSecsSinceEpoch(
@@ -39,19 +33,13 @@ QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger
                                           const QByteArray& card, DigestContext::Kind kind) {
     QString error;
     const AscMhlHistory history = AscMhlHistory::load(layer, card, &error);
-    if (history.isEmpty())
-        return {};
-    std::unordered_map<QByteArray, QString> copied;
-    ledger.forEachFile([&](const QByteArray& path, std::uint64_t, const QByteArray& digest) {
-        copied[path.mid(1)] = QString::fromLatin1(digest);
-    });
     QStringList damaged;
     for (const auto& [path, entry] : history.latest()) {
-        const auto found = copied.find(path);
-        if (found == copied.end())
+        const auto copied = ledger.fileAt('/' + path);
+        if (!copied)
             continue;  // not copied: its failure is named already
         for (const AscMhlHistory::Hash& hash : entry.hashes) {
-            QString digest = found->second;
+            QString digest = QString::fromLatin1(copied->sourceDigest);
             if (hash.kind != kind) {
                 const auto read =
                     ManifestVerifier::digestsFromMedium(layer, card + '/' + path, {hash.kind});
@@ -73,46 +61,47 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
     AscMhlHistory history = AscMhlHistory::load(layer, folder, &result.error);
     if (!result.error.isEmpty())
         return result;
-    const std::map<QByteArray, AscMhlHistory::Entry> before = history.latest();
-
-    std::unordered_map<QByteArray, Copied> copied;
-    ledger.forEachFile([&](const QByteArray& path, std::uint64_t size, const QByteArray& digest) {
-        copied[path.mid(1)] = {size, QString::fromLatin1(digest)};
-    });
-
-    AscMhlHistory::Generation generation;
-    generation.created = QDateTime::currentDateTimeUtc();
-    generation.comment = comment;
+    // Every name must fit in the history before any of it is written.
     QStringList unnamed;
-    ManifestVerifier::forEachFile(
-        layer, folder, [&](const QByteArray& relative, const struct stat& status) {
-            const QByteArray path = relative.mid(1);
-            if (!PathText::isValidUtf8(path)) {
-                unnamed << PathText::display(path);
-                return;
-            }
-            QString digest;
-            if (const auto found = copied.find(path); found != copied.end()) {
-                digest = found->second.digest;
-            } else if (const auto read =
-                           ManifestVerifier::digestsFromMedium(layer, folder + relative, {kind})) {
-                digest = read->front();  // a sidecar of this transfer
-            } else {
-                result.error = QStringLiteral("%1 can't be read").arg(PathText::display(path));
-                return;
-            }
-            AscMhlHistory::Entry entry{
-                path,
-                std::uint64_t(status.st_size),
-                modificationTime(status),
-                {{kind, digest, actionFor(before, path, kind, digest), generation.created}}};
-            generation.entries.push_back(std::move(entry));
-        });
-    if (!unnamed.isEmpty())
-        result.error = QStringLiteral("names that aren't UTF-8 can't be recorded: %1")
-                           .arg(unnamed.join(QStringLiteral(", ")));
-    if (!result.error.isEmpty())
+    ManifestVerifier::forEachFile(layer, folder, [&](const QByteArray& path, const struct stat&) {
+        if (!AscMhlHistory::canHold(path.mid(1)))
+            unnamed << PathText::display(path.mid(1));
+    });
+    if (!unnamed.isEmpty()) {
+        result.error = QStringLiteral("%1 name(s) a history can't hold, such as %2")
+                           .arg(unnamed.size())
+                           .arg(unnamed.first());
         return result;
-    result.written = history.append(layer, folder, std::move(generation), &result.error);
+    }
+
+    const std::map<QByteArray, AscMhlHistory::Entry> before = history.latest();
+    AscMhlHistory::Generation header;
+    header.created = QDateTime::currentDateTimeUtc();
+    header.comment = comment;
+    QStringList unreadable;
+    const auto entries = [&](const AscMhlHistory::EntrySink& sink) {
+        ManifestVerifier::forEachFile(
+            layer, folder, [&](const QByteArray& relative, const struct stat& status) {
+                const QByteArray path = relative.mid(1);
+                QString digest;
+                if (const auto copied = ledger.fileAt(relative)) {
+                    digest = QString::fromLatin1(copied->sourceDigest);
+                } else if (const auto read = ManifestVerifier::digestsFromMedium(
+                               layer, folder + relative, {kind})) {
+                    digest = read->front();  // a sidecar of this transfer
+                } else {
+                    unreadable << PathText::display(path);
+                    return;
+                }
+                sink({path,
+                      std::uint64_t(status.st_size),
+                      modificationTime(status),
+                      {{kind, digest, actionFor(before, path, kind, digest), header.created}}});
+            });
+    };
+    result.written = history.append(layer, folder, header, entries, &result.error);
+    if (result.written && !unreadable.isEmpty())
+        result.error =
+            QStringLiteral("left out, can't be read: ") + unreadable.join(QStringLiteral(", "));
     return result;
 }

@@ -16,7 +16,7 @@ class HistorySealer {
   public:
     struct Result {
         bool written = false;
-        QString error;  // why no generation was written
+        QString error;  // why no generation was written, or what it had to leave out
     };
 
     /// Files of the card whose digest, as the transfer read it, differs from the card's own

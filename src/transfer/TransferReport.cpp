@@ -43,10 +43,14 @@ constexpr const char* kStyle =
 
 }  // namespace
 
-QByteArray TransferReport::html(const Content& content) {
+void TransferReport::write(const Content& content, const Output& out) {
+    std::uint64_t count = 0;
     std::uint64_t bytes = 0;
-    for (const File& file : content.files)
-        bytes += file.size;
+    if (content.files)
+        content.files([&](const File& file) {
+            ++count;
+            bytes += file.size;
+        });
     QString page;
     page += QStringLiteral("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\">\n<title>");
     page += escaped(QStringLiteral("Transfer report: ") + content.card.name);
@@ -70,7 +74,7 @@ QByteArray TransferReport::html(const Content& content) {
     page += row(QStringLiteral("Started"), when(content.start));
     page += row(QStringLiteral("Ended"), when(content.end));
     page += row(QStringLiteral("Copied"), QStringLiteral("%1 files, %2")
-                                              .arg(content.files.size())
+                                              .arg(count)
                                               .arg(QVFileManager::formatFileSize(double(bytes))));
     page += row(QStringLiteral("Speed"), speed(content, bytes));
     page += QStringLiteral(
@@ -97,14 +101,26 @@ QByteArray TransferReport::html(const Content& content) {
     }
     page += QStringLiteral("<h2>Files</h2>\n<table>\n<tr><th>File</th><th>Size</th><th>");
     page += escaped(content.digest) + QStringLiteral("</th></tr>\n");
-    for (const File& file : content.files)
-        page +=
-            QStringLiteral("<tr><td>%1</td><td class=\"n\">%2</td><td><code>%3</code></td></tr>\n")
-                .arg(escaped(file.path))
-                .arg(file.size)
-                .arg(escaped(file.digest));
-    page += QStringLiteral("</table>\n</body></html>\n");
-    return page.toUtf8();
+    out(page.toUtf8());
+    // The file list goes out in pieces: it is most of the page.
+    QByteArray rows;
+    if (content.files)
+        content.files([&](const File& file) {
+            rows += "<tr><td>" + escaped(file.path).toUtf8() + "</td><td class=\"n\">" +
+                    QByteArray::number(file.size) + "</td><td><code>" + file.digest +
+                    "</code></td></tr>\n";
+            if (rows.size() >= (1 << 20)) {
+                out(rows);
+                rows.clear();
+            }
+        });
+    out(rows + "</table>\n</body></html>\n");
+}
+
+QByteArray TransferReport::html(const Content& content) {
+    QByteArray page;
+    write(content, [&](const QByteArray& piece) { page += piece; });
+    return page;
 }
 
 // "key=value" pairs, percent-encoded, so any card name survives the round trip.
@@ -163,13 +179,17 @@ std::optional<TransferReport::Content> TransferReport::fromFolder(FileLayer& lay
     }
     Content content;
     readCardRecord(transfer->comment, &content);
+    auto entries = std::make_shared<std::vector<AscMhlHistory::Entry>>();
     for (const AscMhlHistory::Entry& entry : transfer->entries) {
         if (entry.hashes.empty() || entry.path == ChecksumManifest::kReportName)
             continue;
         content.digest = DigestContext::name(entry.hashes.front().kind);
-        content.files.push_back(
-            {QString::fromUtf8(entry.path), entry.size, entry.hashes.front().hex});
+        entries->push_back(entry);
     }
+    content.files = [entries](const FileSink& sink) {
+        for (const AscMhlHistory::Entry& entry : *entries)
+            sink({QString::fromUtf8(entry.path), entry.size, entry.hashes.front().hex.toLatin1()});
+    };
     content.checkedHow = QStringLiteral("read back from the media when the copy was made");
     content.destinations.push_back({PathText::display(folder),
                                     QStringLiteral("complete and verified, as its history records"),

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -26,8 +27,11 @@ class TransferReport {
     struct File {
         QString path;
         std::uint64_t size = 0;
-        QString digest;
+        QByteArray digest;
     };
+    using FileSink = std::function<void(const File&)>;
+    /// Hands every file to the sink, in order; may be called more than once.
+    using FileSource = std::function<void(const FileSink&)>;
     struct Card {
         QString name;
         QString format;
@@ -42,11 +46,14 @@ class TransferReport {
         QDateTime start;
         QDateTime end;
         std::vector<Destination> destinations;
-        std::vector<File> files;
+        FileSource files;  // handed over one at a time: a card of any size in little memory
         QStringList failures;
         std::vector<std::pair<QString, QString>> metadata;
     };
 
+    using Output = std::function<void(const QByteArray&)>;
+    /// The page, piece by piece.
+    static void write(const Content& content, const Output& out);
     static QByteArray html(const Content& content);
 
     /// The card as one line of text a history's generation can keep, and back.

@@ -72,6 +72,8 @@ TEST(C4Id, KnownIdentifiers) {
 }
 
 TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
+    // A name XML must escape, carriage return included, comes back byte for byte.
+    TestFiles::write(workPath("cards/EOS_DIGITAL/DCIM/R&D <\"take\" 2>\r.MOV"), "odd");
     const auto volume = stillsCard("EOS_DIGITAL");
     ASSERT_TRUE(offload({volume}));
     ASSERT_EQ(volume->status(), QVVolume::Done) << volume->statusText().toStdString();
@@ -95,7 +97,8 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
             AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
         EXPECT_EQ(error, "");
         const auto latest = history.latest();
-        ASSERT_EQ(latest.size(), 4u) << "both clips, the manifest and the report";
+        ASSERT_EQ(latest.size(), 5u) << "three clips, the manifest and the report";
+        EXPECT_TRUE(latest.count("DCIM/R&D <\"take\" 2>\r.MOV"));
         const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.size, 90000u);
         ASSERT_EQ(clip.hashes.size(), 1u);
@@ -115,7 +118,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
     const auto byHistory = HistoryVerifier::verify(destination);
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
-    EXPECT_EQ(byHistory.checked, 4);
+    EXPECT_EQ(byHistory.checked, 5);
     const auto byManifest = ManifestVerifier::verify(destination);
     EXPECT_FALSE(byManifest.ok());
     EXPECT_EQ(byManifest.ambiguous.size(), 2);
@@ -170,8 +173,7 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     EXPECT_EQ(rebuilt->card.name, "EOS_DIGITAL");
     EXPECT_EQ(rebuilt->digest, "md5");
     QStringList files;
-    for (const auto& file : rebuilt->files)
-        files << file.path;
+    rebuilt->files([&](const TransferReport::File& file) { files << file.path; });
     files.sort();
     EXPECT_EQ(files, QStringList({"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV",
                                   "checksums.txt"}));
