@@ -12,6 +12,7 @@
 #include "CardFormat.h"
 #include "CliCommands.h"
 #include "DetachedThreads.h"
+#include "DigestContext.h"
 #include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
 #include "OffloadRunner.h"
@@ -175,8 +176,19 @@ int main(int argc, char** argv) {
         ->required()
         ->take_all();
     offload->add_option("--project", project, "Project name for this run");
-    offload->add_option("--checksum", checksum, "Digest for this run")
-        ->check(CLI::IsMember({"xxh64", "xxh3", "xxh128", "md5", "sha1"}));
+    offload
+        ->add_option("--checksum", checksum,
+                     "Digest for this run: xxh64, xxh3, xxh128, md5 or sha1; more after commas "
+                     "(md5,xxh128) are made from the same read and kept in the history")
+        ->check(
+            [](const std::string& value) {
+                for (const QString& name : QString::fromStdString(value).split(u','))
+                    if (!DigestContext::fromName(name.trimmed()))
+                        return "not a digest: " + name.toStdString() +
+                               " (xxh64, xxh3, xxh128, md5 or sha1)";
+                return std::string();
+            },
+            "DIGEST[,DIGEST...]");
     offload->add_flag("--only-movies", onlyMovies, "Copy only the QuickTime movies");
     bool inlineCheck = false;
     offload->add_flag("--inline", inlineCheck,

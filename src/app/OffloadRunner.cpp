@@ -39,8 +39,20 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
     settings.setOverride(SettingsKey::transferType, PropertyList(qint64(0)));
     if (!request.project.isEmpty())
         settings.setOverride(SettingsKey::projectName, PropertyList(request.project));
-    if (const auto kind = DigestContext::fromName(request.checksum))
-        settings.setOverride(SettingsKey::checksumFormat, PropertyList(qint64(*kind)));
+    // The first digest is the manifest's; the others are made from the same read as well.
+    const QStringList digests = request.checksum.split(u',', Qt::SkipEmptyParts);
+    PropertyList::Array also;
+    for (qsizetype i = 0; i < digests.size(); ++i) {
+        const auto kind = DigestContext::fromName(digests[i].trimmed());
+        if (!kind)
+            continue;
+        if (i == 0)
+            settings.setOverride(SettingsKey::checksumFormat, PropertyList(qint64(*kind)));
+        else
+            also.push_back(PropertyList(qint64(*kind)));
+    }
+    if (!digests.isEmpty())
+        settings.setOverride(SettingsKey::alsoChecksumFormats, PropertyList(also));
     if (request.onlyMovies)
         settings.setOverride(SettingsKey::onlyCopyQTMovies, PropertyList(qint64(1)));
     if (request.inlineCheck)

@@ -74,6 +74,22 @@ AscMhlHistory::Entry readEntry(const pugi::xml_node& hash) {
     return entry;
 }
 
+int schemaOrder(DigestContext::Kind kind) {
+    switch (kind) {
+        case DigestContext::Kind::MD5:
+            return 0;
+        case DigestContext::Kind::SHA1:
+            return 1;
+        case DigestContext::Kind::XXH128:
+            return 2;
+        case DigestContext::Kind::XXH3:
+            return 3;
+        case DigestContext::Kind::XXH64:
+            return 4;
+    }
+    return 5;
+}
+
 QByteArray generationName(int number, const QByteArray& folder, const QDateTime& date) {
     const qsizetype slash = folder.lastIndexOf('/');
     const QByteArray base = folder.mid(slash + 1);
@@ -146,7 +162,15 @@ QByteArray AscMhlHistory::entryXml(const Entry& entry) {
     if (entry.modified.isValid())
         xml += " lastmodificationdate=\"" + utf8(dateText(entry.modified)) + '"';
     xml += '>' + escaped(entry.path) + "</path>\n";
-    for (const Hash& digest : entry.hashes) {
+    // The schema takes the kinds in one order: md5, sha1, xxh128, xxh3, xxh64.
+    std::vector<const Hash*> ordered;
+    for (const Hash& digest : entry.hashes)
+        ordered.push_back(&digest);
+    std::stable_sort(ordered.begin(), ordered.end(), [](const Hash* a, const Hash* b) {
+        return schemaOrder(a->kind) < schemaOrder(b->kind);
+    });
+    for (const Hash* hash : ordered) {
+        const Hash& digest = *hash;
         const QByteArray name = utf8(DigestContext::name(digest.kind));
         xml += "      <" + name + " action=\"" + escaped(utf8(digest.action)) + "\" hashdate=\"" +
                utf8(dateText(digest.date)) + "\">" + utf8(digest.hex) + "</" + name + ">\n";

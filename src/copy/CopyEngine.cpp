@@ -248,6 +248,8 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
         delegate_->fileCopyBytesWritten(result.copied, info_);
 
     const QString sourceDigest = result.sourceDigest ? result.sourceDigest->hexDigest() : QString();
+    if (result.sourceDigest)
+        info_->alsoChecksums = result.sourceDigest->alsoHexDigests();
     const bool everyCopyMade = std::find(opened.begin(), opened.end(), false) == opened.end();
     if (check) {
         handOverToReadBack(*check, sourceDigest, opened, failed);
@@ -294,7 +296,8 @@ std::optional<CopyPipeline::Result> CopyEngine::transfer(
     // reported; with nobody to ask there is nothing to wait for.
     const std::uint64_t holdEvery = delegate_ ? kProgressInterval : 0;
     try {
-        CopyPipeline pipeline(layer_, sourceFd, size, std::move(targets), type, check == nullptr);
+        CopyPipeline pipeline(layer_, sourceFd, size, std::move(targets), type, check == nullptr,
+                              also_);
         return pipeline.run(holdEvery, [this, check](std::uint64_t completed) {
             if (check)
                 readBack_->written(*check, completed);

@@ -43,6 +43,8 @@ class CopyEngine {
     /// After copy: per destination, errno of what made it fail (creating, writing or closing
     /// its copy), else 0.
     const std::vector<int>& destinationErrors() const { return destinationErrors_; }
+    /// Further digests of the source made from the same read (CopyInfo::alsoChecksums).
+    void alsoDigest(std::vector<DigestContext::Kind> kinds) { also_ = std::move(kinds); }
 
   private:
     class OpenFiles;
@@ -67,4 +69,5 @@ class CopyEngine {
     std::shared_ptr<CopyInfo> info_;
     std::uint64_t reported_ = 0;
     std::vector<int> destinationErrors_;
+    std::vector<DigestContext::Kind> also_;
 };

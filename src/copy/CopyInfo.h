@@ -34,6 +34,7 @@ struct CopyInfo {
     std::any object;
     std::any object2;
     std::optional<QString> sourceChecksum;
+    QStringList alsoChecksums;  // of the source, in the further kinds asked for, in their order
     std::optional<QString> destChecksum;
     std::optional<QStringList> destChecksums;
     std::optional<QString> failedFile;

@@ -196,7 +196,7 @@ class CopyPipeline::Ring {
 
 CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
                            std::vector<Destination> destinations, VerificationType type,
-                           bool readBackInline)
+                           bool readBackInline, const std::vector<DigestContext::Kind>& also)
     : layer_(layer),
       sourceFd_(sourceFd),
       expectedSize_(expectedSize),
@@ -205,7 +205,7 @@ CopyPipeline::CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expecte
       readBackInline_(readBackInline),
       writeErrors_(destinations_.size(), 0) {
     if (kind_)
-        sourceDigest_.emplace(*kind_);
+        sourceDigest_.emplace(*kind_, also);
     if (kind_ && readBackInline_)
         destinationDigests_.resize(destinations_.size());
 }

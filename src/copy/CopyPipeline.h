@@ -46,7 +46,7 @@ class CopyPipeline {
 
     CopyPipeline(FileLayer& layer, int sourceFd, std::uint64_t expectedSize,
                  std::vector<Destination> destinations, VerificationType type,
-                 bool readBackInline = true);
+                 bool readBackInline = true, const std::vector<DigestContext::Kind>& also = {});
 
     /// Copies until the source ends or the boundary says stop. No destination writes past a
     /// multiple of `holdEvery` bytes (a multiple of kBlockSize; 0 for no hold) before the

@@ -146,8 +146,16 @@ constexpr std::array<int, DigestContext::kKinds> kHexLengths = {32, 40, 16, 16, 
 
 DigestContext::DigestContext(Kind kind) : kind_(kind), algorithm_(makeAlgorithm(kind)) {}
 
+DigestContext::DigestContext(Kind kind, const std::vector<Kind>& also) : DigestContext(kind) {
+    for (const Kind other : also)
+        also_.push_back(makeAlgorithm(other));
+}
+
 DigestContext::DigestContext(const DigestContext& other)
-    : kind_(other.kind_), algorithm_(other.algorithm_->clone()) {}
+    : kind_(other.kind_), algorithm_(other.algorithm_->clone()) {
+    for (const auto& algorithm : other.also_)
+        also_.push_back(algorithm->clone());
+}
 
 DigestContext& DigestContext::operator=(const DigestContext& other) {
     if (this != &other)
@@ -160,14 +168,25 @@ DigestContext& DigestContext::operator=(DigestContext&&) noexcept = default;
 DigestContext::~DigestContext() = default;
 
 void DigestContext::update(const void* data, std::size_t length) {
-    if (length > 0)
-        algorithm_->update(data, length);
+    if (length == 0)
+        return;
+    algorithm_->update(data, length);
+    for (const auto& algorithm : also_)
+        algorithm->update(data, length);
 }
 
 QString DigestContext::hexDigest() const {
     unsigned char digest[64];
     const std::size_t length = algorithm_->finish(digest);
     return toHex(digest, length);
+}
+
+QStringList DigestContext::alsoHexDigests() const {
+    QStringList digests;
+    unsigned char digest[64];
+    for (const auto& algorithm : also_)
+        digests << toHex(digest, algorithm->finish(digest));
+    return digests;
 }
 
 QString DigestContext::name(Kind kind) {

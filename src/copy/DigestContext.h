@@ -5,9 +5,11 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class DigestContext {
   public:
@@ -16,6 +18,9 @@ class DigestContext {
     static constexpr int kKinds = 5;
 
     explicit DigestContext(Kind kind);
+    /// Computes further kinds from the same bytes beside the first (one read, several
+    /// digests); hexDigest stays the first's.
+    DigestContext(Kind kind, const std::vector<Kind>& also);
     DigestContext(const DigestContext& other);
     DigestContext& operator=(const DigestContext& other);
     DigestContext(DigestContext&&) noexcept;
@@ -29,6 +34,8 @@ class DigestContext {
     /// Finalises a copy and returns the digest as lower-case hex (xxHash digests in their
     /// canonical, big-endian form); this context is left usable.
     QString hexDigest() const;
+    /// The further kinds' digests, in the order they were asked for.
+    QStringList alsoHexDigests() const;
 
     /// Lower-case name as the command line and histories spell it: md5, sha1, xxh64, xxh3,
     /// xxh128.
@@ -45,4 +52,5 @@ class DigestContext {
   private:
     Kind kind_;
     std::unique_ptr<Algorithm> algorithm_;
+    std::vector<std::unique_ptr<Algorithm>> also_;
 };

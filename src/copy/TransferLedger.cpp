@@ -42,11 +42,14 @@ QByteArray TransferLedger::hex(const Digest& digest) {
 }
 
 void TransferLedger::recordFile(const QByteArray& relativePath, std::uint64_t size,
-                                const QString& sourceDigest,
-                                const QStringList& destinationDigests) {
+                                const QString& sourceDigest, const QStringList& destinationDigests,
+                                const QStringList& alsoDigests) {
     const Digest source = parse(sourceDigest);
+    std::vector<Digest> also;
+    for (const QString& digest : alsoDigests)
+        also.push_back(parse(digest));
     const std::lock_guard lock(mutex_);
-    files_.push_back({relativePath, size, source});
+    files_.push_back({relativePath, size, source, std::move(also)});
     for (std::size_t d = 0; d < destinations_; ++d) {
         const Digest copy = qsizetype(d) < destinationDigests.size()
                                 ? parse(destinationDigests[qsizetype(d)])
@@ -236,7 +239,10 @@ std::optional<TransferLedger::Recorded> TransferLedger::fileAt(const QByteArray&
     if (found == index_.constEnd())
         return std::nullopt;
     const File& file = files_[*found];
-    return Recorded{file.size, hex(file.digest)};
+    Recorded recorded{file.size, hex(file.digest), {}};
+    for (const Digest& digest : file.also)
+        recorded.also.push_back(hex(digest));
+    return recorded;
 }
 
 QByteArray TransferLedger::manifestName(std::size_t destination) const {

@@ -37,8 +37,9 @@ class TransferLedger {
 
     /// A file read whole from the card: its size, the source's digest (hex) and the digest of
     /// what each destination holds ("" for none), in destination order.
+    /// alsoDigests: the card's digests in further kinds, when asked for.
     void recordFile(const QByteArray& relativePath, std::uint64_t size, const QString& sourceDigest,
-                    const QStringList& destinationDigests);
+                    const QStringList& destinationDigests, const QStringList& alsoDigests = {});
     void recordFailure(const QByteArray& relativePath, int destination, const QString& reason);
     void recordLink(const QByteArray& relativePath, const QByteArray& target);
     /// The transfer couldn't go on (the card went): whatever wasn't copied reached no
@@ -71,7 +72,8 @@ class TransferLedger {
     void forEachFile(const FileVisitor& visit) const;
     struct Recorded {
         std::uint64_t size = 0;
-        QByteArray sourceDigest;  // hex
+        QByteArray sourceDigest;       // hex
+        std::vector<QByteArray> also;  // hex, further kinds in the order asked for
     };
     /// The file recorded at this path ("/..."), the last one when recorded twice.
     std::optional<Recorded> fileAt(const QByteArray& path) const;
@@ -90,6 +92,7 @@ class TransferLedger {
         QByteArray path;
         std::uint64_t size = 0;
         Digest digest;
+        std::vector<Digest> also;  // empty unless further kinds were asked for
     };
     struct Mismatch {
         std::size_t file;

@@ -22,6 +22,8 @@ inline constexpr const char* actionGrowl = "actionGrowl";
 inline constexpr const char* actionBounceDock = "actionBounceDock";
 inline constexpr const char* metadata = "metadata";
 inline constexpr const char* checksumFormat = "checksumFormat";
+// Further digests (checksumFormat values) made from the same read and kept in the history.
+inline constexpr const char* alsoChecksumFormats = "alsoChecksumFormats";
 inline constexpr const char* onlyCopyQTMovies = "onlyCopyQTMovies";
 inline constexpr const char* actionProjectMetadata = "actionProjectMetadata";
 inline constexpr const char* actionEmbedQTMetadata = "actionEmbedQTMetadata";

@@ -117,7 +117,7 @@ void AppController::fileCopyFinished(const std::shared_ptr<CopyInfo>& info) {
     if (const std::shared_ptr<TransferLedger> ledger = volume->ledger()) {
         ledger->recordFile(relativePathOf(*info, *volume), info->size,
                            info->sourceChecksum.value_or(QString()),
-                           info->destChecksums.value_or(QStringList()));
+                           info->destChecksums.value_or(QStringList()), info->alsoChecksums);
     }
 }
 

@@ -25,6 +25,21 @@ DigestContext::Kind digestKindOf(qint64 checksumFormat) {
     return DigestContext::Kind(int(verificationTypeFor(checksumFormat)) - 1);
 }
 
+// The further kinds asked for, the manifest's own and repeats left out.
+std::vector<DigestContext::Kind> alsoKindsOf(const SettingsStore& settings) {
+    const DigestContext::Kind main = digestKindOf(settings.integer(SettingsKey::checksumFormat));
+    std::vector<DigestContext::Kind> kinds;
+    const PropertyList list = settings.object(SettingsKey::alsoChecksumFormats);
+    if (list.type() != PropertyList::Type::Array)
+        return kinds;
+    for (const PropertyList& value : list.toArray()) {
+        const DigestContext::Kind kind = digestKindOf(value.toInteger());
+        if (kind != main && std::find(kinds.begin(), kinds.end(), kind) == kinds.end())
+            kinds.push_back(kind);
+    }
+    return kinds;
+}
+
 bool isSkipped(const QByteArray& name) {
     static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
                                                ".TemporaryItems", ".Trashes"};
@@ -39,6 +54,7 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
     VolumeCopy::Options options;
     options.type = verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
     options.fromMedium = !settings_.isOn(SettingsKey::inlineVerification);
+    options.also = alsoKindsOf(settings_);
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
         if (const auto v = weak.lock())
@@ -344,7 +360,8 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
                 continue;
             const QString& folder = destinations[qsizetype(i)];
             const HistorySealer::Result result =
-                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind, cardRecord);
+                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind, cardRecord,
+                                    alsoKindsOf(settings_));
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
             else if (!result.error.isEmpty())

@@ -56,7 +56,8 @@ QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger
 
 HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger& ledger,
                                           const QByteArray& folder, DigestContext::Kind kind,
-                                          const QString& comment) {
+                                          const QString& comment,
+                                          const std::vector<DigestContext::Kind>& also) {
     Result result;
     AscMhlHistory history = AscMhlHistory::load(layer, folder, &result.error);
     if (!result.error.isEmpty())
@@ -78,25 +79,32 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
     AscMhlHistory::Generation header;
     header.created = QDateTime::currentDateTimeUtc();
     header.comment = comment;
+    std::vector<DigestContext::Kind> kinds{kind};
+    kinds.insert(kinds.end(), also.begin(), also.end());
     QStringList unreadable;
     const auto entries = [&](const AscMhlHistory::EntrySink& sink) {
         ManifestVerifier::forEachFile(
             layer, folder, [&](const QByteArray& relative, const struct stat& status) {
                 const QByteArray path = relative.mid(1);
-                QString digest;
+                std::vector<QString> digests;  // kind, then also
                 if (const auto copied = ledger.fileAt(relative)) {
-                    digest = QString::fromLatin1(copied->sourceDigest);
+                    digests.push_back(QString::fromLatin1(copied->sourceDigest));
+                    for (const QByteArray& digest : copied->also)
+                        digests.push_back(QString::fromLatin1(digest));
                 } else if (const auto read = ManifestVerifier::digestsFromMedium(
-                               layer, folder + relative, {kind})) {
-                    digest = read->front();  // a sidecar of this transfer
+                               layer, folder + relative, kinds)) {
+                    digests = *read;  // a sidecar of this transfer
                 } else {
                     unreadable << PathText::display(path);
                     return;
                 }
-                sink({path,
-                      std::uint64_t(status.st_size),
-                      modificationTime(status),
-                      {{kind, digest, actionFor(before, path, kind, digest), header.created}}});
+                AscMhlHistory::Entry entry{
+                    path, std::uint64_t(status.st_size), modificationTime(status), {}};
+                for (std::size_t i = 0; i < digests.size() && i < kinds.size(); ++i)
+                    entry.hashes.push_back({kinds[i], digests[i],
+                                            actionFor(before, path, kinds[i], digests[i]),
+                                            header.created});
+                sink(entry);
             });
     };
     result.written = history.append(layer, folder, header, entries, &result.error);

@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <vector>
 
 #include "DigestContext.h"
 #include "FileLayer.h"
@@ -25,5 +26,6 @@ class HistorySealer {
                                       const QByteArray& card, DigestContext::Kind kind);
     /// Appends the transfer's generation to the copy's history (made when missing).
     static Result seal(FileLayer& layer, const TransferLedger& ledger, const QByteArray& folder,
-                       DigestContext::Kind kind, const QString& comment = {});
+                       DigestContext::Kind kind, const QString& comment = {},
+                       const std::vector<DigestContext::Kind>& also = {});
 };

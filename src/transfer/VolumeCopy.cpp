@@ -172,6 +172,7 @@ bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
         everyTarget = everyTarget && !targets.back().isEmpty();
     }
     CopyEngine engine(layer_, &delegate_, readBack_ ? &*readBack_ : nullptr);
+    engine.alsoDigest(options_.also);
     const bool copied = engine.copy(item, targets, options_.type,
                                     std::any(std::weak_ptr<QVVolume>(volume_)), std::any());
     const std::vector<int>& errors = engine.destinationErrors();

@@ -31,7 +31,8 @@ class VolumeCopy {
 
     struct Options {
         VerificationType type = VerificationType::MD5;
-        bool fromMedium = true;  // false: each write is read back at once instead
+        bool fromMedium = true;                 // false: each write is read back at once instead
+        std::vector<DigestContext::Kind> also;  // further digests of each file from its one read
         MediaReadBack::Progress readBackProgress;
     };
 

@@ -102,6 +102,16 @@ TEST(FileHash, XxHashVectorsInCanonicalForm) {
         EXPECT_EQ(pieces.hexDigest(), vector.hex) << name.toStdString();
         EXPECT_EQ(DigestContext::fromName(name), vector.kind);
     }
+    // Several kinds from one feeding: the first is the digest, the others ride along.
+    DigestContext several(DigestContext::Kind::MD5,
+                          {DigestContext::Kind::XXH64, DigestContext::Kind::XXH128});
+    several.update("ab", 2);
+    const DigestContext halfway = several;
+    several.update("c", 1);
+    EXPECT_EQ(several.hexDigest(), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(several.alsoHexDigests(),
+              QStringList({"44bc2cf5ad770999", "06b05ab6733a618578af5f94892f3950"}));
+    EXPECT_EQ(halfway.alsoHexDigests().size(), 2);
     EXPECT_EQ(DigestContext::fromName("XXH128"), DigestContext::Kind::XXH128);
     EXPECT_FALSE(DigestContext::fromName("crc32"));
 
