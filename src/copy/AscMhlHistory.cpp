@@ -99,6 +99,11 @@ QByteArray generationName(int number, const QByteArray& folder, const QDateTime&
 
 }  // namespace
 
+QDateTime AscMhlHistory::modificationTime(const struct stat& status) {
+    return QDateTime::fromMSecsSinceEpoch(
+        qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000, Qt::UTC);
+}
+
 QString AscMhlHistory::dateText(const QDateTime& date) {
     return date.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")) + QStringLiteral("+00:00");
 }

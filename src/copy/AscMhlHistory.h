@@ -71,6 +71,8 @@ class AscMhlHistory {
     static QByteArray toXml(const Generation& generation);
     static std::optional<Generation> fromXml(const QByteArray& xml);
     static QByteArray chainXml(const std::vector<std::pair<QByteArray, QString>>& links);
+    /// A file's modification time as a history records it (UTC, to the millisecond).
+    static QDateTime modificationTime(const struct stat& status);
     /// ISO 8601 with the offset, as the files hold dates.
     static QString dateText(const QDateTime& date);
 

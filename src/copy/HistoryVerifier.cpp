@@ -9,11 +9,6 @@
 
 namespace {
 
-QDateTime modificationTime(const struct stat& status) {
-    return QDateTime::fromMSecsSinceEpoch(
-        qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000, Qt::UTC);
-}
-
 // The file's hashes of every kind the entry records, compared; a file that can't be read
 // differs.
 bool matches(FileLayer& layer, const QByteArray& path, const AscMhlHistory::Entry& entry,
@@ -66,8 +61,10 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
             continue;
         }
         ++report.checked;
-        AscMhlHistory::Entry now{
-            path, std::uint64_t(file->second.st_size), modificationTime(file->second), {}};
+        AscMhlHistory::Entry now{path,
+                                 std::uint64_t(file->second.st_size),
+                                 AscMhlHistory::modificationTime(file->second),
+                                 {}};
         if (!matches(layer, folder + '/' + path, entry, &now.hashes))
             report.differing << QString::fromUtf8(path);
         sealed.entries.push_back(std::move(now));
@@ -84,7 +81,7 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
             sealed.entries.push_back(
                 {path,
                  std::uint64_t(status.st_size),
-                 modificationTime(status),
+                 AscMhlHistory::modificationTime(status),
                  {{kind, digest->front(), QStringLiteral("original"), sealed.created}}});
     }
     if (seal) {

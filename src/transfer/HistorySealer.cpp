@@ -8,11 +8,6 @@
 
 namespace {
 
-QDateTime modificationTime(const struct stat& status) {
-    return QDateTime::fromMSecsSinceEpoch(
-        qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000, Qt::UTC);
-}
-
 // What an earlier generation says of this file in this kind: verified or failed against it,
 // original when it never recorded the file (or not in this kind).
 QString actionFor(const std::map<QByteArray, AscMhlHistory::Entry>& before, const QByteArray& path,
@@ -98,8 +93,10 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
                     unreadable << PathText::display(path);
                     return;
                 }
-                AscMhlHistory::Entry entry{
-                    path, std::uint64_t(status.st_size), modificationTime(status), {}};
+                AscMhlHistory::Entry entry{path,
+                                           std::uint64_t(status.st_size),
+                                           AscMhlHistory::modificationTime(status),
+                                           {}};
                 for (std::size_t i = 0; i < digests.size() && i < kinds.size(); ++i)
                     entry.hashes.push_back({kinds[i], digests[i],
                                             actionFor(before, path, kinds[i], digests[i]),
