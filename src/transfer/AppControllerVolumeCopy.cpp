@@ -9,6 +9,7 @@
 #include "DigestContext.h"
 #include "HistorySealer.h"
 #include "MainThread.h"
+#include "MetadataField.h"
 #include "Notifier.h"
 #include "PathText.h"
 #include "Preferences.h"
@@ -316,8 +317,17 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     }
     if (const auto interruption = ledger->interruption())
         report.failures << QStringLiteral("The transfer stopped short: ") + *interruption;
-    for (const auto& [field, value] : volume.metadata())
-        report.metadata.emplace_back(field, value);
+    // The fields by their titles, in the user's order.
+    MetadataValues values = volume.metadata();
+    for (const MetadataField& field :
+         MetadataField::listFrom(settings_.object(SettingsKey::metadata))) {
+        if (const auto found = values.find(field.identifier()); found != values.end()) {
+            report.metadata.emplace_back(field.title, found->second);
+            values.erase(found);
+        }
+    }
+    for (const auto& [key, value] : values)
+        report.metadata.emplace_back(key, value);
     return report;
 }
 
