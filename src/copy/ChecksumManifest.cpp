@@ -2,12 +2,12 @@
 
 #include <sys/stat.h>
 
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <cerrno>
 #include <vector>
 
 #include "PathText.h"
+#include "StreamedFile.h"
 #include "SystemError.h"
 
 namespace {
@@ -114,37 +114,6 @@ bool exists(FileLayer& layer, const QByteArray& path) {
     return layer.linkStatus(path, &status) == 0;
 }
 
-QString describeError(const char* what, int code) {
-    return QStringLiteral("%1: %2").arg(QLatin1String(what), SystemError::text(code));
-}
-
-// Writes, flushes and reads the file back from the medium; the reason on failure.
-std::optional<QString> writeWhole(FileLayer& layer, int fd, const QByteArray& contents) {
-    for (qsizetype done = 0; done < contents.size();) {
-        const ssize_t n =
-            layer.write(fd, contents.constData() + done, size_t(contents.size() - done), done);
-        if (n <= 0)
-            return describeError("write", n < 0 ? errno : ENOSPC);
-        done += n;
-    }
-    if (layer.flushData(fd) != 0)
-        return describeError("flush", errno);
-    layer.dropCache(fd, 0, 0);
-    QByteArray back(contents.size() + 1, Qt::Uninitialized);
-    qsizetype got = 0;
-    for (;;) {
-        const ssize_t n = layer.read(fd, back.data() + got, size_t(back.size() - got), got);
-        if (n < 0)
-            return describeError("read back", errno);
-        if (n == 0 || (got += n) == back.size())
-            break;
-    }
-    back.truncate(got);
-    if (back != contents)
-        return QStringLiteral("read back: the medium holds something else than was written");
-    return std::nullopt;
-}
-
 }  // namespace
 
 QByteArray ChecksumManifest::encode(const Line& line) {
@@ -205,37 +174,10 @@ bool ChecksumManifest::isLaterCopy(FileLayer& layer, const QByteArray& folder,
     return S_ISDIR(status.st_mode) && exists(layer, path + '/' + find(layer, path));
 }
 
+// Whole or absent: a temporary, flushed, read back from the medium, renamed into place.
 bool ChecksumManifest::write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,
                              QString* error) {
-    const qsizetype slash = path.lastIndexOf('/');
-    const QByteArray folder = path.left(slash);
-    const QByteArray temporary = folder + "/." + path.mid(slash + 1) + '.' +
-                                 QByteArray::number(QRandomGenerator::global()->generate(), 16);
-    const int fd = layer.openReadWrite(temporary);
-    if (fd < 0) {
-        *error = describeError("create", errno);
-        return false;
-    }
-    std::optional<QString> failure = writeWhole(layer, fd, contents);
-    if (layer.close(fd) != 0 && !failure)
-        failure = describeError("close", errno);
-    if (!failure && layer.rename(temporary, path) != 0)
-        failure = describeError("rename", errno);
-    if (failure) {
-        layer.removeFile(temporary);
-        *error = *failure;
-        return false;
-    }
-    // The new name itself must survive a power cut before anyone is told it exists.
-    const int folderFd = layer.openRead(folder);
-    if (folderFd >= 0) {
-        const bool flushed = layer.flushData(folderFd) == 0;
-        const int code = errno;
-        layer.close(folderFd);
-        if (!flushed) {
-            *error = describeError("flush folder", code);
-            return false;
-        }
-    }
-    return true;
+    StreamedFile file(layer, path);
+    file.append(contents);
+    return file.commit(error);
 }

@@ -53,9 +53,7 @@ StreamedFile::~StreamedFile() {
 
 void StreamedFile::fail(const char* what, int code) {
     if (!failure_)
-        failure_ =
-            QStringLiteral("%1 %2: %3")
-                .arg(QLatin1String(what), QString::fromUtf8(temporary_), SystemError::text(code));
+        failure_ = QStringLiteral("%1: %2").arg(QLatin1String(what), SystemError::text(code));
 }
 
 void StreamedFile::append(const QByteArray& bytes) {

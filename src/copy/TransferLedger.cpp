@@ -206,14 +206,19 @@ void TransferLedger::forEachLine(std::size_t destination, const LineVisitor& lin
 }
 
 QByteArray TransferLedger::manifest(std::size_t destination) const {
-    const std::lock_guard lock(mutex_);
     QByteArray text;
+    manifest(destination, [&](const QByteArray& line) { text += line; });
+    return text;
+}
+
+void TransferLedger::manifest(std::size_t destination,
+                              const std::function<void(const QByteArray& line)>& out) const {
+    const std::lock_guard lock(mutex_);
     forEachLine(destination, [&](const QByteArray& digest, const QByteArray& name) {
-        text += ChecksumManifest::encode({digest, name});
+        out(ChecksumManifest::encode({digest, name}));
     });
     if (interruption_)
-        text += ChecksumManifest::encode({ChecksumManifest::kIncomplete, interruption_->toUtf8()});
-    return text;
+        out(ChecksumManifest::encode({ChecksumManifest::kIncomplete, interruption_->toUtf8()}));
 }
 
 std::map<QString, QString> TransferLedger::digestsByName(std::size_t destination) const {

@@ -62,6 +62,9 @@ class TransferLedger {
     /// replaces an earlier one; a name that failed anywhere stays FAILED), then INCOMPLETE
     /// when the transfer was interrupted. Lines follow the order files were copied in.
     QByteArray manifest(std::size_t destination) const;
+    /// The same, line by line, so a card of any size is written without holding it all.
+    void manifest(std::size_t destination,
+                  const std::function<void(const QByteArray& line)>& out) const;
     /// The destination's digests by file name (text), as the manifest lists them.
     std::map<QString, QString> digestsByName(std::size_t destination) const;
 

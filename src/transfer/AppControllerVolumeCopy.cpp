@@ -233,9 +233,10 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
                 name = ChecksumManifest::nameFor(fileLayer_, folder);
                 ledger->setManifestName(i, name);
             }
+            StreamedFile file(fileLayer_, folder + '/' + name);
+            ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
             QString error;
-            if (ChecksumManifest::write(fileLayer_, folder + '/' + name, ledger->manifest(i),
-                                        &error))
+            if (file.commit(&error))
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
             // Written again by the post actions, a manifest that fails leaves the first one.
