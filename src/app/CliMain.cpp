@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <map>
 
+#include "AppContext.h"
 #include "AscMhlHistory.h"
 #include "CardFormat.h"
 #include "CliCommands.h"
-#include "DetachedThreads.h"
 #include "DigestContext.h"
 #include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
@@ -120,7 +120,7 @@ void printTree(const QString& folder) {
 }
 
 // A sample card and two destinations in a fresh folder, with settings of their own.
-int demo() {
+int demo(AppContext& context) {
     const QString root =
         QDir(QVLocalPaths::tempDirectory())
             .filePath(QStringLiteral("cardsweep-demo-") + QVLocalPaths::randomString(6));
@@ -141,7 +141,7 @@ int demo() {
     request.source = card;
     request.destinations = {root + QStringLiteral("/Destination A"),
                             root + QStringLiteral("/Destination B")};
-    const int status = OffloadRunner::run(settings, request);
+    const int status = OffloadRunner::run(context, settings, request);
     for (const QString& destination : request.destinations) {
         QDirIterator manifests(destination, {QStringLiteral("checksums.txt")}, QDir::Files,
                                QDirIterator::Subdirectories);
@@ -231,14 +231,10 @@ int main(int argc, char** argv) {
     }
 
     QCoreApplication app(argc, argv);
-    QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog();
-
-    SettingsStore store(SettingsStore::defaultPath());
-    if (const QString problem = store.loadProblem(); !problem.isEmpty())
+    AppContext context;
+    if (const QString problem = context.settingsProblem(); !problem.isEmpty())
         std::fprintf(stderr, "cardsweep-cli: %s\n", problem.toUtf8().constData());
-    Preferences preferences(store);
-    preferences.registerAndMigrate();
+    Preferences preferences(context.settings());
     const CliCommands commands(preferences);
 
     int status = 0;
@@ -254,7 +250,7 @@ int main(int argc, char** argv) {
         request.checksum = QString::fromStdString(checksum);
         request.onlyMovies = onlyMovies;
         request.inlineCheck = inlineCheck;
-        status = OffloadRunner::run(store, request);
+        status = OffloadRunner::run(context, context.settings(), request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath), seal);
     } else if (report->parsed()) {
@@ -265,13 +261,11 @@ int main(int argc, char** argv) {
         request.destinations = toStrings(watchDestinations);
         request.eject = eject;
         request.image = image;
-        status = WatchRunner::run(store, request);
+        status = WatchRunner::run(context, request);
     } else if (demoCommand->parsed()) {
-        status = demo();
+        status = demo(context);
     } else {
         std::fputs(cli.help().c_str(), stdout);
     }
-    DetachedThreads::joinAll();
-    QVLog::sharedController().willTerminate();
     return status;
 }

@@ -6,11 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "DetachedThreads.h"
+#include "AppContext.h"
 #include "Preferences.h"
-#include "QVException.h"
-#include "QVLog.h"
-#include "SettingsStore.h"
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -21,13 +18,8 @@ int main(int argc, char** argv) {
     }
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Cardsweep"));
-    QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog();
-
-    SettingsStore store(SettingsStore::defaultPath());
-    Preferences preferences(store);
-    preferences.registerAndMigrate();
-    preferences.repairConcurrentThreads();
+    AppContext context;
+    Preferences(context.settings()).repairConcurrentThreads();
 
     QMainWindow window;
     window.setWindowTitle(QStringLiteral("Cardsweep"));
@@ -36,8 +28,5 @@ int main(int argc, char** argv) {
     window.resize(640, 400);
     window.show();
 
-    const int status = QApplication::exec();
-    DetachedThreads::joinAll();
-    QVLog::sharedController().willTerminate();
-    return status;
+    return QApplication::exec();
 }

@@ -3,12 +3,11 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QTimer>
 #include <cstdio>
 
+#include "AppContext.h"
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
-#include "DetachedThreads.h"
 #include "DigestContext.h"
 #include "OffloadRequest.h"
 #include "Preferences.h"
@@ -17,6 +16,7 @@
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
 #include "TransferSummary.h"
+#include "WorkerThreads.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
 
 }  // namespace
 
-int OffloadRunner::run(SettingsStore& settings, const Request& request) {
+int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Request& request) {
     if (const auto problem =
             OffloadRequest::problem(request.source, request.destinations, request.onlyMovies)) {
         printError(*problem);
@@ -77,23 +77,21 @@ int OffloadRunner::run(SettingsStore& settings, const Request& request) {
     volume->setIsFolder(QVFileManager::volumeMountPointForPath(source) != source);
 
     TerminalAppView view;
-    AppController controller(settings, view, view, nullptr);
+    AppController controller(settings, view, context.services(view));
     controller.setDataArray({volume});
     std::printf("Card: %s (%s)\n", qPrintable(volume->name()), qPrintable(volume->typeName()));
-    controller.addVolumeToQueue(volume);
-
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, [&] {
-        const qint64 status = volume->status();
-        if (status == QVVolume::Copying || status == QVVolume::Verifying)
-            view.showProgress(*volume);
-        const bool ended = status == QVVolume::Done || status == QVVolume::Failed;
-        if (ended && DetachedThreads::unfinished() == 0)
-            QCoreApplication::exit(0);
+    view.setVolumesChangedHandler([&view](const VolumeSnapshot& snapshot) {
+        if (snapshot.status == VolumeStatus::Copying || snapshot.status == VolumeStatus::Verifying)
+            view.showProgress(snapshot);
     });
-    poll.start(200);
+    view.setTransferEndedHandler([](const std::shared_ptr<QVVolume>&) {
+        // Queued, so an end told before the loop runs still ends it.
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+    });
+    controller.addVolumeToQueue(volume);
     QCoreApplication::exec();
-    DetachedThreads::joinAll();
+    context.threads().joinAll();
     view.endProgress();
 
     const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);

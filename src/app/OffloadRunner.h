@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 
+class AppContext;
 class SettingsStore;
 
 class OffloadRunner {
@@ -21,5 +22,5 @@ class OffloadRunner {
 
     /// Exit status: 0 verified, 1 failed, 2 a request that can't be carried out (nothing is
     /// written then). Needs a running QCoreApplication.
-    static int run(SettingsStore& settings, const Request& request);
+    static int run(AppContext& context, SettingsStore& settings, const Request& request);
 };

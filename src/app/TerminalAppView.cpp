@@ -63,17 +63,28 @@ void TerminalAppView::postGrowlNotification(const QString& title, const QString&
     print(QStringLiteral("%1: %2\n").arg(title, description));
 }
 
-void TerminalAppView::showProgress(QVVolume& volume) {
-    const auto bar = volume.progressBar();
-    const double total = bar.maxValue > 0 ? bar.maxValue : 1;
-    const double fraction = std::min(1.0, bar.doubleValue / total);
+void TerminalAppView::volumesChanged(
+    const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) {
+    if (!volumesChanged_)
+        return;
+    for (const auto& volume : volumes)
+        volumesChanged_(*volume);
+}
+
+void TerminalAppView::setVolumesChangedHandler(std::function<void(const VolumeSnapshot&)> handler) {
+    volumesChanged_ = std::move(handler);
+}
+
+void TerminalAppView::showProgress(const VolumeSnapshot& volume) {
+    const double total = volume.maxProgress > 0 ? volume.maxProgress : 1;
+    const double fraction = std::min(1.0, volume.progress / total);
     const double seconds = std::max(0.001, clock_.elapsed() / 1000.0);
-    const QString remaining = volume.timeEstimate().timeRemaining();
+    const QString remaining = volume.timeRemaining;
     const QString line = QStringLiteral("%1 / %2  %3/s  %4")
-                             .arg(QVFileManager::formatFileSize(bar.doubleValue),
-                                  QVFileManager::formatFileSize(bar.maxValue),
-                                  QVFileManager::formatFileSize(bar.doubleValue / seconds),
-                                  remaining.isEmpty() ? volume.statusText() : remaining);
+                             .arg(QVFileManager::formatFileSize(volume.progress),
+                                  QVFileManager::formatFileSize(volume.maxProgress),
+                                  QVFileManager::formatFileSize(volume.progress / seconds),
+                                  remaining.isEmpty() ? volume.statusText : remaining);
     if (terminal_) {
         const int width = 30;
         const int filled = int(fraction * width);

@@ -10,6 +10,7 @@
 
 #include "AppView.h"
 #include "Notifier.h"
+#include "VolumeSnapshot.h"
 
 class QVVolume;
 
@@ -32,8 +33,11 @@ class TerminalAppView : public AppView, public Notifier {
     void postGrowlNotification(const QString& title, const QString& description,
                                const QString& icon, const QString& notificationName) override;
 
+    /// Hands each changed volume to the handler, if one is set (main thread).
+    void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) override;
+    void setVolumesChangedHandler(std::function<void(const VolumeSnapshot&)> handler);
     /// Draws the volume's progress: bytes, speed and time left.
-    void showProgress(QVVolume& volume);
+    void showProgress(const VolumeSnapshot& volume);
     /// Ends the progress line before other output.
     void endProgress();
     /// Set before any transfer starts.
@@ -45,5 +49,6 @@ class TerminalAppView : public AppView, public Notifier {
     int lastDecile_ = -1;
     QElapsedTimer clock_;
     std::function<void(const std::shared_ptr<QVVolume>&)> transferEnded_;
+    std::function<void(const VolumeSnapshot&)> volumesChanged_;
     std::map<const QVVolume*, std::size_t> failuresShown_;  // the review is shown per destination
 };

@@ -10,9 +10,9 @@
 #include <QSocketNotifier>
 #include <cstdio>
 
+#include "AppContext.h"
 #include "AppController.h"
-#include "DetachedThreads.h"
-#include "MountMonitor.h"
+#include "MountService.h"
 #include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVLog.h"
@@ -22,6 +22,7 @@
 #include "TerminalAppView.h"
 #include "TransferSummary.h"
 #include "VolumeEjector.h"
+#include "WorkerThreads.h"
 
 namespace {
 
@@ -127,7 +128,8 @@ bool stopTransfers(AppController& controller) {
 
 }  // namespace
 
-int WatchRunner::run(SettingsStore& settings, const Request& request) {
+int WatchRunner::run(AppContext& app, const Request& request) {
+    SettingsStore& settings = app.settings();
     if (const auto problem = OffloadRequest::destinationsProblem(request.destinations)) {
         std::fprintf(stderr, "cardsweep-cli: %s\n", problem->toUtf8().constData());
         return 2;
@@ -135,7 +137,8 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     applyOverrides(settings, request);
     installSignalPipe();
     TerminalAppView view;
-    AppController controller(settings, view, view);
+    AppController controller(settings, view, app.services(view));
+    MountService& mounts = app.mounts();
     QObject context;
     bool anyFailed = false;
     // The verdict comes from the worker that ended the transfer, after its marker and manifest
@@ -148,10 +151,13 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
     });
 
     // Watching starts first so that a card mounted while the list is built is not missed.
-    MountMonitor monitor;
-    QObject::connect(&monitor, &MountMonitor::volumeDidMount, [&](const MountEntry& entry) {
+    mounts.startWatching([&](const MountEntry& entry, bool mounted) {
+        if (!mounted) {
+            controller.volumeDidUnmount(entry.mountPoint);
+            return;
+        }
         // Mount events report every local mount; only what could be a card is of interest.
-        if (!RemovableMedia::isRemovable(entry) || listedAt(controller, entry.mountPoint))
+        if (!mounts.isRemovable(entry) || listedAt(controller, entry.mountPoint))
             return;
         controller.volumeDidMount(entry.mountPoint);
         const auto volume = listedAt(controller, entry.mountPoint);
@@ -159,10 +165,6 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
                    : QStringLiteral("Not listed: %1 (ignored, or a destination's drive)")
                          .arg(entry.mountPoint));
     });
-    QObject::connect(&monitor, &MountMonitor::volumeDidUnmount, [&](const MountEntry& entry) {
-        controller.volumeDidUnmount(entry.mountPoint);
-    });
-    monitor.start();
     controller.populateVolumes();
     for (const auto& volume : controller.dataArray())
         say(QStringLiteral("Listed: ") + describe(*volume));
@@ -175,14 +177,14 @@ int WatchRunner::run(SettingsStore& settings, const Request& request) {
 
     // A second Ctrl-C while stopping ends the program at once.
     setSignalHandler(SIG_DFL);
-    monitor.stop();
+    mounts.stopWatching();
     if (stopTransfers(controller))
         anyFailed = true;
     // Stopped copies end quickly; their last words may still need the main loop.
     const QDeadlineTimer deadline(60000);
-    while (DetachedThreads::unfinished() > 0 && !deadline.hasExpired())
+    while (app.threads().unfinished() > 0 && !deadline.hasExpired())
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    DetachedThreads::joinAll();
+    app.threads().joinAll();
     QCoreApplication::processEvents();
     QVLog::appendLog(u"Watch stopped");
     return anyFailed ? 1 : 0;

@@ -5,7 +5,7 @@
 
 #include <QStringList>
 
-class SettingsStore;
+class AppContext;
 
 class WatchRunner {
   public:
@@ -16,5 +16,5 @@ class WatchRunner {
     };
 
     /// Runs until a signal; the exit status is 0, or 1 when any transfer failed or was stopped.
-    static int run(SettingsStore& settings, const Request& request);
+    static int run(AppContext& app, const Request& request);
 };

@@ -72,6 +72,9 @@ class FileLayer {
     virtual int makeLink(const QByteArray& target, const QByteArray& path) = 0;
     /// mkdir(2) with mode 0777 less the umask; fails with EEXIST when anything is there.
     virtual int makeFolder(const QByteArray& path) = 0;
+    /// Creates an empty file (mode 0644 less the umask); fails with EEXIST when anything is
+    /// there, so two processes never both create it.
+    virtual int createNew(const QByteArray& path) = 0;
     /// Removes a file or link (never a folder).
     virtual int removeFile(const QByteArray& path) = 0;
     /// Removes an empty folder.
@@ -81,6 +84,8 @@ class FileLayer {
     /// Gives a folder its modification and access times (links not followed).
     virtual int setTimes(const QByteArray& path, const struct stat& attributes) = 0;
 
+    /// Makes every missing folder above path through makeFolder: 0, or -1 with errno set.
+    int makeParents(const QByteArray& path);
     /// Removes a file, link or whole folder through the calls above, links never followed.
     void removeTree(const QByteArray& path);
     /// A whole (small) file through the calls above; nullopt when it can't be read or is larger

@@ -36,6 +36,19 @@ std::optional<QByteArray> FileLayer::readWhole(const QByteArray& path, std::size
     return text;
 }
 
+int FileLayer::makeParents(const QByteArray& path) {
+    const qsizetype slash = path.lastIndexOf('/');
+    if (slash <= 0)
+        return 0;
+    const QByteArray parent = path.left(slash);
+    struct stat status {};
+    if (this->status(parent, &status) == 0)
+        return S_ISDIR(status.st_mode) ? 0 : (errno = ENOTDIR, -1);
+    if (makeParents(parent) != 0)
+        return -1;
+    return makeFolder(parent) == 0 || errno == EEXIST ? 0 : -1;
+}
+
 void FileLayer::removeTree(const QByteArray& path) {
     struct stat status {};
     if (linkStatus(path, &status) != 0)
@@ -185,6 +198,11 @@ int PosixFileLayer::makeLink(const QByteArray& target, const QByteArray& path) {
 
 int PosixFileLayer::makeFolder(const QByteArray& path) {
     return ::mkdir(path.constData(), 0777);
+}
+
+int PosixFileLayer::createNew(const QByteArray& path) {
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    return fd < 0 ? -1 : ::close(fd);
 }
 
 int PosixFileLayer::removeFile(const QByteArray& path) {

@@ -26,6 +26,7 @@ class PosixFileLayer : public FileLayer {
     int readLink(const QByteArray& path, QByteArray* target) override;
     int makeLink(const QByteArray& target, const QByteArray& path) override;
     int makeFolder(const QByteArray& path) override;
+    int createNew(const QByteArray& path) override;
     int removeFile(const QByteArray& path) override;
     int removeFolder(const QByteArray& path) override;
     int rename(const QByteArray& from, const QByteArray& to) override;

@@ -1,7 +1,9 @@
 // Construction and shared state of AppController.
 #include "AppController.h"
 
+#include "DoneMarkerAction.h"
 #include "MainThread.h"
+#include "ManifestAction.h"
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
@@ -17,21 +19,36 @@ std::vector<DestinationEntry> destinationsAtStart(SettingsStore& settings) {
     return list;
 }
 
+constexpr std::chrono::milliseconds kViewUpdateInterval{100};
+
 }  // namespace
 
-AppController::AppController(SettingsStore& settings, AppView& view, Notifier& notifier,
-                             TransferStages* stages, std::shared_ptr<const Clock> clock,
-                             FileLayer& fileLayer)
+AppController::AppController(SettingsStore& settings, AppView& view, const Services& services,
+                             TransferStages* stages)
     : settings_(settings),
       view_(view),
-      notifier_(notifier),
+      services_(services),
       stages_(stages ? *stages : *this),
-      clock_(std::move(clock)),
-      fileLayer_(fileLayer),
-      destinationList_(destinationsAtStart(settings)) {}
+      fileLayer_(services.files),
+      volumes_(destinationsAtStart(settings)),
+      reservation_(settings, services.clock, services.files),
+      images_(services.files, services.mounts),
+      updates_(
+          [&view](const VolumeUpdates::Snapshots& snapshots) { view.volumesChanged(snapshots); },
+          kViewUpdateInterval) {
+    buildPostActions();
+}
 
 AppController::~AppController() {
     lifetime_.reset();
+}
+
+// After the card's own steps, the order is what a crew expects: the card is marked done, then
+// every destination gets its manifest.
+void AppController::buildPostActions() {
+    postActions_.append(std::make_unique<DoneMarkerAction>(settings_));
+    postActions_.append(std::make_unique<ManifestAction>(
+        [this](QVVolume& volume) { writeChecksumFileForVolume(volume); }));
 }
 
 void AppController::onMainThread(std::function<void()> fn, bool wait) {
@@ -44,62 +61,49 @@ void AppController::onMainThread(std::function<void()> fn, bool wait) {
         wait);
 }
 
+void AppController::publish(const std::shared_ptr<QVVolume>& volume, bool wait) {
+    updates_.changed(volume);
+    onMainThread([this] { reloadVolumeList(); }, wait);
+}
+
 std::vector<std::shared_ptr<QVVolume>> AppController::dataArray() const {
-    const std::lock_guard lock(dataMutex_);
-    return dataArray_;
+    return volumes_.volumes();
 }
 
 void AppController::setDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
-    const std::lock_guard lock(dataMutex_);
-    dataArray_ = volumes;
+    volumes_.setVolumes(volumes);
 }
 
 std::vector<std::shared_ptr<QVVolume>> AppController::waitingObjects() const {
-    const std::lock_guard lock(queueMutex_);
-    return waitingObjects_;
+    return queue_.waiting();
+}
+
+std::vector<std::shared_ptr<QVVolume>> AppController::dropWaitingVolumes() {
+    return queue_.dropWaiting();
 }
 
 QStringList AppController::reservedFileQueue() const {
-    const std::lock_guard lock(lock_);
-    return reservedFileQueue_;
+    return reservation_.reserved();
 }
 
 void AppController::removeFromReservedFileQueue(const QStringList& paths) {
-    const std::lock_guard lock(lock_);
-    for (const QString& path : paths)
-        reservedFileQueue_.removeAll(path);
+    reservation_.release(paths);
 }
 
 qint64 AppController::threadCount() const {
-    const std::lock_guard lock(queueMutex_);
-    return threadCount_;
+    return queue_.count();
 }
 
 std::vector<DestinationEntry> AppController::destinationList() const {
-    const std::lock_guard lock(dataMutex_);
-    return destinationList_;
+    return volumes_.destinations();
 }
 
 void AppController::setDestinationList(const std::vector<DestinationEntry>& list) {
-    const std::lock_guard lock(dataMutex_);
-    destinationList_ = list;
+    volumes_.setDestinations(list);
 }
 
 std::vector<std::shared_ptr<QVVolume>> AppController::selectedVolumes() const {
-    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
-    std::vector<std::shared_ptr<QVVolume>> selected;
-    for (const int row : view_.selectedRows()) {
-        if (row >= 0 && std::size_t(row) < volumes.size())
-            selected.push_back(volumes[std::size_t(row)]);
-    }
-    return selected;
-}
-
-void AppController::removeFromDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
-    const std::lock_guard lock(dataMutex_);
-    std::erase_if(dataArray_, [&](const auto& volume) {
-        return std::find(volumes.begin(), volumes.end(), volume) != volumes.end();
-    });
+    return volumes_.atRows(view_.selectedRows());
 }
 
 ToolbarState AppController::transferItem(bool asCancel) {

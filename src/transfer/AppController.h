@@ -1,20 +1,16 @@
 #pragma once
-// The transfer logic of the application: the volume list, the queue that admits volumes to
-// transfer, the workers that process them, and destination reservation. One class; its
-// operations are split by concern over AppController*.cpp.
+// The transfer logic of the application, as one named front over parts that own their state:
+// the volume list, the transfer queue, destination reservation, progress, disk images, the
+// per-volume copier and the post actions. Its operations are split by concern over
+// AppController*.cpp; the parts keep their own locks, so the controller itself holds none but
+// the one that keeps two listings of the mounted cards from running at once.
 //
-// Thread-safety: queueMutex_ guards the waiting list and the thread count and is never held
-// while calling out to the view; lock_ (recursive) serialises reservations and guards the
-// reserved-path queue; dataMutex_ guards the volume and destination lists; imageMutex_ guards
-// what disk mode knows of the images being written. The view is called on the main thread,
-// except transferDidEnd, which comes from the thread that ended the transfer.
-//
-// Every entry point that may run on a thread of its own logs an exception and ends there.
+// The view is called on the main thread, except transferDidEnd, which comes from the thread
+// that ended the transfer; volumesChanged brings snapshots, throttled. Every entry point that
+// may run on a thread of its own logs an exception and ends there.
 
 #include <QString>
 #include <QStringList>
-#include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -22,26 +18,31 @@
 
 #include "AppView.h"
 #include "Clock.h"
-#include "CopyDelegate.h"
 #include "DestinationEntry.h"
-#include "FileLayer.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "OperationQueue.h"
+#include "PostActions.h"
 #include "QVVolume.h"
+#include "Services.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
 #include "TransferReport.h"
 #include "TransferSettings.h"
 #include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
 
-class Notifier;
+class CopyDelegate;
+class FileLayer;
 class SettingsStore;
 class VolumeCopy;
 
-class AppController : public CopyDelegate, public TransferStages {
+class AppController : public TransferStages {
   public:
     /// With no stages given, the controller's own copy and verification take over.
-    AppController(SettingsStore& settings, AppView& view, Notifier& notifier,
-                  TransferStages* stages = nullptr,
-                  std::shared_ptr<const Clock> clock = Clock::system(),
-                  FileLayer& fileLayer = FileLayer::posix());
+    AppController(SettingsStore& settings, AppView& view, const Services& services,
+                  TransferStages* stages = nullptr);
     ~AppController() override;
     AppController(const AppController&) = delete;
     AppController& operator=(const AppController&) = delete;
@@ -113,14 +114,9 @@ class AppController : public CopyDelegate, public TransferStages {
     /// Continues the ASC MHL history of every complete destination (after every sidecar).
     void writeHistoryForVolume(QVVolume& volume, const QString& cardRecord);
 
-    // ---- Copy engine delegate (AppControllerCopyDelegate.cpp)
-    void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>& info) override;
-    bool fileCopyShouldContinue(const std::shared_ptr<CopyInfo>& info) override;
-    void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
-                                    const QString& file) override;
-    void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override;
-    void fileCopyProblem(const std::shared_ptr<CopyInfo>& info, int destination,
-                         const QString& reason) override;
+    // ---- Progress (AppControllerProgress.cpp)
+    /// The copy engine's delegate for one volume's transfer.
+    std::shared_ptr<CopyDelegate> copierFor(const std::shared_ptr<QVVolume>& volume);
     /// Share of the work done over every listed volume (NaN with none).
     float totalProgressForAllVolumes() const;
 
@@ -188,11 +184,9 @@ class AppController : public CopyDelegate, public TransferStages {
   private:
     /// Deletes what a transfer wrote into a destination, never another transfer's copy in it.
     void removeTransferredFiles(const QString& destination);
-    enum class Claim { Claimed, Taken, Failed };
-    Claim claim(const QString& path, bool asFile) const;
     QStringList chooseDestinations(const QVVolume& volume);
     void startWorker(const std::shared_ptr<QVVolume>& volume, const QStringList& destinations);
-    void markFailed(QVVolume& volume, const QString& reason);
+    void markFailed(const std::shared_ptr<QVVolume>& volume, const QString& reason);
     /// Tells the view, once per transfer, that the volume's transfer has ended for good.
     void endTransfer(const std::shared_ptr<QVVolume>& volume);
     void announceEnd(const std::shared_ptr<QVVolume>& volume);
@@ -200,12 +194,6 @@ class AppController : public CopyDelegate, public TransferStages {
     /// transfer.
     void stopCancelledTransfer(const std::shared_ptr<QVVolume>& volume,
                                const QStringList& reserved);
-    /// One more party works on the volume's images (its worker while writing them, then each
-    /// verification); checks of the images listed wait until imagesWritten names them.
-    void beginImageCheck(const QVVolume& volume, const QStringList& imagesToWrite = {});
-    void imagesWritten(const QStringList& images);
-    /// The last party to end forgets the images' digests.
-    void endImageCheck(const QVVolume& volume);
     /// What the bar counts for one copy of the volume: the whole device in disk mode.
     std::uint64_t transferSize(QVVolume& volume) const;
     /// The toolbar for the selected volumes.
@@ -215,16 +203,15 @@ class AppController : public CopyDelegate, public TransferStages {
     /// Runs fn on the main thread (see MainThread); a request still queued when the controller
     /// goes is dropped.
     void onMainThread(std::function<void()> fn, bool wait);
+    /// The volume changed: the view gets its snapshot soon, and the list is redrawn.
+    void publish(const std::shared_ptr<QVVolume>& volume, bool wait = false);
     void setOutcome(QVVolume& volume, bool copyFailed);
     bool isDestinationDrive(const QString& path) const;
     bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume, const QStringList& reserved);
     /// The volumes of the view's selected rows, in row order.
     std::vector<std::shared_ptr<QVVolume>> selectedVolumes() const;
-    void removeFromDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes);
     /// The toolbar with its Transfer item as " Cancel " or as "Transfer".
     static ToolbarState transferItem(bool asCancel);
-    std::shared_ptr<QVVolume> volumeOf(const CopyInfo& info) const;
-    QByteArray relativePathOf(const CopyInfo& info, const QVVolume& volume) const;
     /// A walk of the volume's items into these destinations, checked as the settings say.
     std::unique_ptr<VolumeCopy> startVolumeCopy(const std::shared_ptr<QVVolume>& volume,
                                                 const QStringList& destinations,
@@ -232,35 +219,31 @@ class AppController : public CopyDelegate, public TransferStages {
     bool copyVolumeItems(const QString& path, const QStringList& destinations,
                          const std::shared_ptr<QVVolume>& volume);
     /// Adds copied or read-back bytes to the volume's bar, refreshing the view now and then.
-    void advanceProgress(QVVolume& volume, double bytes);
+    void advanceProgress(const std::shared_ptr<QVVolume>& volume, double bytes);
+    /// A copy of the volume read back damaged: counted, shown for review, notified.
+    void damagedCopy(const std::shared_ptr<QVVolume>& volume);
+    /// The ordered steps after a verified transfer.
+    void buildPostActions();
 
     SettingsStore& settings_;
     AppView& view_;
-    Notifier& notifier_;
+    const Services services_;
     TransferStages& stages_;
-    const std::shared_ptr<const Clock> clock_;
     FileLayer& fileLayer_;
     OperationQueue operationQueue_{8};  // digest work of verification, across volumes
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 
-    mutable std::mutex queueMutex_;
-    std::vector<std::shared_ptr<QVVolume>> waitingObjects_;  // guarded by queueMutex_
-    qint64 threadCount_ = 0;                                 // guarded by queueMutex_
+    VolumeList volumes_;
+    TransferQueue queue_;
+    DestinationReservation reservation_;
+    TransferProgress progress_;
+    DiskImages images_;
+    PostActions postActions_;
+    VolumeUpdates updates_;
 
-    mutable std::recursive_mutex lock_;
-    QStringList reservedFileQueue_;                           // guarded by lock_
-    std::map<const QVVolume*, double> progressSinceRefresh_;  // guarded by lock_
-    std::atomic<int> shownPercent_{-2};  // last percentage the window was given
     // Volumes whose user chose "Confirm & Remove": their folders go again once the copy stops.
-    std::set<std::shared_ptr<QVVolume>> removalRequests_;  // guarded by lock_
-
-    std::mutex imageMutex_;
-    std::condition_variable imageWritten_;
-    std::set<QString> imagesBeingWritten_;        // guarded by imageMutex_
-    std::map<QString, QString> imageDigests_;     // guarded by imageMutex_: image -> device
-    std::map<const QVVolume*, int> imageChecks_;  // guarded by imageMutex_
-
-    mutable std::mutex dataMutex_;
-    std::vector<std::shared_ptr<QVVolume>> dataArray_;  // guarded by dataMutex_
-    std::vector<DestinationEntry> destinationList_;     // guarded by dataMutex_
+    std::mutex removalMutex_;
+    std::set<std::shared_ptr<QVVolume>> removalRequests_;  // guarded by removalMutex_
+    // Two listings of the mounted cards at once would list each card twice.
+    std::mutex populateMutex_;
 };

@@ -6,7 +6,6 @@
 
 #include "AppController.h"
 #include "ChecksumManifest.h"
-#include "DetachedThreads.h"
 #include "MainThread.h"
 #include "Preferences.h"
 #include "QVException.h"
@@ -15,9 +14,11 @@
 #include "SettingsStore.h"
 #include "VolumeEjector.h"
 #include "VolumeEraser.h"
+#include "WorkerThreads.h"
 
 void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
+    updates_.changed(volume);
     onMainThread(
         [this] {
             reloadVolumeList();
@@ -27,14 +28,11 @@ void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     onMainThread([this] { refreshTotalRemainingSpace(); }, false);
     QVLog::appendLog(u"Finishing volume %@", v.path());
     removeFromReservedFileQueue(v.destinations());
-    {
-        const std::lock_guard lock(lock_);
-        progressSinceRefresh_.erase(&v);
-    }
+    progress_.forget(v);
     releaseSlot(v);
     const qint64 status = v.status();
     if (status != QVVolume::Failed && status != QVVolume::Cancelled)
-        DetachedThreads::start([this, volume] { performPostActions(volume); });
+        services_.threads.start([this, volume] { performPostActions(volume); });
     else
         endTransfer(volume);
     // A finish may start one more waiting volume than the limit allows; that is kept.
@@ -48,9 +46,10 @@ void AppController::endTransfer(const std::shared_ptr<QVVolume>& volume) {
 
 void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
     {
-        const std::lock_guard lock(lock_);
+        const std::lock_guard lock(removalMutex_);
         removalRequests_.erase(volume);
     }
+    updates_.changed(volume);
     view_.transferDidEnd(volume);
 }
 
@@ -66,7 +65,7 @@ void AppController::stopCancelledTransfer(const std::shared_ptr<QVVolume>& volum
     removeFromReservedFileQueue(reserved);
     bool remove = false;
     {
-        const std::lock_guard lock(lock_);
+        const std::lock_guard lock(removalMutex_);
         remove = removalRequests_.erase(volume) > 0;
     }
     // "Confirm & Remove" ran while the copy was still writing; what it wrote since goes too.
@@ -156,7 +155,7 @@ void AppController::cancelSelectedTransfers() {
         cancelVolume(v);
         if (remove) {
             {
-                const std::lock_guard lock(lock_);
+                const std::lock_guard lock(removalMutex_);
                 removalRequests_.insert(volume);
             }
             QVLog::appendLog(u"User chose to remove transferred files for volume %@", v.path());
@@ -190,14 +189,11 @@ bool AppController::applicationShouldTerminate() {
 
 void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
     try {
-        QVVolume& v = *volume;
-        v.setStatus(QVVolume::Finishing);
-        onMainThread([this] { reloadVolumeList(); }, false);
-        if (settings_.isOn(SettingsKey::writeDoneFlag) && !v.isFolder())
-            QVFileManager::createEmptyFile(v.path() + QStringLiteral("/.cardsweep"));
-        writeChecksumFileForVolume(v);
-        v.setStatus(QVVolume::Done);
-        onMainThread([this] { reloadVolumeList(); }, false);
+        volume->setStatus(QVVolume::Finishing);
+        publish(volume);
+        postActions_.perform(volume);
+        volume->setStatus(QVVolume::Done);
+        publish(volume);
     } catch (const std::exception& exception) {
         QVException::logException(exception, "performPostActions:");
     }
@@ -213,7 +209,7 @@ void AppController::eject() {
             ejectVolume(*volume);
     }
     // A folder is ejected by dropping it from the list; cards leave through their unmount.
-    removeFromDataArray(folders);
+    volumes_.remove(folders);
     reloadVolumeList();
 }
 
@@ -246,7 +242,7 @@ void AppController::eraseVolume(const std::shared_ptr<QVVolume>& volume) {
     ToolbarState state = toolbarForSelection();
     state.eraseEnabled = false;  // until the erase ends
     view_.setToolbarState(state);
-    DetachedThreads::start([this, volume] { eraseVolumeOnThread(volume); });
+    services_.threads.start([this, volume] { eraseVolumeOnThread(volume); });
 }
 
 void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume) {

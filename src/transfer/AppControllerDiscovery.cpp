@@ -8,21 +8,23 @@
 
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
-#include "DetachedThreads.h"
+#include "FileLayer.h"
+#include "MountService.h"
+#include "PathText.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
-#include "RemovableMedia.h"
 #include "SettingsStore.h"
+#include "WorkerThreads.h"
 
 namespace {
 
 const char* const kAutomaticMode = "cardsweepEnabled";
 
-bool anythingAt(const QString& path) {
+bool anythingAt(FileLayer& files, const QString& path) {
     struct stat status {};
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+    return files.linkStatus(PathText::bytes(path), &status) == 0;
 }
 
 }  // namespace
@@ -36,13 +38,13 @@ void AppController::startUp(const QStringList& arguments) {
     ToolbarState disabled = transferItem(false);
     disabled.transferEnabled = false;
     view_.setToolbarState(disabled);
-    DetachedThreads::start([this] { populateVolumes(); });
+    services_.threads.start([this] { populateVolumes(); });
 
     // Destination drives that aren't there are named once, and kept.
     QStringList offline;
     for (const DestinationEntry& entry : destinationList()) {
         const QString drive = QVLocalPaths::mediaDriveForPath(entry.path);
-        if (drive.isEmpty() || anythingAt(drive))
+        if (drive.isEmpty() || anythingAt(fileLayer_, drive))
             continue;
         const QString name = QFileInfo(drive).fileName();
         if (!offline.contains(name))
@@ -73,8 +75,8 @@ void AppController::startUp(const QStringList& arguments) {
 }
 
 void AppController::populateVolumes() {
-    const std::lock_guard lock(lock_);
-    const std::vector<MountEntry> media = RemovableMedia::mounted();
+    const std::lock_guard lock(populateMutex_);
+    const std::vector<MountEntry> media = services_.mounts.removableVolumes();
     setDataArray({});
     onMainThread([this] { reloadVolumeList(); }, true);
     for (const MountEntry& entry : media)
@@ -97,17 +99,15 @@ std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& 
                                                                  bool isFolder) {
     const QString name = QFileInfo(path).fileName();
     const int type = CardsweepVolumeChecker::verifyVolumeType(path);
-    const auto volume = QVVolume::volumeWithName(name, path, type, settings_, clock_);
+    const auto volume = QVVolume::volumeWithName(name, path, type, settings_, services_.clock);
     volume->setIsFolder(isFolder);
     if (isFolder)
         volume->setStatus(QVVolume::Idle);
     const QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
-    if (!isDestinationDrive(path) && !ignored.contains(name)) {
-        const std::lock_guard lock(dataMutex_);
-        dataArray_.push_back(volume);
-    }
+    if (!isDestinationDrive(path) && !ignored.contains(name))
+        volumes_.add(volume);
     onMainThread([this] { reloadVolumeList(); }, false);
-    DetachedThreads::start([this, volume] { checkDoneFlagForVolume(volume); });
+    services_.threads.start([this, volume] { checkDoneFlagForVolume(volume); });
     return volume;
 }
 
@@ -124,23 +124,19 @@ void AppController::volumeDidMount(const QString& path) {
 
 void AppController::volumeDidUnmount(const QString& path) {
     bool interrupted = false;
-    {
-        const std::lock_guard lock(dataMutex_);
-        const auto found = std::find_if(dataArray_.begin(), dataArray_.end(),
-                                        [&](const auto& volume) { return volume->path() == path; });
-        if (found != dataArray_.end()) {
-            const qint64 status = (*found)->status();
-            if (status >= QVVolume::Copying && status <= QVVolume::Unmounting) {
-                // Not reset to "Waiting": its worker would keep a slot nobody gives back.
-                // Marked cancelled, the worker learns that the card is gone, gives the slot
-                // back and reports nothing as verified (stopCancelledTransfer).
-                (*found)->setErrorString(QStringLiteral("Transfer interrupted"));
-                (*found)->setStatus(QVVolume::Cancelled);
-                interrupted = true;
-            }
-            dataArray_.erase(found);
-        }
-    }
+    const std::shared_ptr<QVVolume> gone = volumes_.takeAt(path, [&](QVVolume& volume) {
+        const qint64 status = volume.status();
+        if (status < QVVolume::Copying || status > QVVolume::Unmounting)
+            return;
+        // Not reset to "Waiting": its worker would keep a slot nobody gives back. Marked
+        // cancelled, the worker learns that the card is gone, gives the slot back and reports
+        // nothing as verified (stopCancelledTransfer).
+        volume.setErrorString(QStringLiteral("Transfer interrupted"));
+        volume.setStatus(QVVolume::Cancelled);
+        interrupted = true;
+    });
+    if (gone)
+        updates_.changed(gone);
     onMainThread([this] { reloadVolumeList(); }, true);
     QVLog::appendLogAndPrint(u"Volume unmounted: %@", path);
     if (interrupted) {
@@ -161,7 +157,7 @@ void AppController::transfer() {
         return cancelSelectedTransfers();
     for (const auto& volume : selectedVolumes()) {
         volume->setStatus(QVVolume::Idle);
-        DetachedThreads::start([this, volume] { addVolumeToQueue(volume); });
+        services_.threads.start([this, volume] { addVolumeToQueue(volume); });
     }
     view_.setToolbarState(transferItem(true));
     reloadVolumeList();
@@ -205,7 +201,7 @@ void AppController::ignore() {
         ignored << volume->name();
         dropped.push_back(volume);
     }
-    removeFromDataArray(dropped);
+    volumes_.remove(dropped);
     PropertyList::Array names;
     for (const QString& name : ignored)
         names.push_back(PropertyList(name));
@@ -216,7 +212,7 @@ void AppController::ignore() {
 void AppController::resetIgnoredVolumes() {
     settings_.remove(SettingsKey::ignoredVolumes);
     settings_.synchronize();
-    DetachedThreads::start([this] { populateVolumes(); });
+    services_.threads.start([this] { populateVolumes(); });
     view_.showSheet({QStringLiteral("Ignored volumes successfully reset"),
                      QStringLiteral("OK"),
                      {},

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "AppController.h"
-#include "DetachedThreads.h"
 #include "MainThread.h"
 #include "Preferences.h"
 #include "QVException.h"
@@ -16,6 +15,7 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "WorkerThreads.h"
 
 namespace {
 
@@ -88,35 +88,18 @@ void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
                                 const QStringList& destinations) {
     const TransferSettings settings{volume, destinations};
     // processVolumeWithSettings catches what it throws itself.
-    DetachedThreads::start([this, settings] { processVolumeWithSettings(settings); });
+    services_.threads.start([this, settings] { processVolumeWithSettings(settings); });
 }
 
 void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
     try {
         const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
-        const qint64 status = volume->status();
-        const QStringList destinations = [&] {
-            // Giving back a busy volume's slot before choosing keeps the count honest.
-            {
-                const std::lock_guard lock(queueMutex_);
-                if (threadCount_ < 0)
-                    threadCount_ = 0;
-                if (status >= QVVolume::Copying && status <= QVVolume::Unmounting)
-                    --threadCount_;
-            }
-            volume->reset();
-            return chooseDestinations(*volume);
-        }();
-
-        const std::lock_guard lock(queueMutex_);
-        QVLog::appendLog(u"threads: %i", int(threadCount_));
-        QVLog::appendLog(u"total threads: %i", int(limit));
-        if (threadCount_ < limit) {
-            ++threadCount_;
+        // Giving back a busy volume's slot before choosing keeps the count honest.
+        queue_.giveBackSlotOf(volume->status());
+        volume->reset();
+        const QStringList destinations = chooseDestinations(*volume);
+        if (queue_.admit(volume, limit))
             startWorker(volume, destinations);
-        } else {
-            waitingObjects_.push_back(volume);
-        }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "addVolumeToQueue:");
     }
@@ -124,16 +107,9 @@ void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
 
 void AppController::processNextQueueItem() {
     try {
-        std::shared_ptr<QVVolume> volume;
-        {
-            const std::lock_guard lock(queueMutex_);
-            if (waitingObjects_.empty())
-                return;
-            volume = waitingObjects_.front();
-            waitingObjects_.erase(waitingObjects_.begin());
-            // Held now, so a concurrent call can't take the same slot twice.
-            ++threadCount_;
-        }
+        const std::shared_ptr<QVVolume> volume = queue_.takeNext();
+        if (!volume)
+            return;
         volume->reset();
         startWorker(volume, chooseDestinations(*volume));
     } catch (const std::exception& exception) {
@@ -142,13 +118,11 @@ void AppController::processNextQueueItem() {
 }
 
 void AppController::incrementThreadCount() {
-    const std::lock_guard lock(queueMutex_);
-    ++threadCount_;
+    queue_.increment();
 }
 
 void AppController::decrementThreadCount() {
-    const std::lock_guard lock(queueMutex_);
-    --threadCount_;
+    queue_.decrement();
 }
 
 void AppController::releaseSlot(QVVolume& volume) {
@@ -173,13 +147,8 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
         }
         if (volume->status() < QVVolume::Copying)
             volume->setStatus(QVVolume::Done);
-        onMainThread([this] { reloadVolumeList(); }, false);
+        publish(volume);
     } catch (const std::exception& exception) {
         QVException::logException(exception, "checkDoneFlagForVolume:");
     }
-}
-
-std::vector<std::shared_ptr<QVVolume>> AppController::dropWaitingVolumes() {
-    const std::lock_guard lock(queueMutex_);
-    return std::exchange(waitingObjects_, {});
 }

@@ -137,6 +137,7 @@ void AppController::checksumFile(const QString& path, const QString& basePath,
         const QString relative = path.mid(basePath.size());
         const auto progress = [this, volume](std::uint64_t bytes) {
             verificationProgressUpdate(bytes, *volume);
+            updates_.changed(volume);
         };
         const VerificationType type =
             verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
@@ -157,14 +158,8 @@ void AppController::checksumFile(const QString& path, const QString& basePath,
 void AppController::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
     if (volume.status() == QVVolume::Cancelled)
         return;
-    const std::lock_guard lock(lock_);
-    volume.incrementProgress(double(bytes));
-    const QDateTime now = clock_->now();
-    const auto last = volume.lastProgressUpdate();
-    if (last && last->msecsTo(now) < 3000)
-        return;
-    volume.setLastProgressUpdate(now);
-    onMainThread([this] { reloadVolumeList(); }, false);
+    if (progress_.advanceVerification(volume, double(bytes), services_.clock->now()))
+        onMainThread([this] { reloadVolumeList(); }, false);
 }
 
 void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString&) {
@@ -182,11 +177,11 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
     const auto showReview = [this, volume] {
         onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
     };
-    const auto setVerifying = [this, &v] {
+    const auto setVerifying = [this, &v, volume] {
         if (v.status() == QVVolume::Cancelled)
             return;  // a card pulled while its images were written stays interrupted
         v.setStatus(QVVolume::Verifying);
-        onMainThread([this] { reloadVolumeList(); }, true);
+        publish(volume, true);
     };
     const QStringList destinations = v.destinations();
     const bool imageMode = inImageMode();

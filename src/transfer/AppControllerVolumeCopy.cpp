@@ -59,10 +59,10 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
         if (const auto v = weak.lock())
-            advanceProgress(*v, double(bytes));
+            advanceProgress(v, double(bytes));
     };
-    return std::make_unique<VolumeCopy>(fileLayer_, *this, volume, destinations, relativeSource,
-                                        std::move(options));
+    return std::make_unique<VolumeCopy>(fileLayer_, copierFor(volume), volume, destinations,
+                                        relativeSource, std::move(options));
 }
 
 // Every item of the card to every destination, then every copy read back; true when nothing
@@ -95,7 +95,7 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
     }
     // What reached the destinations is read back even when the card has gone since.
     if (copy->checksFromMedium() && v.setStatusUnlessCancelled(QVVolume::Verifying)) {
-        onMainThread([this] { reloadVolumeList(); }, false);
+        publish(volume);
         copy->finish();
     }
     return whole;
@@ -155,8 +155,9 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed) {
         QVLog::appendLog(u"%@", reason);
         if (growl) {
             QVLog::appendLog(u"Showing Growl failure alert...");
-            notifier_.postGrowlNotification(QStringLiteral("Verification Failed"), v.name(),
-                                            QString(), QStringLiteral("Transfer Failed"));
+            services_.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
+                                                     v.name(), QString(),
+                                                     QStringLiteral("Transfer Failed"));
         }
     } else if (copyFailed || (ledger && ledger->hasProblems())) {
         v.setStatus(QVVolume::Failed);
@@ -164,8 +165,8 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed) {
         QVLog::appendLog(u"Error: File copy failed");
         if (growl) {
             QVLog::appendLog(u"Showing Growl failure alert...");
-            notifier_.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(), QString(),
-                                            QStringLiteral("Transfer Failed"));
+            services_.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
+                                                     QString(), QStringLiteral("Transfer Failed"));
         }
     } else {
         v.setStatusUnlessCancelled(QVVolume::Done);

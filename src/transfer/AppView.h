@@ -9,6 +9,7 @@
 #include <vector>
 
 class QVVolume;
+struct VolumeSnapshot;
 
 /// A sheet on the main window: message, up to three buttons and a line of explanation.
 struct SheetRequest {
@@ -49,6 +50,11 @@ class AppView {
                           const std::vector<std::pair<QString, QString>>& rows) = 0;
     /// Opens the review of the files that failed verification; returns once it is shown.
     virtual void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) = 0;
+    /// These volumes changed; each snapshot is how its volume stands now. Throttled: a busy
+    /// volume comes at most a few times a second.
+    virtual void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) {
+        static_cast<void>(volumes);
+    }
     /// Shows the automatic-mode item as selected (on) or not.
     virtual void setAutomaticModeSelected(bool selected) { static_cast<void>(selected); }
     /// Called once when a volume's transfer has ended for good: verified with its post actions

@@ -324,6 +324,27 @@ QString QVVolume::statusText() const {
     }
 }
 
+std::shared_ptr<const VolumeSnapshot> QVVolume::snapshot() {
+    auto shot = std::make_shared<VolumeSnapshot>();
+    shot->timeRemaining = timeEstimate_.timeRemaining();
+    shot->status = VolumeStatus(status());
+    shot->statusText = statusText();
+    const std::lock_guard lock(mutex_);
+    shot->name = name_;
+    shot->path = path_;
+    shot->type = type_;
+    shot->typeName = typeName(type_);
+    shot->errorString = errorString_;
+    shot->progress = progressBar_.doubleValue;
+    shot->maxProgress = progressBar_.maxValue;
+    shot->indeterminate = progressBar_.indeterminate;
+    shot->destinations = destinations_;
+    shot->isFolder = isFolder_;
+    shot->metadata = metadata_;
+    shot->failedFileCount = failedFiles_.size();
+    return shot;
+}
+
 void QVVolume::checkForQuickTimeMovies() {
     setHasQTMovies(!quickTimeMoviesInFolder(path(), 1).isEmpty());
 }

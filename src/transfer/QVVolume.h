@@ -21,6 +21,7 @@
 #include "MetadataField.h"
 #include "QVTimeEstimate.h"
 #include "TransferLedger.h"
+#include "VolumeSnapshot.h"
 
 class SettingsStore;
 
@@ -145,6 +146,8 @@ class QVVolume {
     static QString typeName(qint64 type);
     /// The status text of the volume list.
     QString statusText() const;
+    /// Everything a view shows of the volume, as it is now.
+    std::shared_ptr<const VolumeSnapshot> snapshot();
 
     void checkForQuickTimeMovies();
     void populateQuickTimeMovies();

@@ -43,11 +43,11 @@ bool isSmallFile(const struct stat& status) {
 
 }  // namespace
 
-VolumeCopy::VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr<QVVolume> volume,
-                       const QStringList& destinations, const QString& relativeSource,
-                       Options options)
+VolumeCopy::VolumeCopy(FileLayer& layer, std::shared_ptr<CopyDelegate> delegate,
+                       std::shared_ptr<QVVolume> volume, const QStringList& destinations,
+                       const QString& relativeSource, Options options)
     : layer_(layer),
-      delegate_(delegate),
+      delegate_(std::move(delegate)),
       volume_(std::move(volume)),
       root_(PathText::bytes(relativeSource)),
       options_(std::move(options)),
@@ -171,10 +171,9 @@ bool VolumeCopy::copyFile(const QByteArray& item, const QByteArray& relative) {
         targets << targetFor(d, relative);
         everyTarget = everyTarget && !targets.back().isEmpty();
     }
-    CopyEngine engine(layer_, &delegate_, readBack_ ? &*readBack_ : nullptr);
+    CopyEngine engine(layer_, delegate_.get(), readBack_ ? &*readBack_ : nullptr);
     engine.alsoDigest(options_.also);
-    const bool copied = engine.copy(item, targets, options_.type,
-                                    std::any(std::weak_ptr<QVVolume>(volume_)), std::any());
+    const bool copied = engine.copy(item, targets, options_.type, std::any(), std::any());
     const std::vector<int>& errors = engine.destinationErrors();
     for (std::size_t d = 0; d < errors.size(); ++d) {
         if (isDeadDestination(errors[d]))

@@ -37,8 +37,9 @@ class VolumeCopy {
     };
 
     /// Starts a new ledger on the volume for these destination folders (made when missing).
-    VolumeCopy(FileLayer& layer, CopyDelegate& delegate, std::shared_ptr<QVVolume> volume,
-               const QStringList& destinations, const QString& relativeSource, Options options);
+    VolumeCopy(FileLayer& layer, std::shared_ptr<CopyDelegate> delegate,
+               std::shared_ptr<QVVolume> volume, const QStringList& destinations,
+               const QString& relativeSource, Options options);
     ~VolumeCopy();
     VolumeCopy(const VolumeCopy&) = delete;
     VolumeCopy& operator=(const VolumeCopy&) = delete;
@@ -73,7 +74,7 @@ class VolumeCopy {
     bool stopped();
 
     FileLayer& layer_;
-    CopyDelegate& delegate_;
+    const std::shared_ptr<CopyDelegate> delegate_;  // lives while copies are read back
     const std::shared_ptr<QVVolume> volume_;
     const QByteArray root_;
     QList<QByteArray> destinations_;

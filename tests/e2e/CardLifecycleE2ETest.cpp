@@ -14,6 +14,7 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
+#include "LinuxMountService.h"
 #include "LoopCard.h"
 #include "MountTable.h"
 #include "Preferences.h"
@@ -22,6 +23,7 @@
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
+#include "TestServices.h"
 
 namespace {
 
@@ -131,7 +133,10 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     Preferences(settings).registerAndMigrate();
     RecordingAppView view;
     RecordingNotifier notifier;
-    AppController controller(settings, view, notifier);
+    LinuxMountService mounts;
+    TestServices services(notifier);
+    services.mounts = &mounts;
+    AppController controller(settings, view, services.bundle());
     const auto volume = QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings);
     const auto folder = QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings);
     folder->setIsFolder(true);
@@ -187,7 +192,11 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     layer.slowReads(pulled->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
     RecordingAppView view;
     RecordingNotifier notifier;
-    AppController controller(settings, view, notifier, nullptr, Clock::system(), layer);
+    LinuxMountService mounts;
+    TestServices services(notifier);
+    services.mounts = &mounts;
+    services.files = &layer;
+    AppController controller(settings, view, services.bundle());
     controller.setDestinationList({{1, workPath("dest")}});
     controller.volumeDidMount(pulled->mountPoint());
     controller.volumeDidMount(next->mountPoint());

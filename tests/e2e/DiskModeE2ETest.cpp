@@ -8,12 +8,14 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
+#include "LinuxMountService.h"
 #include "LoopCard.h"
 #include "Preferences.h"
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
+#include "TestServices.h"
 
 class DiskModeE2E : public CardTest {};
 
@@ -33,7 +35,11 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
     RecordingAppView view;
     RecordingNotifier notifier;
     FaultyFileLayer layer;
-    AppController controller(settings, view, notifier, nullptr, Clock::system(), layer);
+    LinuxMountService mounts;
+    TestServices services(notifier);
+    services.mounts = &mounts;
+    services.files = &layer;
+    AppController controller(settings, view, services.bundle());
     const auto volume = QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings);
     controller.setDataArray({volume});
     qsizetype ends = 0;

@@ -23,6 +23,7 @@
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
+#include "TestServices.h"
 
 namespace {
 
@@ -56,7 +57,8 @@ class Controller {
   public:
     Controller(const QString& settingsPath, FileLayer& layer, const QStringList& destinations)
         : settings_(settingsPath),
-          controller_(settings_, view_, notifier_, nullptr, Clock::system(), layer) {
+          services_(notifier_, layer),
+          controller_(settings_, view_, services_.bundle()) {
         Preferences(settings_).registerAndMigrate();
         std::vector<DestinationEntry> list;
         for (const QString& destination : destinations)
@@ -83,6 +85,7 @@ class Controller {
     SettingsStore settings_;
     RecordingAppView view_;
     RecordingNotifier notifier_;
+    TestServices services_;
     AppController controller_;
 };
 

@@ -14,8 +14,8 @@ void OffloadFixture::TearDown() {
 }
 
 void OffloadFixture::makeController(FileLayer& layer) {
-    controller_ = std::make_unique<AppController>(settings_, view_, notifier_, nullptr,
-                                                  Clock::system(), layer);
+    services_.files = &layer;
+    controller_ = std::make_unique<AppController>(settings_, view_, services_.bundle());
     controller_->setDestinationList(
         {{1, work_.filePath("dest one")}, {1, work_.filePath("dest two")}});
 }

@@ -17,6 +17,7 @@
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "TestServices.h"
 
 class OffloadFixture : public testing::Test {
   protected:
@@ -44,5 +45,6 @@ class OffloadFixture : public testing::Test {
     SettingsStore settings_;
     RecordingAppView view_;
     RecordingNotifier notifier_;
+    TestServices services_{notifier_};
     std::unique_ptr<AppController> controller_;
 };

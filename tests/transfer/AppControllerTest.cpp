@@ -20,6 +20,7 @@
 #include "SettingsStore.h"
 #include "TempHome.h"
 #include "TestFiles.h"
+#include "TestServices.h"
 
 namespace {
 
@@ -33,8 +34,9 @@ class AppControllerTest : public testing::Test {
         : settings_(work_.filePath("settings.plist")),
           clock_(std::make_shared<FakeClock>(QDateTime(QDate(2024, 3, 7), QTime(14, 5, 9)))) {
         Preferences(settings_).registerAndMigrate();
+        services_.clock = clock_;
         controller_ =
-            std::make_unique<AppController>(settings_, view_, notifier_, &stages_, clock_);
+            std::make_unique<AppController>(settings_, view_, services_.bundle(), &stages_);
     }
     void TearDown() override { drainWorkers(); }
 
@@ -54,6 +56,7 @@ class AppControllerTest : public testing::Test {
     RecordingAppView view_;
     RecordingNotifier notifier_;
     RecordingStages stages_;
+    TestServices services_{notifier_};
     std::unique_ptr<AppController> controller_;
 };
 
@@ -136,7 +139,8 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
         Preferences::defaultDestination().path + "/Untitled Project/"));
     // A controller made over a stored empty list starts with the repaired one.
     Preferences(settings_).setDestinationList({});
-    EXPECT_EQ(AppController(settings_, view_, notifier_, &stages_).destinationList().size(), 1u);
+    EXPECT_EQ(
+        AppController(settings_, view_, services_.bundle(), &stages_).destinationList().size(), 1u);
 }
 
 TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollide) {

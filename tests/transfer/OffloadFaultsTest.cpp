@@ -271,7 +271,8 @@ TEST_F(OffloadFaultsTest, LinksAreCopiedAsLinksAndNeverFollowed) {
 // A second transfer reserving a folder that exists lands inside it; each copy still checks.
 TEST_F(OffloadFaultsTest, ASecondCopyInsideTheFirstLeavesBothVerifying) {
     const auto clock = std::make_shared<FakeClock>(QDateTime(QDate(2026, 11, 23), QTime(9, 0)));
-    controller_ = std::make_unique<AppController>(settings_, view_, notifier_, nullptr, clock);
+    services_.clock = clock;
+    controller_ = std::make_unique<AppController>(settings_, view_, services_.bundle());
     controller_->setDestinationList({{1, workPath("dest one")}});
     PropertyList::Array stampOnly;
     for (const PropertyList& field : Preferences::defaultMetadata()) {

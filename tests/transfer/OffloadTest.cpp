@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 
 #include "AppController.h"
+#include "CopyDelegate.h"
 #include "FaultyFileLayer.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
@@ -221,29 +222,29 @@ TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
 
     const auto infoFor = [&](const QString& source) {
         auto info = std::make_shared<CopyInfo>();
-        info->object = std::weak_ptr<QVVolume>(volume);
         info->source = source;
         info->sourcePath = source.toUtf8();
         return info;
     };
     const auto a = infoFor("/card/a");
     const auto b = infoFor("/card/b");
-    controller_->fileCopyBytesWritten(40, a);
-    controller_->fileCopyBytesWritten(60, a);
-    controller_->fileCopyBytesWritten(40, b);
+    const std::shared_ptr<CopyDelegate> copier = controller_->copierFor(volume);
+    copier->fileCopyBytesWritten(40, a);
+    copier->fileCopyBytesWritten(60, a);
+    copier->fileCopyBytesWritten(40, b);
     EXPECT_EQ(volume->progressBar().doubleValue, 100) << "each file counts its latest total once";
     EXPECT_TRUE(waitUntil([&] { return view_.events().contains("title: Cardsweep (50%)"); }));
 
     volume->setStatus(QVVolume::Cancelled);
-    EXPECT_FALSE(controller_->fileCopyShouldContinue(b));
+    EXPECT_FALSE(copier->fileCopyShouldContinue(b));
 
     // Digests go into the transfer's ledger by name; a copy that can't be made is named.
     volume->setLedger(std::make_shared<TransferLedger>(2));
     b->size = 40;
     b->destChecksums = QStringList{"aa", "bb"};
     b->sourceChecksum = "aa";
-    controller_->fileCopyFinished(b);
-    controller_->fileCopyProblem(a, 1, "can't be created: No space left on device");
+    copier->fileCopyFinished(b);
+    copier->fileCopyProblem(a, 1, "can't be created: No space left on device");
     EXPECT_EQ(volume->destChecksums()[0].at("b"), "aa");
     EXPECT_EQ(volume->destChecksums()[1].at("b"), "FAILED") << "never the damaged copy's digest";
     EXPECT_EQ(volume->destChecksums()[1].at("a"), "FAILED");

@@ -1,0 +1,44 @@
+#include "AppContext.h"
+
+#include "AppController.h"
+#include "DetachedThreads.h"
+#include "FileLayer.h"
+#include "LinuxMountService.h"
+#include "Preferences.h"
+#include "QVException.h"
+#include "QVLog.h"
+#include "SettingsStore.h"
+#include "WorkerThreads.h"
+
+AppContext::AppContext() {
+    QVException::installUncaughtExceptionHandler();
+    QVLog::createNewLog();
+    settings_ = std::make_unique<SettingsStore>(SettingsStore::defaultPath());
+    Preferences(*settings_).registerAndMigrate();
+    threads_ = std::make_unique<WorkerThreads>();
+    mounts_ = std::make_unique<LinuxMountService>();
+}
+
+AppContext::~AppContext() {
+    mounts_->stopWatching();
+    threads_->joinAll();
+    DetachedThreads::joinAll();
+    // The writer must be done before the statics it formats with are torn down.
+    QVLog::sharedController().willTerminate();
+}
+
+QString AppContext::settingsProblem() const {
+    return settings_->loadProblem();
+}
+
+Services AppContext::services(Notifier& notifier) {
+    return Services{FileLayer::posix(), *mounts_, notifier, *threads_, Clock::system()};
+}
+
+MountService& AppContext::mounts() {
+    return *mounts_;
+}
+
+std::unique_ptr<AppController> AppContext::makeController(AppView& view, Notifier& notifier) {
+    return std::make_unique<AppController>(*settings_, view, services(notifier));
+}

@@ -1,0 +1,43 @@
+#pragma once
+// The one setup every program of Cardsweep starts with: the exception handler, the log, the
+// settings store with its registered defaults, and the services that reach the system, built
+// from their Linux implementations. Its end is the orderly shutdown: mount watching stops,
+// every worker is waited for, then the log writer. Made and used on the main thread, after the
+// Qt application object.
+
+#include <QString>
+#include <memory>
+
+#include "Services.h"
+
+class AppController;
+class AppView;
+class FileLayer;
+class LinuxMountService;
+class Notifier;
+class SettingsStore;
+class WorkerThreads;
+
+class AppContext {
+  public:
+    AppContext();
+    ~AppContext();
+    AppContext(const AppContext&) = delete;
+    AppContext& operator=(const AppContext&) = delete;
+
+    SettingsStore& settings() { return *settings_; }
+    /// Why the settings file could not be read, empty when it could.
+    QString settingsProblem() const;
+    /// The services, with notifications going to notifier.
+    Services services(Notifier& notifier);
+    WorkerThreads& threads() { return *threads_; }
+    MountService& mounts();
+
+    /// A controller over these services showing through view (which also notifies).
+    std::unique_ptr<AppController> makeController(AppView& view, Notifier& notifier);
+
+  private:
+    std::unique_ptr<SettingsStore> settings_;
+    std::unique_ptr<WorkerThreads> threads_;
+    std::unique_ptr<LinuxMountService> mounts_;
+};

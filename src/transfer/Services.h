@@ -1,0 +1,21 @@
+#pragma once
+// Everything the transfer logic reaches outside the process, handed in as one bundle: the
+// mains build it from the Linux implementations, tests from fakes. Nothing here is picked by
+// default; each owner outlives the controller it is given to.
+
+#include <memory>
+
+#include "Clock.h"
+
+class FileLayer;
+class MountService;
+class Notifier;
+class WorkerThreads;
+
+struct Services {
+    FileLayer& files;
+    MountService& mounts;
+    Notifier& notifier;
+    WorkerThreads& threads;
+    std::shared_ptr<const Clock> clock;
+};

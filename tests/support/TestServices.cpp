@@ -1,0 +1,7 @@
+#include "TestServices.h"
+
+#include "DetachedThreads.h"
+
+Services TestServices::bundle() {
+    return Services{*files, *mounts, notifier_, DetachedThreads::shared(), clock};
+}
