@@ -4,6 +4,7 @@
 #include "DoneMarkerAction.h"
 #include "MainThread.h"
 #include "ManifestAction.h"
+#include "MountService.h"
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
@@ -40,6 +41,8 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
 }
 
 AppController::~AppController() {
+    if (watchingMounts_)
+        services_.mounts.stopWatching();
     lifetime_.reset();
 }
 

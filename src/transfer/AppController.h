@@ -165,6 +165,9 @@ class AppController : public TransferStages {
     std::shared_ptr<QVVolume> addVolumeLocationToList(const QString& path, bool isFolder = false);
     void volumeDidMount(const QString& path);
     void volumeDidUnmount(const QString& path);
+    /// Hears of mounts from now on (main thread): a card that could be one is listed, one
+    /// that goes away leaves the list, interrupting its transfer.
+    void startWatchingMounts();
     /// The automatic mode (queue recognised cards as they are mounted).
     bool cardsweepEnabled() const;
     /// Starts the selected volumes, or, while the Transfer item reads " Cancel " for them,
@@ -246,4 +249,5 @@ class AppController : public TransferStages {
     std::set<std::shared_ptr<QVVolume>> removalRequests_;  // guarded by removalMutex_
     // Two listings of the mounted cards at once would list each card twice.
     std::mutex populateMutex_;
+    bool watchingMounts_ = false;  // main thread only
 };

@@ -152,6 +152,20 @@ void AppController::volumeDidUnmount(const QString& path) {
     }
 }
 
+void AppController::startWatchingMounts() {
+    watchingMounts_ = true;
+    services_.mounts.startWatching([this](const MountEntry& entry, bool mounted) {
+        if (!mounted)
+            return volumeDidUnmount(entry.mountPoint);
+        const auto volumes = dataArray();
+        const bool listed = std::any_of(volumes.begin(), volumes.end(), [&](const auto& volume) {
+            return volume->path() == entry.mountPoint;
+        });
+        if (!listed && services_.mounts.isRemovable(entry))
+            volumeDidMount(entry.mountPoint);
+    });
+}
+
 void AppController::transfer() {
     if (toolbarForSelection().transferLabel == transferItem(true).transferLabel)
         return cancelSelectedTransfers();

@@ -111,7 +111,12 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         const bool imageMode = inImageMode();
         for (const QString& destination : reserved) {
             if (!imageMode) {
-                QVFileManager::createDirectory(destination, 20);
+                // Claimed by reservation already, unless the claim failed; then the copy
+                // names the destination that can't be written.
+                const QByteArray folder = PathText::bytes(destination);
+                if (fileLayer_.makeParents(folder) != 0 ||
+                    (fileLayer_.makeFolder(folder) != 0 && errno != EEXIST))
+                    QVLog::appendLog(u"Unable to create folder %@", destination);
                 removeFromReservedFileQueue({destination});
             }
             v.addDestination(destination);

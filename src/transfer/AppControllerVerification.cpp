@@ -141,10 +141,15 @@ void AppController::checksumFile(const QString& path, const QString& basePath,
         };
         const VerificationType type =
             verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
-        const auto digest =
-            FileHashCreateWithPath(DigestContext::Kind(int(type) - 1), path, 4096, progress);
+        const auto digest = FileHashCreateWithPath(DigestContext::Kind(int(type) - 1), path, 4096,
+                                                   progress, fileLayer_);
+        if (!digest) {
+            // Left out of its side's digests, so the comparison names the file as differing.
+            QVLog::appendLog(u"Unable to read file %@ to check it", path);
+            return;
+        }
         QVLog::appendLog(u"Checksum complete for file %@.", path);
-        if (!digest || digest->isEmpty() || basePath.isEmpty())
+        if (digest->isEmpty() || basePath.isEmpty())
             return;
         if (isSource)
             volume->updateSourceChecksum(*digest, relative);
