@@ -34,6 +34,11 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
       volumes_(destinationsAtStart(settings)),
       reservation_(settings, services.clock, services.files),
       images_(services.files, services.mounts),
+      verification_(services.files,
+                    [this](const std::shared_ptr<QVVolume>& volume, std::uint64_t bytes) {
+                        verificationProgressUpdate(bytes, *volume);
+                        updates_.changed(volume);
+                    }),
       updates_(
           [&view](const VolumeUpdates::Snapshots& snapshots) { view.volumesChanged(snapshots); },
           kViewUpdateInterval) {

@@ -21,7 +21,6 @@
 #include "DestinationEntry.h"
 #include "DestinationReservation.h"
 #include "DiskImages.h"
-#include "OperationQueue.h"
 #include "PostActions.h"
 #include "QVVolume.h"
 #include "Services.h"
@@ -32,6 +31,7 @@
 #include "TransferStages.h"
 #include "VolumeList.h"
 #include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
 class CopyDelegate;
 class FileLayer;
@@ -123,10 +123,10 @@ class AppController : public TransferStages {
     // ---- Verification (AppControllerVerification.cpp)
     void verifyVolume(const std::shared_ptr<QVVolume>& volume,
                       const QString& destination = QString()) override;
-    using SizeMap = std::map<QString, std::uint64_t>;
-    static std::optional<SizeMap> fileSizeDictForFolder(const QString& folder,
-                                                        const QString& basePath = QString());
-    static SizeMap fileSizeDictForPaths(const QStringList& paths, const QString& basePath);
+    using SizeMap = VolumeVerification::SizeMap;
+    std::optional<SizeMap> fileSizeDictForFolder(const QString& folder,
+                                                 const QString& basePath = QString()) const;
+    SizeMap fileSizeDictForPaths(const QStringList& paths, const QString& basePath) const;
     void checksumDictForFolder(const QString& folder, const QString& basePath,
                                const std::shared_ptr<QVVolume>& volume, bool isSource);
     void checksumDictForFiles(const QStringList& paths, const QString& basePath,
@@ -225,6 +225,8 @@ class AppController : public TransferStages {
     void advanceProgress(const std::shared_ptr<QVVolume>& volume, double bytes);
     /// A copy of the volume read back damaged: counted, shown for review, notified.
     void damagedCopy(const std::shared_ptr<QVVolume>& volume);
+    /// The digest verification uses: the manifest's.
+    DigestContext::Kind verificationKind() const;
     /// The ordered steps after a verified transfer.
     void buildPostActions();
 
@@ -233,7 +235,6 @@ class AppController : public TransferStages {
     const Services services_;
     TransferStages& stages_;
     FileLayer& fileLayer_;
-    OperationQueue operationQueue_{8};  // digest work of verification, across volumes
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 
     VolumeList volumes_;
@@ -242,6 +243,7 @@ class AppController : public TransferStages {
     TransferProgress progress_;
     DiskImages images_;
     PostActions postActions_;
+    VolumeVerification verification_;
     VolumeUpdates updates_;
 
     // Volumes whose user chose "Confirm & Remove": their folders go again once the copy stops.

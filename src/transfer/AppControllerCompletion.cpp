@@ -113,7 +113,7 @@ void AppController::cancelVolume(QVVolume& volume) {
         volume.decrementThreadCount();
         decrementThreadCount();
     }
-    operationQueue_.cancelAllOperations();
+    verification_.cancel();
     onMainThread([this] { refreshTotalRemainingSpace(); }, false);
 }
 

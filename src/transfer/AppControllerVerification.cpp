@@ -19,54 +19,12 @@
 
 namespace {
 
-// Hidden entries, the manifest and the archives the post actions make are never compared.
-bool isLeftOut(const QString& name) {
-    return name.startsWith(u'.') || name == QLatin1String("checksums.txt") ||
-           name.endsWith(QLatin1String(" Archive.dmg")) ||
-           name.endsWith(QLatin1String(" Archive.zip"));
-}
-
-QStringList entriesOf(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
-                                  QDir::NoDotAndDotDot);
-}
-
-bool lstatPath(const QString& path, struct stat* status) {
-    return ::lstat(QFile::encodeName(path).constData(), status) == 0;
-}
-
 template <typename Map>
 Map blankDictionaryWithKeys(const std::map<QString, std::uint64_t>& sizes) {
     Map blank;
     for (const auto& [key, size] : sizes)
         blank[key] = QString();
     return blank;
-}
-
-// A later transfer's copy placed at the top of this one is not part of it, nor are the history
-// folder (each copy continues its own) and the report.
-bool isLaterCopy(const QString& folder, const QString& basePath, const QString& name) {
-    return folder == basePath &&
-           (name == QLatin1String(AscMhlHistory::kFolder) ||
-            name == QLatin1String(ChecksumManifest::kReportName) ||
-            ChecksumManifest::isLaterCopy(FileLayer::posix(), QFile::encodeName(folder),
-                                          QFile::encodeName(name)));
-}
-
-void addSizes(const QString& folder, const QString& basePath, AppController::SizeMap& sizes) {
-    for (const QString& name : entriesOf(folder)) {
-        if (isLeftOut(name) || isLaterCopy(folder, basePath, name))
-            continue;
-        const QString entry = folder + u'/' + name;
-        struct stat status {};
-        if (!lstatPath(entry, &status))
-            continue;
-        if (S_ISDIR(status.st_mode)) {
-            addSizes(entry, basePath, sizes);
-            continue;
-        }
-        sizes[entry.mid(basePath.size())] = std::uint64_t(status.st_size);
-    }
 }
 
 QString describe(const QVVolume::ChecksumMap& digests) {
@@ -79,85 +37,33 @@ QString describe(const QVVolume::ChecksumMap& digests) {
 }  // namespace
 
 std::optional<AppController::SizeMap> AppController::fileSizeDictForFolder(
-    const QString& folder, const QString& basePath) {
-    try {
-        SizeMap sizes;
-        addSizes(folder, basePath.isNull() ? folder : basePath, sizes);
-        return sizes;
-    } catch (const std::exception& exception) {
-        QVException::logException(exception, "fileSizeDictForFolder:basePath:");
-        return std::nullopt;
-    }
+    const QString& folder, const QString& basePath) const {
+    return verification_.fileSizeDictForFolder(folder, basePath);
 }
 
 AppController::SizeMap AppController::fileSizeDictForPaths(const QStringList& paths,
-                                                           const QString& basePath) {
-    SizeMap sizes;
-    for (const QString& path : paths) {
-        struct stat status {};
-        if (lstatPath(path, &status))
-            sizes[path.mid(basePath.size())] = std::uint64_t(status.st_size);
-    }
-    return sizes;
+                                                           const QString& basePath) const {
+    return verification_.fileSizeDictForPaths(paths, basePath);
+}
+
+DigestContext::Kind AppController::verificationKind() const {
+    return DigestContext::Kind(
+        int(verificationTypeFor(settings_.integer(SettingsKey::checksumFormat))) - 1);
 }
 
 void AppController::checksumDictForFolder(const QString& folder, const QString& basePath,
                                           const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    for (const QString& name : entriesOf(folder)) {
-        if (isLeftOut(name) || isLaterCopy(folder, basePath, name))
-            continue;
-        const QString entry = folder + u'/' + name;
-        struct stat status {};
-        if (!lstatPath(entry, &status) || S_ISLNK(status.st_mode))
-            continue;
-        if (S_ISDIR(status.st_mode)) {
-            checksumDictForFolder(entry, basePath, volume, isSource);
-            continue;
-        }
-        operationQueue_.addOperation(
-            [=, this] { checksumFile(entry, basePath, volume, isSource); });
-    }
+    verification_.checksumDictForFolder(folder, basePath, volume, isSource, verificationKind());
 }
 
 void AppController::checksumDictForFiles(const QStringList& paths, const QString& basePath,
                                          const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    for (const QString& path : paths) {
-        struct stat status {};
-        if (isLeftOut(QFileInfo(path).fileName()) || !lstatPath(path, &status) ||
-            S_ISLNK(status.st_mode))
-            continue;
-        operationQueue_.addOperation([=, this] { checksumFile(path, basePath, volume, isSource); });
-    }
+    verification_.checksumDictForFiles(paths, basePath, volume, isSource, verificationKind());
 }
 
 void AppController::checksumFile(const QString& path, const QString& basePath,
                                  const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    try {
-        QVLog::fastAppendLog(u"Getting checksum for file %@...", path);
-        const QString relative = path.mid(basePath.size());
-        const auto progress = [this, volume](std::uint64_t bytes) {
-            verificationProgressUpdate(bytes, *volume);
-            updates_.changed(volume);
-        };
-        const VerificationType type =
-            verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
-        const auto digest = FileHashCreateWithPath(DigestContext::Kind(int(type) - 1), path, 4096,
-                                                   progress, fileLayer_);
-        if (!digest) {
-            // Left out of its side's digests, so the comparison names the file as differing.
-            QVLog::appendLog(u"Unable to read file %@ to check it", path);
-            return;
-        }
-        QVLog::appendLog(u"Checksum complete for file %@.", path);
-        if (digest->isEmpty() || basePath.isEmpty())
-            return;
-        if (isSource)
-            volume->updateSourceChecksum(*digest, relative);
-        else
-            volume->updateDestChecksum(*digest, relative, basePath);
-    } catch (const std::exception& exception) {
-        QVException::logException(exception, "checksumFile:basePath:volume:isSource:");
-    }
+    verification_.checksumFile(path, basePath, volume, isSource, verificationKind());
 }
 
 void AppController::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
@@ -256,7 +162,7 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
                 return;
             checksumDictForFolder(destination, destination, volume, false);
         }
-        operationQueue_.waitUntilAllOperationsAreFinished();
+        verification_.waitUntilDone();
     }
     if (v.status() == QVVolume::Cancelled)
         return;

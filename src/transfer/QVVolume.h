@@ -54,11 +54,11 @@ class QVVolume {
     /// A new record: status -2 for type -1, else 0; metadata filled from the field list in
     /// settings (which may advance an incrementing field's stored default, so records are made
     /// on one thread, the main one).
-    static std::shared_ptr<QVVolume> volumeWithName(
-        const QString& name, const QString& path, int type, SettingsStore& settings,
-        std::shared_ptr<const Clock> clock = Clock::system());
+    static std::shared_ptr<QVVolume> volumeWithName(const QString& name, const QString& path,
+                                                    int type, SettingsStore& settings,
+                                                    std::shared_ptr<const Clock> clock);
 
-    explicit QVVolume(std::shared_ptr<const Clock> clock = Clock::system());
+    explicit QVVolume(std::shared_ptr<const Clock> clock);
     QVVolume(const QVVolume&) = delete;
     QVVolume& operator=(const QVVolume&) = delete;
 

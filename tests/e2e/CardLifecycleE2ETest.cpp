@@ -137,8 +137,10 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     TestServices services(notifier);
     services.mounts = &mounts;
     AppController controller(settings, view, services.bundle());
-    const auto volume = QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings);
-    const auto folder = QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings);
+    const auto volume =
+        QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings, Clock::system());
+    const auto folder =
+        QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings, Clock::system());
     folder->setIsFolder(true);
     controller.setDataArray({volume, folder});
 

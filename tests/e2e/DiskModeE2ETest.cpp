@@ -40,7 +40,8 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
     services.mounts = &mounts;
     services.files = &layer;
     AppController controller(settings, view, services.bundle());
-    const auto volume = QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings);
+    const auto volume =
+        QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings, Clock::system());
     controller.setDataArray({volume});
     qsizetype ends = 0;
     // Starts a transfer to the folders; pull, when given, runs once the card is being read.

@@ -66,7 +66,7 @@ class Controller {
         controller_.setDestinationList(list);
     }
     std::shared_ptr<QVVolume> list(const QString& name, const QString& path) {
-        auto volume = QVVolume::volumeWithName(name, path, 5, settings_);
+        auto volume = QVVolume::volumeWithName(name, path, 5, settings_, Clock::system());
         controller_.setDataArray({volume});
         return volume;
     }

@@ -32,7 +32,8 @@ std::shared_ptr<QVVolume> OffloadFixture::card(const QString& name) {
 }
 
 std::shared_ptr<QVVolume> OffloadFixture::listCard(const QString& name) {
-    return QVVolume::volumeWithName(name, work_.filePath("cards/" + name), 0, settings_);
+    return QVVolume::volumeWithName(name, work_.filePath("cards/" + name), 0, settings_,
+                                    services_.clock);
 }
 
 bool OffloadFixture::offload(const std::vector<std::shared_ptr<QVVolume>>& volumes) {

@@ -16,6 +16,7 @@
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
+#include "VolumeVerification.h"
 
 class OffloadTest : public OffloadFixture {};
 
@@ -58,7 +59,7 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     const QString empty = work_.filePath("cards/EMPTY");
     TestFiles::write(empty + "/.Trashes/x", "x");
     TestFiles::write(empty + "/.fseventsd/y", "y");
-    const auto litter = QVVolume::volumeWithName("EMPTY", empty, 0, settings_);
+    const auto litter = QVVolume::volumeWithName("EMPTY", empty, 0, settings_, Clock::system());
     ASSERT_TRUE(offload({first, second, litter}));
     drainWorkers();  // past the post actions, which pass through "Finishing..."
     for (const auto& volume : {first, second, litter}) {
@@ -206,14 +207,15 @@ TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
     ASSERT_EQ(::symlink("A.MXF", QFile::encodeName(dir.filePath("card/link")).constData()), 0);
     TestFiles::write(dir.filePath("card/checksums.txt"), "left out");
     TestFiles::write(dir.filePath("card/CARD Archive.zip"), "left out");
-    const auto sizes = AppController::fileSizeDictForFolder(dir.filePath("card"));
+    const VolumeVerification verification(FileLayer::posix(), {});
+    const auto sizes = verification.fileSizeDictForFolder(dir.filePath("card"));
     ASSERT_TRUE(sizes);
-    EXPECT_EQ(*sizes, (AppController::SizeMap{{"/A.MXF", 6}, {"/link", 5}}));
+    EXPECT_EQ(*sizes, (VolumeVerification::SizeMap{{"/A.MXF", 6}, {"/link", 5}}));
 }
 
 TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
     makeController();
-    auto volume = std::make_shared<QVVolume>();
+    auto volume = std::make_shared<QVVolume>(Clock::system());
     volume->setStatus(QVVolume::Copying);
     volume->setMaxProgressValue(200);
     volume->addDestination("/d1");

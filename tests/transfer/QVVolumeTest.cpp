@@ -26,11 +26,12 @@ class QVVolumeTest : public testing::Test {
 }  // namespace
 
 TEST_F(QVVolumeTest, StatusTypeAndProgress) {
-    const auto unknown = QVVolume::volumeWithName("USB", dir_.path(), -1, settings_);
+    const auto unknown =
+        QVVolume::volumeWithName("USB", dir_.path(), -1, settings_, Clock::system());
     EXPECT_EQ(unknown->status(), QVVolume::Unrecognised);
     EXPECT_EQ(unknown->statusText(), "");
     EXPECT_EQ(unknown->typeName(), "Unknown");
-    const auto card = QVVolume::volumeWithName("A001", dir_.path(), 7, settings_);
+    const auto card = QVVolume::volumeWithName("A001", dir_.path(), 7, settings_, Clock::system());
     EXPECT_EQ(card->statusText(), "Waiting");
     EXPECT_EQ(card->typeName(), "Canon XF");
     card->setStatus(QVVolume::Failed);
@@ -50,7 +51,7 @@ TEST_F(QVVolumeTest, MediaUsageLeavesLitterOutAndCachesOnlyANonZeroTotal) {
     const QString root = dir_.filePath("card");
     TestFiles::write(root + "/.Trashes/a", QByteArray(1000, 't'));
     TestFiles::write(root + "/.fseventsd/b", QByteArray(1000, 'f'));
-    QVVolume volume;
+    QVVolume volume(Clock::system());
     volume.setPath(root);
     EXPECT_EQ(volume.totalMediaUsage(), 0u);
     TestFiles::write(root + "/CONTENTS/CLIP/A.MXF", QByteArray(300, 'm'));
@@ -66,7 +67,7 @@ TEST_F(QVVolumeTest, FindsQuickTimeMoviesByExtensionOrTypeCode) {
     TestFiles::write(root + "/A/C/other.mov");
     TestFiles::write(root + "/Z/clip.mp4");
     TestFiles::write(root + "/Z/note.txt");
-    QVVolume volume;
+    QVVolume volume(Clock::system());
     volume.setPath(root);
     volume.checkForQuickTimeMovies();
     EXPECT_TRUE(volume.hasQTMovies());

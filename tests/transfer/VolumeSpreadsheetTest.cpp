@@ -15,7 +15,7 @@ TEST(VolumeSpreadsheet, DriveIdentifier) {
 
     // A folder is no mounted disk: no identifier.
     QTemporaryDir dir;
-    QVVolume volume;
+    QVVolume volume(Clock::system());
     volume.setPath(dir.path());
     EXPECT_TRUE(VolumeSpreadsheet::describe(volume).driveIdentifier.isEmpty());
 }
