@@ -84,6 +84,8 @@ class FileLayer {
     /// Gives a folder its modification and access times (links not followed).
     virtual int setTimes(const QByteArray& path, const struct stat& attributes) = 0;
 
+    /// Anything at all is at path (a dangling link too).
+    bool exists(const QByteArray& path);
     /// Makes every missing folder above path through makeFolder: 0, or -1 with errno set.
     int makeParents(const QByteArray& path);
     /// Removes a file, link or whole folder through the calls above, links never followed.

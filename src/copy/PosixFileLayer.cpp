@@ -36,6 +36,11 @@ std::optional<QByteArray> FileLayer::readWhole(const QByteArray& path, std::size
     return text;
 }
 
+bool FileLayer::exists(const QByteArray& path) {
+    struct stat status {};
+    return linkStatus(path, &status) == 0;
+}
+
 int FileLayer::makeParents(const QByteArray& path) {
     const qsizetype slash = path.lastIndexOf('/');
     if (slash <= 0)

@@ -22,11 +22,6 @@ namespace {
 
 const char* const kAutomaticMode = "cardsweepEnabled";
 
-bool anythingAt(FileLayer& files, const QString& path) {
-    struct stat status {};
-    return files.linkStatus(PathText::bytes(path), &status) == 0;
-}
-
 }  // namespace
 
 bool AppController::cardsweepEnabled() const {
@@ -44,7 +39,7 @@ void AppController::startUp(const QStringList& arguments) {
     QStringList offline;
     for (const DestinationEntry& entry : destinationList()) {
         const QString drive = QVLocalPaths::mediaDriveForPath(entry.path);
-        if (drive.isEmpty() || anythingAt(fileLayer_, drive))
+        if (drive.isEmpty() || fileLayer_.exists(PathText::bytes(drive)))
             continue;
         const QString name = QFileInfo(drive).fileName();
         if (!offline.contains(name))

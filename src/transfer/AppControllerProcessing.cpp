@@ -81,8 +81,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             return;
         settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
         const QString marker = path + QStringLiteral("/.cardsweep");
-        struct stat markerStatus {};
-        if (fileLayer_.linkStatus(PathText::bytes(marker), &markerStatus) == 0)
+        if (fileLayer_.exists(PathText::bytes(marker)))
             QVFileManager::removeFile(marker);
 
         onMainThread([&v] { v.resetProgress(); }, true);

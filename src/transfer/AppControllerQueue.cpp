@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "AppController.h"
+#include "FileLayer.h"
 #include "MainThread.h"
+#include "PathText.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVFileManager.h"
@@ -21,9 +23,9 @@ namespace {
 
 const QString kMarkerName = QStringLiteral(".cardsweep");
 
-std::optional<timespec> modificationTime(const QString& path) {
+std::optional<timespec> modificationTime(FileLayer& files, const QByteArray& path) {
     struct stat status {};
-    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+    if (files.linkStatus(path, &status) != 0)
         return std::nullopt;
     return status.st_mtim;
 }
@@ -32,19 +34,22 @@ bool isLater(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
 }
 
-// Depth first over visible entries, not entering packages; true at the first item newer than
-// the marker.
-bool containsItemNewerThan(const QString& folder, const timespec& marker) {
-    const QStringList names =
-        QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
-    for (const QString& name : names) {
-        const QString entry = folder + u'/' + name;
-        const auto modified = modificationTime(entry);
-        if (modified && isLater(*modified, marker))
+// Depth first over visible entries (system litter comes and goes), not entering packages; true
+// at the first item newer than the marker.
+bool containsItemNewerThan(FileLayer& files, const QByteArray& folder, const timespec& marker) {
+    std::vector<FileLayer::Entry> entries;
+    files.listFolder(folder, &entries);
+    for (const FileLayer::Entry& entry : entries) {
+        if (entry.name.startsWith('.'))
+            continue;
+        const QByteArray path = folder + '/' + entry.name;
+        struct stat status {};
+        if (files.linkStatus(path, &status) != 0)
+            continue;
+        if (isLater(status.st_mtim, marker))
             return true;
-        const QFileInfo info(entry);
-        if (info.isDir() && !info.isSymLink() && !QVFileManager::isPackageAtPath(entry) &&
-            containsItemNewerThan(entry, marker))
+        if (S_ISDIR(status.st_mode) && !QVFileManager::isPackageAtPath(PathText::display(path)) &&
+            containsItemNewerThan(files, path, marker))
             return true;
     }
     return false;
@@ -138,10 +143,10 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
             return;
         const QString root = volume->path();
         const QString marker = root + u'/' + kMarkerName;
-        const auto markerTime = modificationTime(marker);
+        const auto markerTime = modificationTime(fileLayer_, PathText::bytes(marker));
         if (!markerTime)
             return;
-        if (containsItemNewerThan(root, *markerTime)) {
+        if (containsItemNewerThan(fileLayer_, PathText::bytes(root), *markerTime)) {
             QVFileManager::removeFile(marker);
             return;
         }
