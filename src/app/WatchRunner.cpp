@@ -83,7 +83,7 @@ QString describe(const QVVolume& volume) {
 bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings) {
     const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
     const bool imagesChecked = settings.isOn(SettingsKey::verifyFileChecksums);
-    const qint64 status = volume.status();
+    const VolumeStatus status = volume.status();
     if (status != QVVolume::Done) {
         say(QStringLiteral("%1: %2").arg(
             volume.name(), status == QVVolume::Failed
@@ -115,7 +115,7 @@ bool stopTransfers(AppController& controller) {
         say(QStringLiteral("%1: not transferred (stopped while waiting)").arg(volume->name()));
     bool stopped = !waiting.empty();
     for (const auto& volume : controller.dataArray()) {
-        const qint64 status = volume->status();
+        const VolumeStatus status = volume->status();
         if (status < QVVolume::Copying || status > QVVolume::Unmounting)
             continue;
         volume->setErrorString(QStringLiteral("stopped before it was verified"));

@@ -30,7 +30,7 @@ void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     removeFromReservedFileQueue(v.destinations());
     progress_.forget(v);
     releaseSlot(v);
-    const qint64 status = v.status();
+    const VolumeStatus status = v.status();
     if (status != QVVolume::Failed && status != QVVolume::Cancelled)
         services_.threads.start([this, volume] { performPostActions(volume); });
     else
@@ -176,7 +176,7 @@ void AppController::cancelSelectedTransfers() {
 bool AppController::applicationShouldTerminate() {
     const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
     const bool busy = std::any_of(volumes.begin(), volumes.end(), [](const auto& volume) {
-        const qint64 status = volume->status();
+        const VolumeStatus status = volume->status();
         return status >= QVVolume::Copying && status <= QVVolume::Formatting;
     });
     if (!busy)

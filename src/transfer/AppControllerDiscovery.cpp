@@ -120,7 +120,7 @@ void AppController::volumeDidMount(const QString& path) {
 void AppController::volumeDidUnmount(const QString& path) {
     bool interrupted = false;
     const std::shared_ptr<QVVolume> gone = volumes_.takeAt(path, [&](QVVolume& volume) {
-        const qint64 status = volume.status();
+        const VolumeStatus status = volume.status();
         if (status < QVVolume::Copying || status > QVVolume::Unmounting)
             return;
         // Not reset to "Waiting": its worker would keep a slot nobody gives back. Marked
@@ -181,7 +181,7 @@ void AppController::toggleCardsweep() {
     view_.setAutomaticModeSelected(true);
     settings_.setObject(kAutomaticMode, PropertyList(qint64(1)));
     for (const auto& volume : dataArray()) {
-        const qint64 status = volume->status();
+        const VolumeStatus status = volume->status();
         if (volume->type() != -1 && (status == QVVolume::Idle || status == QVVolume::Cancelled))
             addVolumeToQueue(volume);
     }

@@ -27,7 +27,7 @@ ToolbarState AppController::toolbarForSelection() const {
     state.transferEnabled = false;
     if (!selected.empty()) {
         const bool busy = std::any_of(selected.begin(), selected.end(), [](const auto& volume) {
-            return volume->status() > 0 && volume->status() != QVVolume::Done;
+            return volume->status() > QVVolume::Idle && volume->status() != QVVolume::Done;
         });
         state = transferItem(busy);
         state.eraseEnabled = state.ejectEnabled = !busy;

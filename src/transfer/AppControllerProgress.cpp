@@ -58,7 +58,7 @@ float AppController::totalProgressForAllVolumes() const {
     float count = 0;
     float done = 0;
     for (const auto& volume : volumes) {
-        const qint64 status = volume->status();
+        const VolumeStatus status = volume->status();
         if (status >= QVVolume::Failed)
             ++count;
         if (status == QVVolume::Copying) {

@@ -241,7 +241,7 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
             // Written again by the post actions, a manifest that fails leaves the first one.
-            const qint64 status = volume.status();
+            const VolumeStatus status = volume.status();
             if (status == QVVolume::Copying || status == QVVolume::Verifying)
                 ledger->recordFailure("/" + name, int(i),
                                       QStringLiteral("the manifest can't be written: ") + error);

@@ -327,7 +327,7 @@ QString QVVolume::statusText() const {
 std::shared_ptr<const VolumeSnapshot> QVVolume::snapshot() {
     auto shot = std::make_shared<VolumeSnapshot>();
     shot->timeRemaining = timeEstimate_.timeRemaining();
-    shot->status = VolumeStatus(status());
+    shot->status = status();
     shot->statusText = statusText();
     const std::lock_guard lock(mutex_);
     shot->name = name_;

@@ -38,18 +38,13 @@ class QVVolume {
     using ChecksumMap = std::map<QString, QString>;
     using MetadataValues = ::MetadataValues;
 
-    enum Status : qint64 {
-        Unrecognised = -2,
-        Failed = -1,
-        Idle = 0,
-        Copying = 1,
-        Verifying = 2,
-        Formatting = 3,
-        Unmounting = 4,
-        Done = 5,
-        Cancelled = 6,
-        Finishing = 7,
-    };
+    using Status = VolumeStatus;
+    // The statuses under the record's name, as callers have always said them.
+    static constexpr VolumeStatus Unrecognised = Status::Unrecognised, Failed = Status::Failed,
+                                  Idle = Status::Idle, Copying = Status::Copying,
+                                  Verifying = Status::Verifying, Formatting = Status::Formatting,
+                                  Unmounting = Status::Unmounting, Done = Status::Done,
+                                  Cancelled = Status::Cancelled, Finishing = Status::Finishing;
 
     /// A new record: status -2 for type -1, else 0; metadata filled from the field list in
     /// settings (which may advance an incrementing field's stored default, so records are made
@@ -70,12 +65,12 @@ class QVVolume {
     void setType(qint64 type);
     ProgressIndicator spinner() const;
     ProgressIndicator progressBar() const;
-    qint64 status() const { return status_.load(); }
-    void setStatus(qint64 status) { status_.store(status); }
+    VolumeStatus status() const { return status_.load(); }
+    void setStatus(VolumeStatus status) { status_.store(status); }
     /// Sets the status in one step with the check, so a cancel arriving meanwhile is never
     /// overwritten; false when the volume is cancelled.
-    bool setStatusUnlessCancelled(qint64 status) {
-        qint64 current = status_.load();
+    bool setStatusUnlessCancelled(VolumeStatus status) {
+        VolumeStatus current = status_.load();
         while (current != Cancelled) {
             if (status_.compare_exchange_weak(current, status))
                 return true;
@@ -175,7 +170,7 @@ class QVVolume {
     qint64 type_ = -1;               // guarded by mutex_
     ProgressIndicator spinner_;      // guarded by mutex_
     ProgressIndicator progressBar_;  // guarded by mutex_
-    std::atomic<qint64> status_{Idle};
+    std::atomic<VolumeStatus> status_{Idle};
     std::optional<QString> errorString_;  // guarded by mutex_
     std::atomic<qint64> threadCount_{0};
     std::atomic<qint64> transferCount_{0};

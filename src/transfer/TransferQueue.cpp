@@ -5,7 +5,7 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 
-void TransferQueue::giveBackSlotOf(qint64 status) {
+void TransferQueue::giveBackSlotOf(VolumeStatus status) {
     const std::lock_guard lock(mutex_);
     if (count_ < 0)
         count_ = 0;

@@ -8,13 +8,14 @@
 #include <vector>
 
 class QVVolume;
+enum class VolumeStatus : qint64;
 
 class TransferQueue {
   public:
     using Volumes = std::vector<std::shared_ptr<QVVolume>>;
 
     /// A volume coming back while still busy gives its slot back first (status as it was).
-    void giveBackSlotOf(qint64 status);
+    void giveBackSlotOf(VolumeStatus status);
     /// Takes a slot for the volume when one of limit is free (true: start it now), else
     /// queues it.
     bool admit(const std::shared_ptr<QVVolume>& volume, qint64 limit);

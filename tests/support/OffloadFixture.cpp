@@ -42,7 +42,7 @@ bool OffloadFixture::offload(const std::vector<std::shared_ptr<QVVolume>>& volum
         controller_->addVolumeToQueue(volume);
     const bool ended = waitUntil([&] {
         for (const auto& volume : volumes) {
-            const qint64 status = volume->status();
+            const VolumeStatus status = volume->status();
             if (status != QVVolume::Done && status != QVVolume::Failed)
                 return false;
         }
