@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QFileInfo>
 
 #include "FaultyFileLayer.h"
 #include "ManifestVerifier.h"
@@ -104,4 +105,54 @@ TEST_F(ControllerServicesTest, ACopyThatCantBeReadAgainWhenVerifiedFailsVerifica
     EXPECT_FALSE(digests.at(volume->destinations()[1]).contains("/CONTENTS/CLIP/A001C002.MXF"))
         << "a copy that can't be read has no digest to pass with";
     EXPECT_TRUE(digests.at(volume->destinations()[0]).contains("/CONTENTS/CLIP/A001C002.MXF"));
+}
+
+// Disk mode reads the device the mount table names; here an image file stands in for it.
+TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneNeverVerifies) {
+    FaultyFileLayer& layer = faultyLayer();
+    makeController(layer);
+    settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
+    settings_.setObject(SettingsKey::verifyFileSizes, PropertyList(qint64(0)));
+    settings_.setObject(SettingsKey::writeDoneFlag, PropertyList(qint64(0)));
+    const auto volume = card("IMG CARD");
+    const QString device = workPath("sdz1");
+    // Past the first progress report (every 40 MiB), so a pull can come while it is read.
+    TestFiles::write(device, TestFiles::randomBytes(44 * MiB, 9));
+    services_.fakeMounts.addBlockDevice(device);
+    services_.fakeMounts.mount({volume->path(), device, "exfat", "", false});
+    controller_->startWatchingMounts();
+    controller_->setDataArray({volume});
+    qsizetype ends = 0;
+    const auto transfer = [&](const QString& folder,
+                              const std::function<void()>& whileReading = {}) {
+        controller_->setDestinationList(
+            {{1, workPath(folder + " one")}, {1, workPath(folder + " two")}});
+        controller_->addVolumeToQueue(volume);
+        if (whileReading && waitUntil([&] {
+                return volume->status() == QVVolume::Copying &&
+                       volume->progressBar().doubleValue > 0;
+            }))
+            whileReading();
+        ++ends;
+        EXPECT_TRUE(waitUntil([&] { return view_.events().filter("ended: ").size() == ends; }));
+        drainWorkers();
+        return view_.events().filter("ended: ").value(ends - 1);
+    };
+
+    EXPECT_EQ(transfer("whole"), "ended: IMG CARD: Done");
+    ASSERT_EQ(volume->destinations().size(), 2);
+    for (const QString& image : volume->destinations()) {
+        EXPECT_EQ(TestFiles::read(image), TestFiles::read(device)) << image.toStdString();
+        EXPECT_EQ(QFileInfo(image).permissions() & QFile::WriteOwner, 0) << "images are read-only";
+    }
+
+    layer.corruptWriteAt(QString(), MiB);  // every image written from here on
+    EXPECT_EQ(transfer("damaged"), "ended: IMG CARD: Error: Disk image failed verification test");
+
+    layer.corruptWriteAt(QString(), -1);
+    layer.slowReads(device, 10);
+    EXPECT_EQ(transfer("pulled", [&] { services_.fakeMounts.unmount(volume->path()); }),
+              "ended: IMG CARD: Canceled");
+    EXPECT_EQ(volume->errorString(), "Transfer interrupted");
+    EXPECT_EQ(controller_->threadCount(), 0) << "its slot is free again";
 }
