@@ -4,6 +4,7 @@
 #include "DetachedThreads.h"
 #include "FileLayer.h"
 #include "LinuxMountService.h"
+#include "LogPlaces.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVLog.h"
@@ -12,7 +13,7 @@
 
 AppContext::AppContext() {
     QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     settings_ = std::make_unique<SettingsStore>(SettingsStore::defaultPath());
     Preferences(*settings_).registerAndMigrate();
     threads_ = std::make_unique<WorkerThreads>();

@@ -12,8 +12,6 @@
 
 #include "MainThread.h"
 #include "PropertyList.h"
-#include "QVException.h"
-#include "QVLocalPaths.h"
 #include "QVOSDetect.h"
 
 namespace {
@@ -68,9 +66,7 @@ double physicalMemoryGB() {
 }
 
 // The switch shared by all of the maker's applications: the string "1" or the number 1.
-bool loggingSwitchedOff() {
-    const QString path =
-        QVLocalPaths::prefsDirectory(true) + QStringLiteral("/com.quorvant.global.plist");
+bool loggingSwitchedOff(const QString& path) {
     const PropertyList value = PropertyList::readFile(path)[QStringLiteral("disable-logging")];
     switch (value.type()) {
         case PropertyList::Type::String:
@@ -91,10 +87,7 @@ QVLog& QVLog::sharedController() {
     return instance;
 }
 
-// Whatever the program, an exception nothing caught ends up in its log.
-QVLog::QVLog() : writer_([this] { runQueue(); }) {
-    QVException::installUncaughtExceptionHandler();
-}
+QVLog::QVLog() : writer_([this] { runQueue(); }) {}
 
 QVLog::~QVLog() {
     willTerminate();
@@ -122,7 +115,9 @@ void QVLog::setAppName(const QString& name) {
 }
 
 QString QVLog::logFolder() {
-    return QVLocalPaths::logDirectory(true) + QStringLiteral("/Quorvant");
+    QVLog& log = sharedController();
+    const std::lock_guard lock(log.nameMutex_);
+    return log.places_.folder;
 }
 
 QString QVLog::logPathForIndex(const QString& folder, int index) const {
@@ -132,10 +127,12 @@ QString QVLog::logPathForIndex(const QString& folder, int index) const {
 // As the superuser only the path moves to the machine's log area; the folder that is
 // created and rotated stays the user's.
 QString QVLog::currentLogPath() const {
-    if (QVLocalPaths::isElevated()) {
-        return logPathForIndex(QVLocalPaths::logDirectory(false) + QStringLiteral("/Quorvant"), 1);
+    QString folder;
+    {
+        const std::lock_guard lock(nameMutex_);
+        folder = places_.currentFolder.isEmpty() ? places_.folder : places_.currentFolder;
     }
-    return logPathForIndex(logFolder(), 1);
+    return logPathForIndex(folder, 1);
 }
 
 QStringList QVLog::availableLogs() {
@@ -150,8 +147,12 @@ QStringList QVLog::availableLogs() {
     return paths;
 }
 
-void QVLog::createNewLog(const QString& name) {
+void QVLog::createNewLog(const Places& places, const QString& name) {
     QVLog& log = sharedController();
+    {
+        const std::lock_guard lock(log.nameMutex_);
+        log.places_ = places;
+    }
     if (log.onWriterThread()) {
         log.startNewLog(name);
         return;
@@ -166,7 +167,12 @@ void QVLog::createNewLog(const QString& name) {
 }
 
 void QVLog::startNewLog(const QString& name) {
-    if (loggingSwitchedOff()) {
+    QString globalSettings;
+    {
+        const std::lock_guard lock(nameMutex_);
+        globalSettings = places_.globalSettingsFile;
+    }
+    if (loggingSwitchedOff(globalSettings)) {
         printToStdout(QStringLiteral("Logging is disabled\n"));
         loggingDisabled_ = true;
         return;

@@ -24,9 +24,16 @@ class QVLog {
   public:
     static QVLog& sharedController();
 
-    /// Rotates the logs and starts a new current log with its header. A name is taken
-    /// only when none was set before.
-    static void createNewLog(const QString& name = QString());
+    /// Where the logs go, told by whoever creates the log (the log reaches no other service).
+    struct Places {
+        QString folder;              // rotated logs: NAME.1.log ... NAME.5.log
+        QString currentFolder;       // where NAME.1.log is written (elsewhere when elevated)
+        QString globalSettingsFile;  // holds the maker's shared "disable-logging" switch
+    };
+
+    /// Rotates the logs in places.folder and starts a new current log with its header. A name
+    /// is taken only when none was set before.
+    static void createNewLog(const Places& places, const QString& name = QString());
 
     /// Formats and queues a line; short lines from worker threads wait until written.
     template <typename... Args>
@@ -64,7 +71,7 @@ class QVLog {
     bool loggingDisabled() const { return loggingDisabled_; }
     void setLoggingDisabled(bool disabled) { loggingDisabled_ = disabled; }
 
-    /// The log folder ("Logs/Quorvant" in the user's log area) and the current log path.
+    /// The log folder as the log was told it, and the current log path.
     static QString logFolder();
     QString currentLogPath() const;
 
@@ -88,6 +95,7 @@ class QVLog {
     QString logPathForIndex(const QString& folder, int index) const;
 
     mutable std::mutex nameMutex_;
+    Places places_;    // guarded by nameMutex_
     QString appName_;  // guarded by nameMutex_
 
     // Touched only on the writer thread, or by createNewLog before anything is queued.

@@ -9,6 +9,7 @@
 #include <latch>
 #include <thread>
 
+#include "LogPlaces.h"
 #include "MetadataSpreadsheet.h"
 #include "QVLog.h"
 #include "TestFiles.h"
@@ -103,7 +104,7 @@ TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
 
 TEST_F(MetadataSpreadsheetTest, FailureLeavesNothingAndIsLogged) {
     ASSERT_TRUE(QDir().mkpath(QVLog::logFolder()));
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     const QString missing = dir_.filePath(QStringLiteral("gone/Project Metadata.csv"));
     EXPECT_FALSE(MetadataSpreadsheet::writeMetadataToFile(missing, volume("C", {"/D"}), {}));
     EXPECT_FALSE(QFile::exists(missing));

@@ -9,6 +9,7 @@
 #include <QUuid>
 #include <pugixml.hpp>
 
+#include "LogPlaces.h"
 #include "QVAppleEvents.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
@@ -20,7 +21,7 @@ namespace {
 qint64 logSize() {
     const QString path = QVLog::sharedController().currentLogPath();
     if (!QFile::exists(path))
-        QVLog::createNewLog(QStringLiteral("media_tests"));
+        QVLog::createNewLog(LogPlaces::forCurrentUser(), QStringLiteral("media_tests"));
     QVLog::finishWriting();
     return QFileInfo(path).size();
 }

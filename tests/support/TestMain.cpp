@@ -6,6 +6,8 @@
 #include <QCoreApplication>
 
 #include "DetachedThreads.h"
+#include "LogPlaces.h"
+#include "QVException.h"
 #include "QVLog.h"
 #include "TempHome.h"
 
@@ -13,7 +15,9 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const TempHome home;
     QCoreApplication app(argc, argv);
-    QVLog::createNewLog();  // so what the code under test logs has a file to go to
+    QVException::installUncaughtExceptionHandler();
+    QVLog::createNewLog(
+        LogPlaces::forCurrentUser());  // so what the code under test logs has a file to go to
     const int status = RUN_ALL_TESTS();
     DetachedThreads::joinAll();
     // The writer must be done before the statics it formats with are torn down.

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "LogPlaces.h"
 #include "PropertyList.h"
 #include "QVException.h"
 #include "QVLocalPaths.h"
@@ -21,7 +22,7 @@ namespace {
 
 QString logPath(int index) {
     return QStringLiteral("%1/%2.%3.log")
-        .arg(QVLog::logFolder(), QVLog::sharedController().appName())
+        .arg(LogPlaces::forCurrentUser().folder, QVLog::sharedController().appName())
         .arg(index);
 }
 
@@ -53,7 +54,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
     for (int i = 1; i <= 5; ++i) {
         TestFiles::write(logPath(i), QStringLiteral("old %1\n").arg(i).toUtf8());
     }
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     QVLog::finishWriting();
 
     for (int i = 2; i <= 5; ++i) {
@@ -74,7 +75,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
     // Without a current log nothing rotates, even with older numbers present.
     const TempHome fresh;
     TestFiles::write(logPath(2), "second\n");
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     QVLog::finishWriting();
     EXPECT_EQ(readAll(logPath(2)), QStringLiteral("second\n"));
     EXPECT_FALSE(QFile::exists(logPath(3)));
@@ -83,7 +84,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
 
 TEST(QVLogTest, ShortLinesFromWorkersAreOnDiskWhenAppendReturns) {
     const TempHome home;
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     bool seen = false;
     std::thread worker([&seen] {
         QVLog::appendLog(u"worker reached step %li", 3);
@@ -95,7 +96,7 @@ TEST(QVLogTest, ShortLinesFromWorkersAreOnDiskWhenAppendReturns) {
 
 TEST(QVLogTest, RollsOverAtHalfAMillionBytes) {
     const TempHome home;
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     // Logs numbered 1 KB lines until stop() holds; the number of the last one, or -1.
     const auto fillUntil = [](const std::function<bool()>& stop) {
         for (int i = 0; i < 600; ++i) {
@@ -141,7 +142,7 @@ TEST(QVLogTest, GlobalSwitchTurnsLoggingOffOnlyForOne) {
         const TempHome home;
         setGlobalSwitch(value);
         testing::internal::CaptureStdout();
-        QVLog::createNewLog();
+        QVLog::createNewLog(LogPlaces::forCurrentUser());
         QVLog::appendLog(u"a line");
         QVLog::finishWriting();
         const std::string printed = testing::internal::GetCapturedStdout();
@@ -149,13 +150,13 @@ TEST(QVLogTest, GlobalSwitchTurnsLoggingOffOnlyForOne) {
         EXPECT_EQ(QFile::exists(logPath(1)), !disables) << value.toString().toStdString();
     }
     const TempHome home;
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     EXPECT_FALSE(QVLog::sharedController().loggingDisabled());
 }
 
 TEST(QVLogTest, LinesAreTrimmedAndPrintedLinesDoublePercentSigns) {
     const TempHome home;
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     const std::uint64_t queued = QVLog::sharedController().bytesInQueue();  // lines dropped earlier
     QVLog::appendLog(u"  copied %@ to %li destinations \n", QStringLiteral("A001.mov"), 2);
     QVLog::appendLog(u" \n\t ");
@@ -183,7 +184,7 @@ TEST(QVLogTest, AnUnwritableFolderIsReportedOnStandardOutput) {
     TestFiles::write(home.file(QStringLiteral("blocked")), "a file where the folder should be");
     home.setEnv("XDG_STATE_HOME", home.file(QStringLiteral("blocked")).toLocal8Bit());
     testing::internal::CaptureStdout();
-    QVLog::createNewLog();
+    QVLog::createNewLog(LogPlaces::forCurrentUser());
     QVLog::appendLog(u"lost line");
     QVLog::finishWriting();
     const std::string printed = testing::internal::GetCapturedStdout();
@@ -193,7 +194,7 @@ TEST(QVLogTest, AnUnwritableFolderIsReportedOnStandardOutput) {
 
     // With the folder back but no log started, a line makes no headerless log of its own.
     home.setEnv("XDG_STATE_HOME", home.file(QStringLiteral("state")).toLocal8Bit());
-    ASSERT_TRUE(QDir().mkpath(QVLog::logFolder()));
+    ASSERT_TRUE(QDir().mkpath(LogPlaces::forCurrentUser().folder));
     QVLog::appendLog(u"still lost");
     QVLog::finishWriting();
     EXPECT_FALSE(QFile::exists(logPath(1)));
@@ -207,10 +208,9 @@ TEST(QVLogTest, ElevatedRunsLogToTheMachinesFolderButRotateTheUsers) {
     if (!QVLocalPaths::currentConsoleUser().isEmpty()) {
         GTEST_SKIP() << "a graphical session owns this console; can't stand in a test user";
     }
-    EXPECT_EQ(QVLog::sharedController().currentLogPath(), logPath(1));
+    EXPECT_TRUE(LogPlaces::forCurrentUser().currentFolder.isEmpty());
     home.setEnv("SUDO_USER", "nobody");
-    EXPECT_EQ(QVLog::logFolder(), QStringLiteral("/nonexistent/.local/state/Logs/Quorvant"));
-    EXPECT_EQ(
-        QVLog::sharedController().currentLogPath(),
-        QStringLiteral("/var/log/Quorvant/%1.1.log").arg(QVLog::sharedController().appName()));
+    const QVLog::Places places = LogPlaces::forCurrentUser();
+    EXPECT_EQ(places.folder, QStringLiteral("/nonexistent/.local/state/Logs/Quorvant"));
+    EXPECT_EQ(places.currentFolder, QStringLiteral("/var/log/Quorvant"));
 }

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "DetachedThreads.h"
+#include "LogPlaces.h"
 #include "QVException.h"
 #include "QVLog.h"
 #include "QVTaskEx.h"
@@ -66,7 +67,7 @@ bool wasReaped(pid_t pid) {
 class QVTaskExTest : public testing::Test {
   protected:
     // Earlier suites may leave the writer on a log in a home that is gone.
-    static void SetUpTestSuite() { QVLog::createNewLog(); }
+    static void SetUpTestSuite() { QVLog::createNewLog(LogPlaces::forCurrentUser()); }
     // Every watchdog and reading thread of these runs has ended or been woken by now.
     static void TearDownTestSuite() { DetachedThreads::joinAll(); }
 

@@ -117,7 +117,7 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     const auto volume = card("IMG CARD");
     const QString device = workPath("sdz1");
     // Past the first progress report (every 40 MiB), so a pull can come while it is read.
-    TestFiles::write(device, TestFiles::randomBytes(44 * MiB, 9));
+    TestFiles::write(device, TestFiles::randomBytes(64 * MiB, 9));
     services_.fakeMounts.addBlockDevice(device);
     services_.fakeMounts.mount({volume->path(), device, "exfat", "", false});
     controller_->startWatchingMounts();
@@ -150,7 +150,7 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     EXPECT_EQ(transfer("damaged"), "ended: IMG CARD: Error: Disk image failed verification test");
 
     layer.corruptWriteAt(QString(), -1);
-    layer.slowReads(device, 10);
+    layer.slowReads(device, 25);
     EXPECT_EQ(transfer("pulled", [&] { services_.fakeMounts.unmount(volume->path()); }),
               "ended: IMG CARD: Canceled");
     EXPECT_EQ(volume->errorString(), "Transfer interrupted");
