@@ -75,30 +75,6 @@ std::vector<char*> pointersTo(std::vector<QByteArray>& strings) {
 
 }  // namespace
 
-// ---- Descriptor ----
-
-QVTask::Descriptor& QVTask::Descriptor::operator=(Descriptor&& other) noexcept {
-    if (this != &other) {
-        reset(other.release());
-    }
-    return *this;
-}
-
-int QVTask::Descriptor::release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
-
-void QVTask::Descriptor::reset(int fd) {
-    if (fd_ >= 0) {
-        ::close(fd_);
-    }
-    fd_ = fd;
-}
-
-// ---- ReadEnd ----
-
 void QVTask::ReadEnd::open(Descriptor fd) {
     const std::lock_guard lock(mutex_);
     fd_ = std::move(fd);

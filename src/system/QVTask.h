@@ -15,6 +15,8 @@
 #include <mutex>
 #include <optional>
 
+#include "UniqueFd.h"
+
 class QVTask {
   public:
     /// Where one of the child's standard streams goes.
@@ -66,24 +68,7 @@ class QVTask {
     int terminationStatus() const;
 
   private:
-    /// Owns one file descriptor.
-    class Descriptor {
-      public:
-        Descriptor() = default;
-        explicit Descriptor(int fd) : fd_(fd) {}
-        ~Descriptor() { reset(); }
-        Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
-        Descriptor& operator=(Descriptor&& other) noexcept;
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-
-        int get() const { return fd_; }
-        int release();
-        void reset(int fd = -1);
-
-      private:
-        int fd_ = -1;
-    };
+    using Descriptor = UniqueFd;
 
     /// The parent's reading end of a pipe. Closing defers the close(2) until reads in progress
     /// return, so a blocked reader never ends up on a reused descriptor number.
