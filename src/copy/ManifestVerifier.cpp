@@ -12,12 +12,9 @@
 #include "ChecksumManifest.h"
 #include "DigestContext.h"
 #include "PathText.h"
+#include "VerificationScope.h"
 
 namespace {
-
-bool isArchive(const QByteArray& name) {
-    return name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
-}
 
 void walk(FileLayer& layer, const QByteArray& folder, const QByteArray& relative,
           const ManifestVerifier::FileVisitor& visit) {
@@ -29,8 +26,7 @@ void walk(FileLayer& layer, const QByteArray& folder, const QByteArray& relative
         struct stat status {};
         if (layer.linkStatus(folder + path, &status) != 0)
             continue;
-        if (relative.isEmpty() && (entry.name == AscMhlHistory::kFolder ||
-                                   ChecksumManifest::isLaterCopy(layer, folder, entry.name)))
+        if (relative.isEmpty() && VerificationScope::isOtherRecord(layer, folder, entry.name))
             continue;
         if (S_ISDIR(status.st_mode)) {
             walk(layer, folder, path, visit);
@@ -157,10 +153,9 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
     // extra, nor is what the transfer adds at the top.
     for (const auto& [name, path] : files) {
         const bool top = path.count('/') == 1;
-        if (listed.contains(name) || name.startsWith('.'))
+        if (listed.contains(name) || VerificationScope::isHidden(name))
             continue;
-        if (top &&
-            (name == manifestName || name == ChecksumManifest::kReportName || isArchive(name)))
+        if (top && VerificationScope::isSidecar(name, manifestName))
             continue;
         report.extra << PathText::display(path.mid(1));
     }

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "AscMhlHistory.h"
 #include "ChecksumManifest.h"
 #include "FileHash.h"
 #include "FileLayer.h"
@@ -10,24 +9,19 @@
 #include "QVException.h"
 #include "QVLog.h"
 #include "QVVolume.h"
+#include "VerificationScope.h"
 
 namespace {
 
-// Hidden entries, the manifest and the archives the post actions make are never compared.
-bool isLeftOut(const QString& name) {
-    return name.startsWith(u'.') || name == QLatin1String("checksums.txt") ||
-           name.endsWith(QLatin1String(" Archive.dmg")) ||
-           name.endsWith(QLatin1String(" Archive.zip"));
-}
-
-// A later transfer's copy placed at the top of this one is not part of it, nor are the history
-// folder (each copy continues its own) and the report.
-bool isLaterCopy(FileLayer& files, const QString& folder, const QString& basePath,
-                 const QString& name) {
-    return folder == basePath &&
-           (name == QLatin1String(AscMhlHistory::kFolder) ||
-            name == QLatin1String(ChecksumManifest::kReportName) ||
-            ChecksumManifest::isLaterCopy(files, PathText::bytes(folder), PathText::bytes(name)));
+// Hidden entries are never compared; at the top, neither is what transfers add.
+bool isLeftOut(FileLayer& files, const QString& folder, const QString& basePath,
+               const QByteArray& name) {
+    if (VerificationScope::isHidden(name))
+        return true;
+    if (folder != basePath)
+        return false;
+    return VerificationScope::isSidecar(name, ChecksumManifest::kFileName) ||
+           VerificationScope::isOtherRecord(files, PathText::bytes(folder), name);
 }
 
 // The entries verification looks at, with what lstat says of each.
@@ -37,9 +31,9 @@ std::vector<std::pair<QString, struct stat>> entriesOf(FileLayer& files, const Q
     files.listFolder(PathText::bytes(folder), &listed);
     std::vector<std::pair<QString, struct stat>> entries;
     for (const FileLayer::Entry& entry : listed) {
-        const QString name = PathText::display(entry.name);
-        if (isLeftOut(name) || isLaterCopy(files, folder, basePath, name))
+        if (isLeftOut(files, folder, basePath, entry.name))
             continue;
+        const QString name = PathText::display(entry.name);
         struct stat status {};
         if (files.linkStatus(PathText::bytes(folder) + '/' + entry.name, &status) == 0)
             entries.emplace_back(folder + u'/' + name, status);
@@ -101,7 +95,7 @@ void VolumeVerification::checksumDictForFiles(const QStringList& paths, const QS
                                               bool isSource, DigestContext::Kind kind) {
     for (const QString& path : paths) {
         struct stat status {};
-        if (isLeftOut(path.section(u'/', -1)) ||
+        if (VerificationScope::isHidden(PathText::bytes(path.section(u'/', -1))) ||
             files_.linkStatus(PathText::bytes(path), &status) != 0 || S_ISLNK(status.st_mode))
             continue;
         queue_.addOperation([=, this] { checksumFile(path, basePath, volume, isSource, kind); });

@@ -1,0 +1,14 @@
+#include "VerificationScope.h"
+
+#include "AscMhlHistory.h"
+#include "ChecksumManifest.h"
+
+bool VerificationScope::isOtherRecord(FileLayer& layer, const QByteArray& folder,
+                                      const QByteArray& name) {
+    return name == AscMhlHistory::kFolder || ChecksumManifest::isLaterCopy(layer, folder, name);
+}
+
+bool VerificationScope::isSidecar(const QByteArray& name, const QByteArray& manifestName) {
+    return name == manifestName || name == ChecksumManifest::kReportName ||
+           name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
+}
