@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <QByteArray>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -59,6 +60,21 @@ class FileLayer {
     /// True when a flush of the whole file system doesn't reach the medium of its files and
     /// each file must be flushed on its own (FUSE file systems).
     virtual bool needsFileFlush(int fd) = 0;
+
+    // ---- The file system around a file
+
+    struct Space {
+        std::uint64_t total = 0;      // bytes the file system holds
+        std::uint64_t available = 0;  // bytes an unprivileged writer may still use
+    };
+    /// statvfs(2) of the file system holding path: 0, or -1 with errno set.
+    virtual int freeSpace(const QByteArray& path, Space* space) = 0;
+    /// An extended attribute of the item itself (links not followed): 0, or -1 with errno set
+    /// (ENODATA when it has none of that name).
+    virtual int attribute(const QByteArray& path, const QByteArray& name, QByteArray* value) = 0;
+    virtual int setAttribute(const QByteArray& path, const QByteArray& name,
+                             const QByteArray& value) = 0;
+    virtual int removeAttribute(const QByteArray& path, const QByteArray& name) = 0;
 
     // ---- Trees, links and folders
 

@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/statvfs.h>
 #include <sys/vfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -208,6 +210,42 @@ int PosixFileLayer::makeFolder(const QByteArray& path) {
 int PosixFileLayer::createNew(const QByteArray& path) {
     const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     return fd < 0 ? -1 : ::close(fd);
+}
+
+int PosixFileLayer::freeSpace(const QByteArray& path, Space* space) {
+    struct statvfs figures {};
+    if (::statvfs(path.constData(), &figures) != 0)
+        return -1;
+    space->total = std::uint64_t(figures.f_blocks) * figures.f_frsize;
+    space->available = std::uint64_t(figures.f_bavail) * figures.f_frsize;
+    return 0;
+}
+
+int PosixFileLayer::attribute(const QByteArray& path, const QByteArray& name, QByteArray* value) {
+    for (;;) {
+        const ssize_t size = ::lgetxattr(path.constData(), name.constData(), nullptr, 0);
+        if (size < 0)
+            return -1;
+        value->resize(size);
+        const ssize_t read =
+            ::lgetxattr(path.constData(), name.constData(), value->data(), size_t(size));
+        if (read >= 0) {
+            value->resize(read);
+            return 0;
+        }
+        if (errno != ERANGE)  // grown since it was measured: measure again
+            return -1;
+    }
+}
+
+int PosixFileLayer::setAttribute(const QByteArray& path, const QByteArray& name,
+                                 const QByteArray& value) {
+    return ::lsetxattr(path.constData(), name.constData(), value.constData(), size_t(value.size()),
+                       0);
+}
+
+int PosixFileLayer::removeAttribute(const QByteArray& path, const QByteArray& name) {
+    return ::lremovexattr(path.constData(), name.constData());
 }
 
 int PosixFileLayer::removeFile(const QByteArray& path) {

@@ -27,6 +27,11 @@ class PosixFileLayer : public FileLayer {
     int makeLink(const QByteArray& target, const QByteArray& path) override;
     int makeFolder(const QByteArray& path) override;
     int createNew(const QByteArray& path) override;
+    int freeSpace(const QByteArray& path, Space* space) override;
+    int attribute(const QByteArray& path, const QByteArray& name, QByteArray* value) override;
+    int setAttribute(const QByteArray& path, const QByteArray& name,
+                     const QByteArray& value) override;
+    int removeAttribute(const QByteArray& path, const QByteArray& name) override;
     int removeFile(const QByteArray& path) override;
     int removeFolder(const QByteArray& path) override;
     int rename(const QByteArray& from, const QByteArray& to) override;
