@@ -1,29 +1,20 @@
 #include "VolumeEjector.h"
 
-#include <unistd.h>
-
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <chrono>
-#include <exception>
-#include <optional>
 #include <thread>
 
-#include "MountTable.h"
+#include "LinuxMountService.h"
+#include "PosixProcessRunner.h"
 #include "QVLog.h"
-#include "SystemTool.h"
 #include "UDisks2.h"
 
 namespace {
 
-// The block device behind a mount point, and what the kernel says is behind a loop device.
-struct Target {
-    QString mountPoint;
-    QString device;
-    QString object;   // udisks object; empty when the daemon doesn't answer
-    QString backing;  // backing file of a loop device; empty for other devices
-};
+// As long as udisks2 is given: a card still being flushed can take a while to let go.
+constexpr double kUnmountTimeout = 120;
+constexpr double kDetachTimeout = 30;
 
 bool fail(QString* error, const QString& message) {
     QVLog::appendLog(u"VolumeEjector: %@", message);
@@ -33,89 +24,87 @@ bool fail(QString* error, const QString& message) {
     return false;
 }
 
-// "/sys/class/block/NAME/loop/backing_file" exists only while a loop device is attached.
-QString loopBacking(const QString& device) {
-    const QString name = QFileInfo(QFileInfo(device).canonicalFilePath()).fileName();
-    QFile file(QStringLiteral("/sys/class/block/%1/loop/backing_file").arg(name));
-    if (name.isEmpty() || !file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    return QFile::decodeName(file.readAll().trimmed());
-}
+}  // namespace
 
-bool isMountedAt(const QString& mountPoint, const QString& device) {
-    for (const MountEntry& entry : MountTable::read()) {
-        if (entry.mountPoint == mountPoint && entry.source == device) {
-            return true;
-        }
-    }
-    return false;
-}
+VolumeEjector::VolumeEjector(MountService& mounts, ProcessRunner& runner)
+    : mounts_(mounts), runner_(runner) {}
 
-std::optional<Target> resolve(const QString& mountPoint, QString* error) {
+std::optional<VolumeEjector::Target> VolumeEjector::resolve(const QString& mountPoint,
+                                                            QString* error) const {
     const QString cleaned = QDir::cleanPath(QFileInfo(mountPoint).absoluteFilePath());
-    const std::optional<MountEntry> entry = MountTable::entryForMountPoint(cleaned);
-    if (!entry || !MountTable::isBlockDevice(entry->source)) {
+    const std::optional<MountEntry> entry = mounts_.entryForMountPoint(cleaned);
+    if (!entry || !mounts_.isBlockDevice(entry->source)) {
         fail(error, QStringLiteral("%1 is not where a block device is mounted").arg(cleaned));
         return std::nullopt;
     }
-    Target target{entry->mountPoint, entry->source, UDisks2::blockObject(entry->source),
-                  loopBacking(entry->source)};
-    return target;
+    return Target{entry->mountPoint, entry->source, UDisks2::blockObject(entry->source),
+                  mounts_.loopBackingFile(entry->source)};
 }
 
-bool unmountWithTools(const Target& target) {
+// Empty once unmounted, else why not.
+QString VolumeEjector::unmountWithTools(const Target& target) const {
     using namespace std::chrono_literals;
+    const auto mounted = [&] { return mounts_.isMountedAt(target.mountPoint, target.device); };
     // A reader that has just closed its files may keep the mount busy for a moment.
-    for (int attempt = 0; attempt < 5 && isMountedAt(target.mountPoint, target.device); ++attempt) {
+    for (int attempt = 0; attempt < 5 && mounted(); ++attempt) {
         if (attempt > 0) {
             std::this_thread::sleep_for(200ms);
         }
-        if (SystemTool::run(QStringLiteral("umount"), {target.mountPoint}) == 0) {
+        const ProcessResult result =
+            runner_.run(QStringLiteral("umount"), {target.mountPoint}, kUnmountTimeout);
+        // A umount that hangs (a dead device) would hang again; don't pile them up.
+        if (result.timedOut && mounted()) {
+            return QStringLiteral("umount %1 did not finish within %2 s, so it stays mounted")
+                .arg(target.mountPoint)
+                .arg(kUnmountTimeout);
+        }
+        if (result.exitCode == 0) {
             break;
         }
     }
     // A FUSE mount the kernel wouldn't let go of may still leave through its own tool.
     for (const QString& name : {QStringLiteral("fusermount"), QStringLiteral("fusermount3")}) {
-        if (isMountedAt(target.mountPoint, target.device)) {
-            SystemTool::run(name, {QStringLiteral("-u"), target.mountPoint});
+        if (mounted()) {
+            runner_.run(name, {QStringLiteral("-u"), target.mountPoint}, kUnmountTimeout);
         }
     }
-    return !isMountedAt(target.mountPoint, target.device);
+    return mounted() ? QStringLiteral("%1 is busy and stays mounted").arg(target.mountPoint)
+                     : QString();
 }
 
-bool unmountTarget(const Target& target, QString* error) {
+bool VolumeEjector::unmountTarget(const Target& target, QString* error) const {
     QString reason;
     if (!target.object.isEmpty() && UDisks2::unmount(target.object, &reason) &&
-        !isMountedAt(target.mountPoint, target.device)) {
+        !mounts_.isMountedAt(target.mountPoint, target.device)) {
         return true;
     }
-    if (::geteuid() != 0) {
+    if (!runner_.runsAsRoot()) {
         return fail(error, reason.isEmpty()
                                ? QStringLiteral("udisks2 is not available and only root may "
                                                 "unmount %1")
                                      .arg(target.mountPoint)
                                : reason);
     }
-    if (!unmountWithTools(target)) {
-        return fail(error, QStringLiteral("%1 is busy and stays mounted").arg(target.mountPoint));
+    const QString stillMounted = unmountWithTools(target);
+    if (!stillMounted.isEmpty()) {
+        return fail(error, stillMounted);
     }
     return true;
 }
 
 // The kernel lets a busy loop device go once its last user (a FUSE daemon on its way
 // out) closes it; wait for that a little.
-bool waitUntilDetached(const QString& device) {
+bool VolumeEjector::waitUntilDetached(const QString& device) const {
     using namespace std::chrono_literals;
-    for (int attempt = 0; attempt < 50 && !loopBacking(device).isEmpty(); ++attempt) {
+    for (int attempt = 0; attempt < 50 && !mounts_.loopBackingFile(device).isEmpty(); ++attempt) {
         std::this_thread::sleep_for(100ms);
     }
-    return loopBacking(device).isEmpty();
+    return mounts_.loopBackingFile(device).isEmpty();
 }
 
-bool detachLoop(const Target& target, QString* error) {
+bool VolumeEjector::detachLoop(const Target& target, QString* error) const {
     // After unmounting, the node might already be another image's: check it still is ours.
-    if (loopBacking(target.device) != target.backing) {
+    if (mounts_.loopBackingFile(target.device) != target.backing) {
         return true;
     }
     QString reason;
@@ -123,13 +112,14 @@ bool detachLoop(const Target& target, QString* error) {
         waitUntilDetached(target.device)) {
         return true;
     }
-    if (::geteuid() != 0) {
+    if (!runner_.runsAsRoot()) {
         return fail(error, reason.isEmpty()
                                ? QStringLiteral("only root may detach %1").arg(target.device)
                                : reason);
     }
-    if (loopBacking(target.device) == target.backing) {
-        SystemTool::run(QStringLiteral("losetup"), {QStringLiteral("-d"), target.device});
+    if (mounts_.loopBackingFile(target.device) == target.backing) {
+        runner_.run(QStringLiteral("losetup"), {QStringLiteral("-d"), target.device},
+                    kDetachTimeout);
     }
     if (!waitUntilDetached(target.device)) {
         return fail(error, QStringLiteral("%1 stays attached").arg(target.device));
@@ -137,9 +127,8 @@ bool detachLoop(const Target& target, QString* error) {
     return true;
 }
 
-}  // namespace
-
-bool VolumeEjector::unmount(const QString& mountPoint, QString* error, QString* device) {
+bool VolumeEjector::unmountVolume(const QString& mountPoint, QString* error,
+                                  QString* device) const {
     const std::optional<Target> target = resolve(mountPoint, error);
     if (!target || !unmountTarget(*target, error)) {
         return false;
@@ -151,7 +140,7 @@ bool VolumeEjector::unmount(const QString& mountPoint, QString* error, QString* 
     return true;
 }
 
-bool VolumeEjector::unmountAndEject(const QString& mountPoint, QString* error) {
+bool VolumeEjector::ejectVolume(const QString& mountPoint, QString* error) const {
     const std::optional<Target> target = resolve(mountPoint, error);
     if (!target || !unmountTarget(*target, error)) {
         return false;
@@ -166,4 +155,16 @@ bool VolumeEjector::unmountAndEject(const QString& mountPoint, QString* error) {
                          reason);
     }
     return true;
+}
+
+bool VolumeEjector::unmountAndEject(const QString& mountPoint, QString* error) {
+    LinuxMountService mounts;
+    PosixProcessRunner runner;
+    return VolumeEjector(mounts, runner).ejectVolume(mountPoint, error);
+}
+
+bool VolumeEjector::unmount(const QString& mountPoint, QString* error, QString* device) {
+    LinuxMountService mounts;
+    PosixProcessRunner runner;
+    return VolumeEjector(mounts, runner).unmountVolume(mountPoint, error, device);
 }

@@ -8,22 +8,11 @@
 #include <QString>
 #include <QStringList>
 
+#include "StandardDirectory.h"
+
 class QVLocalPaths {
   public:
-    enum class Directory {
-        Applications,
-        AdminApplications,
-        Documents,
-        Library,
-        Preferences,
-        Caches,
-        ApplicationSupport,
-        Movies,
-        Desktop,
-        SystemLibrary,
-        Documentation,
-        Logs,
-    };
+    using Directory = StandardDirectory;
 
     /// The folder of that kind in the user (true) or local (false) domain; empty if none.
     static QString pathForDirectory(Directory kind, bool userDomain);

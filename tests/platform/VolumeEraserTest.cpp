@@ -5,8 +5,137 @@
 
 #include <QTemporaryDir>
 
+#include "FakeMountService.h"
+#include "FakeProcessRunner.h"
 #include "VolumeEjector.h"
 #include "VolumeEraser.h"
+
+namespace {
+
+// Device names no udisks daemon knows, so erase takes the command-line way as root.
+QString device(const char* name) {
+    return QStringLiteral("/dev/cardsweep-test-") + QLatin1StringView(name);
+}
+
+const QString kDestination = QStringLiteral("/media/tester/DEST");
+const QString kSameDisk = QStringLiteral("/media/tester/SAMEDISK");
+const QString kCard = QStringLiteral("/media/tester/CARD");
+const QString kOnRootDisk = QStringLiteral("/media/tester/ROOTDISK");
+const QString kRootBind = QStringLiteral("/media/tester/ROOTBIND");
+const QString kFixed = QStringLiteral("/mnt/fixed");
+
+// "/" on sda2; a destination on sdb1 with a card on sdb2 beside it; a card alone on sdc1;
+// a card on another partition of the system disk, and the system partition bound elsewhere.
+class FakeEraseTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        add("sda2", 0x802, 0x800, QStringLiteral("/"), false);
+        add("sda3", 0x803, 0x800, kOnRootDisk, true);
+        add("sdb1", 0x811, 0x810, kDestination, true);
+        add("sdb2", 0x812, 0x810, kSameDisk, true);
+        add("sdc1", 0x821, 0x820, kCard, true);
+        add("sdd1", 0x831, 0x830, kFixed, false);
+        mounts.mount(FakeMountService::entry(kRootBind, device("sda2")));
+        mounts.setRemovable(device("sda2"));  // as if /sys said so: "/" still wins
+        runner.answer(QStringLiteral("umount"), [this](const QStringList& arguments) {
+            return FakeProcessRunner::exited(mounts.unmount(arguments.value(0)) ? 0 : 32);
+        });
+        runner.answer(QStringLiteral("mount"), [this](const QStringList& arguments) {
+            mounts.mount(FakeMountService::entry(arguments.value(1), arguments.value(0)));
+            return FakeProcessRunner::exited(0);
+        });
+        runner.answer(QStringLiteral("mkfs.fat"), FakeProcessRunner::exited(0));
+    }
+
+    void add(const char* name, quint64 number, quint64 disk, const QString& mountPoint,
+             bool removable) {
+        mounts.addBlockDevice(device(name), number, disk);
+        mounts.setRemovable(device(name), removable);
+        mounts.mount(FakeMountService::entry(mountPoint, device(name)));
+    }
+
+    // Erases, expecting a refusal naming what is kept, with nothing run and nothing unmounted.
+    void expectRefused(const QString& mountPoint, const QStringList& kept, const QString& why) {
+        SCOPED_TRACE(mountPoint.toStdString());
+        const std::size_t mounted = mounts.localVolumes().size();
+        QString error;
+        EXPECT_FALSE(eraser.eraseVolume(mountPoint, QStringLiteral("CARD"), kept, &error));
+        EXPECT_TRUE(error.contains(why)) << error.toStdString();
+        EXPECT_TRUE(runner.calls().empty()) << runner.commandLines().join(u'\n').toStdString();
+        EXPECT_EQ(mounts.localVolumes().size(), mounted);
+    }
+
+    FakeMountService mounts;
+    FakeProcessRunner runner;
+    VolumeEraser eraser{mounts, runner};
+};
+
+}  // namespace
+
+TEST_F(FakeEraseTest, RefusesTheSystemDiskDestinationsDisksAndFixedDisks) {
+    const QStringList destinations{kDestination + QStringLiteral("/Offload/not yet made")};
+    // Another partition of a destination's disk, and a destination inside the card itself.
+    expectRefused(kSameDisk, destinations, QStringLiteral("which must be kept"));
+    expectRefused(kCard, {kCard + QStringLiteral("/backup")}, QStringLiteral("which must be kept"));
+    // The device of "/", under another name, and another partition of its disk.
+    expectRefused(kRootBind, destinations, QStringLiteral("holds /, which must be kept"));
+    expectRefused(kOnRootDisk, destinations, QStringLiteral("holds /, which must be kept"));
+    expectRefused(kFixed, destinations, QStringLiteral("is not a removable card"));
+    expectRefused(QStringLiteral("/media/tester/NONE"), destinations,
+                  QStringLiteral("is not where a block device is mounted"));
+}
+
+TEST_F(FakeEraseTest, ErasesACardWithMkfsBetweenUnmountAndMount) {
+    QString error = QStringLiteral("stale");
+    EXPECT_TRUE(eraser.eraseVolume(kCard, QStringLiteral("card $(x)"), {kDestination}, &error))
+        << error.toStdString();
+    EXPECT_TRUE(error.isEmpty()) << error.toStdString();
+    const std::vector<FakeProcessRunner::Call> calls = runner.calls();
+    ASSERT_EQ(calls.size(), 3U) << runner.commandLines().join(u'\n').toStdString();
+    EXPECT_EQ(calls[0].program, QStringLiteral("umount"));
+    EXPECT_EQ(calls[0].arguments, QStringList{kCard});
+    EXPECT_EQ(calls[1].program, QStringLiteral("mkfs.fat"));
+    EXPECT_EQ(calls[1].arguments,
+              QStringList({QStringLiteral("-F"), QStringLiteral("32"), QStringLiteral("-n"),
+                           QStringLiteral("CARD $(X)"), device("sdc1")}));
+    EXPECT_EQ(calls[2].program, QStringLiteral("mount"));
+    EXPECT_EQ(calls[2].arguments, QStringList({device("sdc1"), kCard}));
+    for (const FakeProcessRunner::Call& call : calls) {
+        EXPECT_GT(call.timeoutSeconds, 0) << call.program.toStdString();
+    }
+    EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
+}
+
+TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
+    runner.answer(QStringLiteral("mkfs.fat"), FakeProcessRunner::exited(1, "mkfs.fat: bad"));
+    QString error;
+    EXPECT_FALSE(eraser.eraseVolume(kCard, QStringLiteral("CARD"), {}, &error));
+    EXPECT_EQ(error, QStringLiteral("mkfs.fat on %1 exited with status 1").arg(device("sdc1")));
+    EXPECT_EQ(runner.commandLines().constLast(),
+              QStringLiteral("mount %1 %2").arg(device("sdc1"), kCard));
+    EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
+
+    // A format that hangs is given up on, and the card still goes back.
+    FakeProcessRunner hanging;
+    hanging.answer(QStringLiteral("umount"), [this](const QStringList& arguments) {
+        return FakeProcessRunner::exited(mounts.unmount(arguments.value(0)) ? 0 : 32);
+    });
+    hanging.answer(QStringLiteral("mount"), [this](const QStringList& arguments) {
+        mounts.mount(FakeMountService::entry(arguments.value(1), arguments.value(0)));
+        return FakeProcessRunner::exited(0);
+    });
+    hanging.hang(QStringLiteral("mkfs.fat"));
+    EXPECT_FALSE(VolumeEraser(mounts, hanging).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
+    EXPECT_TRUE(error.contains(QStringLiteral("did not finish"))) << error.toStdString();
+    EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
+
+    // Without root or udisks2 the card is left as it was.
+    FakeProcessRunner user;
+    user.setRunsAsRoot(false);
+    EXPECT_FALSE(VolumeEraser(mounts, user).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
+    EXPECT_TRUE(user.calls().empty());
+    EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
+}
 
 TEST(VolumeEraserTest, FatLabelsAreUpperCaseShortAndAcceptedByMkfs) {
     EXPECT_EQ(VolumeEraser::fatLabel(QStringLiteral("card 1")), QStringLiteral("CARD 1"));

@@ -45,7 +45,8 @@ TEST_F(ControllerServicesTest, ACardUnmountedMidTransferIsInterruptedAndNothingI
     layer.slowReads(path + "/CONTENTS/CLIP/A001C003.MXF", 50);
 
     // Mounted somewhere that isn't a card: not listed; the card itself is.
-    services_.fakeMounts.mount({"/srv/data", "/dev/sda3", "ext4", "", false}, false);
+    services_.fakeMounts.mount({"/srv/data", "/dev/sda3", "ext4", "", false});
+    services_.fakeMounts.setRemovable("/dev/sdz1");
     services_.fakeMounts.mount({path, "/dev/sdz1", "exfat", "", false});
     ASSERT_EQ(controller_->dataArray().size(), 1u);
     const auto volume = controller_->dataArray().front();
@@ -118,7 +119,8 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     const QString device = workPath("sdz1");
     // Past the first progress report (every 40 MiB), so a pull can come while it is read.
     TestFiles::write(device, TestFiles::randomBytes(64 * MiB, 9));
-    services_.fakeMounts.addBlockDevice(device);
+    services_.fakeMounts.addBlockDevice(device, 0x0811);
+    services_.fakeMounts.setRemovable(device);
     services_.fakeMounts.mount({volume->path(), device, "exfat", "", false});
     controller_->startWatchingMounts();
     controller_->setDataArray({volume});

@@ -1,0 +1,17 @@
+#include "LinuxVolumeActions.h"
+
+LinuxVolumeActions::LinuxVolumeActions(MountService& mounts, ProcessRunner& runner)
+    : ejector_(mounts, runner), eraser_(mounts, runner) {}
+
+bool LinuxVolumeActions::unmount(const QString& mountPoint, QString* error, QString* device) {
+    return ejector_.unmountVolume(mountPoint, error, device);
+}
+
+bool LinuxVolumeActions::unmountAndEject(const QString& mountPoint, QString* error) {
+    return ejector_.ejectVolume(mountPoint, error);
+}
+
+bool LinuxVolumeActions::eraseAsFat(const QString& mountPoint, const QString& name,
+                                    const QStringList& protectedPaths, QString* error) {
+    return eraser_.eraseVolume(mountPoint, name, protectedPaths, error);
+}

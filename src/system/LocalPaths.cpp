@@ -1,0 +1,7 @@
+#include "LocalPaths.h"
+
+#include "LocalPathRules.h"
+
+QString LocalPaths::mediaDriveForPath(const QString& path) const {
+    return LocalPathRules::driveForPath(path, mediaRoots());
+}
