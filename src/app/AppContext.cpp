@@ -3,13 +3,17 @@
 #include "AppController.h"
 #include "DetachedThreads.h"
 #include "FileLayer.h"
+#include "LinuxDiskInformation.h"
 #include "LinuxMountService.h"
+#include "LinuxVolumeActions.h"
 #include "LogPlaces.h"
+#include "PosixProcessRunner.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
 #include "WorkerThreads.h"
+#include "XdgLocalPaths.h"
 
 AppContext::AppContext() {
     QVException::installUncaughtExceptionHandler();
@@ -18,6 +22,10 @@ AppContext::AppContext() {
     Preferences(*settings_).registerAndMigrate();
     threads_ = std::make_unique<WorkerThreads>();
     mounts_ = std::make_unique<LinuxMountService>();
+    processes_ = std::make_unique<PosixProcessRunner>();
+    volumes_ = std::make_unique<LinuxVolumeActions>(*mounts_, *processes_);
+    disks_ = std::make_unique<LinuxDiskInformation>();
+    paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess());
 }
 
 AppContext::~AppContext() {
@@ -33,7 +41,8 @@ QString AppContext::settingsProblem() const {
 }
 
 Services AppContext::services(Notifier& notifier) {
-    return Services{FileLayer::posix(), *mounts_, notifier, *threads_, Clock::system()};
+    return Services{FileLayer::posix(), *mounts_,  *volumes_,      *disks_, *processes_, *paths_,
+                    notifier,           *threads_, Clock::system()};
 }
 
 MountService& AppContext::mounts() {

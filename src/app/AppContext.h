@@ -13,7 +13,11 @@
 class AppController;
 class AppView;
 class FileLayer;
+class LinuxDiskInformation;
 class LinuxMountService;
+class LinuxVolumeActions;
+class PosixProcessRunner;
+class XdgLocalPaths;
 class Notifier;
 class SettingsStore;
 class WorkerThreads;
@@ -40,4 +44,8 @@ class AppContext {
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<WorkerThreads> threads_;
     std::unique_ptr<LinuxMountService> mounts_;
+    std::unique_ptr<PosixProcessRunner> processes_;
+    std::unique_ptr<LinuxVolumeActions> volumes_;
+    std::unique_ptr<LinuxDiskInformation> disks_;
+    std::unique_ptr<XdgLocalPaths> paths_;
 };

@@ -17,11 +17,10 @@
 #include "Preferences.h"
 #include "QVLog.h"
 #include "QVVolume.h"
-#include "RemovableMedia.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
 #include "TransferSummary.h"
-#include "VolumeEjector.h"
+#include "VolumeActions.h"
 #include "WorkerThreads.h"
 
 namespace {
@@ -80,7 +79,8 @@ QString describe(const QVVolume& volume) {
 
 // Prints the verdict of an ended transfer and ejects a verified card on request; true when it
 // verified.
-bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings) {
+bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings,
+                   VolumeActions& volumes) {
     const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
     const bool imagesChecked = settings.isOn(SettingsKey::verifyFileChecksums);
     const VolumeStatus status = volume.status();
@@ -101,7 +101,7 @@ bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings) 
     if (!eject || volume.isFolder())
         return true;
     QString error;
-    say(VolumeEjector::unmountAndEject(volume.path(), &error)
+    say(volumes.unmountAndEject(volume.path(), &error)
             ? QStringLiteral("%1: ejected").arg(volume.name())
             : QStringLiteral("%1: could not be ejected: %2").arg(volume.name(), error));
     return true;
@@ -137,7 +137,8 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     applyOverrides(settings, request);
     installSignalPipe();
     TerminalAppView view;
-    AppController controller(settings, view, app.services(view));
+    const Services services = app.services(view);
+    AppController controller(settings, view, services);
     MountService& mounts = app.mounts();
     QObject context;
     bool anyFailed = false;
@@ -146,7 +147,9 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
         QMetaObject::invokeMethod(
             &context,
-            [&, volume] { anyFailed |= !reportVerdict(*volume, request.eject, settings); },
+            [&, volume] {
+                anyFailed |= !reportVerdict(*volume, request.eject, settings, services.volumes);
+            },
             Qt::QueuedConnection);
     });
 

@@ -6,14 +6,14 @@
 
 #include "AppController.h"
 #include "ChecksumManifest.h"
+#include "DiskInformation.h"
 #include "MainThread.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
-#include "VolumeEjector.h"
-#include "VolumeEraser.h"
+#include "VolumeActions.h"
 #include "WorkerThreads.h"
 
 void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
@@ -118,7 +118,7 @@ void AppController::cancelVolume(QVVolume& volume) {
 }
 
 void AppController::incrementFailureCountForVolume(QVVolume& volume) {
-    const auto info = QVFileManager::infoForDiskAtMountpoint(volume.path());
+    const auto info = services_.disks.forMountPoint(volume.path());
     if (!info)
         return;
     QString key = (*info)["DiskUUID"].toString();
@@ -215,7 +215,7 @@ void AppController::eject() {
 
 void AppController::ejectVolume(QVVolume& volume) {
     QString error;
-    if (!VolumeEjector::unmountAndEject(volume.path(), &error))
+    if (!services_.volumes.unmountAndEject(volume.path(), &error))
         QVLog::appendLog(u"Unable to eject %@: %@", volume.path(), error);
 }
 
@@ -253,7 +253,7 @@ void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume)
     QString error;
     const bool erased =
         !volume->isFolder() &&
-        VolumeEraser::eraseAsFat(volume->path(), volume->name(), destinations, &error);
+        services_.volumes.eraseAsFat(volume->path(), volume->name(), destinations, &error);
     if (!error.isEmpty())
         QVLog::appendLog(u"Erase of %@: %@", volume->path(), error);
     const QString name = volume->name();

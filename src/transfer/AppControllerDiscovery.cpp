@@ -1,19 +1,19 @@
 // Keeping the volume list in step with the mounted cards and the folders the user adds:
 // mounts, unmounts, start-up, the automatic mode, and the Transfer, Ignore and Info commands.
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 
 #include <QFile>
 #include <QFileInfo>
 
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
+#include "DiskInformation.h"
 #include "FileLayer.h"
+#include "LocalPaths.h"
 #include "MountService.h"
 #include "PathText.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
-#include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
 #include "WorkerThreads.h"
@@ -38,7 +38,7 @@ void AppController::startUp(const QStringList& arguments) {
     // Destination drives that aren't there are named once, and kept.
     QStringList offline;
     for (const DestinationEntry& entry : destinationList()) {
-        const QString drive = QVLocalPaths::mediaDriveForPath(entry.path);
+        const QString drive = services_.paths.mediaDriveForPath(entry.path);
         if (drive.isEmpty() || fileLayer_.exists(PathText::bytes(drive)))
             continue;
         const QString name = QFileInfo(drive).fileName();
@@ -80,11 +80,11 @@ void AppController::populateVolumes() {
 }
 
 bool AppController::isDestinationDrive(const QString& path) const {
-    const QString drive = QVLocalPaths::mediaDriveForPath(path);
+    const QString drive = services_.paths.mediaDriveForPath(path);
     if (drive.isEmpty())
         return false;
     for (const DestinationEntry& entry : destinationList()) {
-        if (QVLocalPaths::mediaDriveForPath(entry.path) == drive)
+        if (services_.paths.mediaDriveForPath(entry.path) == drive)
             return true;
     }
     return false;
@@ -236,11 +236,11 @@ void AppController::showInfo() {
         return;
     const QVVolume& volume = *selected.front();
     const QString path = volume.path();
-    struct statvfs figures {};
-    const bool known = ::statvfs(QFile::encodeName(path).constData(), &figures) == 0;
-    const double total = known ? double(figures.f_blocks) * double(figures.f_frsize) : 0;
-    const double free = known ? double(figures.f_bavail) * double(figures.f_frsize) : 0;
-    const auto info = QVFileManager::infoForDiskAtMountpoint(path);
+    FileLayer::Space space;
+    const bool known = fileLayer_.freeSpace(PathText::bytes(path), &space) == 0;
+    const double total = known ? double(space.total) : 0;
+    const double free = known ? double(space.available) : 0;
+    const auto info = services_.disks.forMountPoint(path);
     const QString diskUuid = info ? (*info)["DiskUUID"].toString() : QString();
     const QString volumeUuid = info ? (*info)["VolumeUUID"].toString() : QString();
     const QString key = diskUuid.isEmpty() ? volumeUuid : diskUuid;

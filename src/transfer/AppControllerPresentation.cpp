@@ -1,6 +1,5 @@
 // What the transfer shows: list reloads, the toolbar for the selection, the free space of the
 // destination drives. Main thread only.
-#include <sys/statvfs.h>
 
 #include <QFile>
 #include <cerrno>
@@ -8,8 +7,10 @@
 #include <set>
 
 #include "AppController.h"
+#include "FileLayer.h"
+#include "LocalPaths.h"
+#include "PathText.h"
 #include "QVFileManager.h"
-#include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "QVVolume.h"
 
@@ -43,18 +44,18 @@ void AppController::refreshTotalRemainingSpace() {
     for (const DestinationEntry& entry : destinationList()) {
         if (!entry.isSelected())
             continue;
-        QString drive = QVLocalPaths::mediaDriveForPath(entry.path);
+        QString drive = services_.paths.mediaDriveForPath(entry.path);
         if (drive.isEmpty())
             drive = QStringLiteral("/");
         if (!drives.insert(drive).second)
             continue;
-        struct statvfs figures {};
-        if (::statvfs(QFile::encodeName(drive).constData(), &figures) != 0) {
+        FileLayer::Space space;
+        if (fileLayer_.freeSpace(PathText::bytes(drive), &space) != 0) {
             QVLog::appendLog(u"Error getting free space for drive %@: %@", drive,
                              QString::fromLocal8Bit(std::strerror(errno)));
             continue;
         }
-        total += double(figures.f_bavail) * double(figures.f_frsize);
+        total += double(space.available);
     }
     view_.setRemainingSpaceText(QStringLiteral("Total Remaining Space on Media Drives: %1")
                                     .arg(QVFileManager::formatFileSize(total)));

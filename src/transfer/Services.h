@@ -7,14 +7,22 @@
 
 #include "Clock.h"
 
+class DiskInformation;
 class FileLayer;
+class LocalPaths;
 class MountService;
 class Notifier;
+class ProcessRunner;
+class VolumeActions;
 class WorkerThreads;
 
 struct Services {
     FileLayer& files;
     MountService& mounts;
+    VolumeActions& volumes;
+    DiskInformation& disks;
+    ProcessRunner& processes;
+    LocalPaths& paths;
     Notifier& notifier;
     WorkerThreads& threads;
     std::shared_ptr<const Clock> clock;

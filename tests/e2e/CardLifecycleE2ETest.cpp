@@ -14,7 +14,6 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
-#include "LinuxMountService.h"
 #include "LoopCard.h"
 #include "MountTable.h"
 #include "Preferences.h"
@@ -133,9 +132,8 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
     Preferences(settings).registerAndMigrate();
     RecordingAppView view;
     RecordingNotifier notifier;
-    LinuxMountService mounts;
     TestServices services(notifier);
-    services.mounts = &mounts;
+    services.useThisMachine();
     AppController controller(settings, view, services.bundle());
     const auto volume =
         QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings, Clock::system());
@@ -194,9 +192,8 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     layer.slowReads(pulled->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
     RecordingAppView view;
     RecordingNotifier notifier;
-    LinuxMountService mounts;
     TestServices services(notifier);
-    services.mounts = &mounts;
+    services.useThisMachine();
     services.files = &layer;
     AppController controller(settings, view, services.bundle());
     controller.setDestinationList({{1, workPath("dest")}});

@@ -8,7 +8,6 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
-#include "LinuxMountService.h"
 #include "LoopCard.h"
 #include "Preferences.h"
 #include "QVTaskEx.h"
@@ -35,9 +34,8 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
     RecordingAppView view;
     RecordingNotifier notifier;
     FaultyFileLayer layer;
-    LinuxMountService mounts;
     TestServices services(notifier);
-    services.mounts = &mounts;
+    services.useThisMachine();
     services.files = &layer;
     AppController controller(settings, view, services.bundle());
     const auto volume =

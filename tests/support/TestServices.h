@@ -6,24 +6,48 @@
 #include <memory>
 
 #include "Clock.h"
+#include "FakeDiskInformation.h"
+#include "FakeLocalPaths.h"
 #include "FakeMountService.h"
+#include "FakeProcessRunner.h"
+#include "FakeVolumeActions.h"
 #include "FileLayer.h"
 #include "Services.h"
 
+class LinuxDiskInformation;
+class LinuxMountService;
+class LinuxVolumeActions;
 class Notifier;
+class PosixProcessRunner;
 
 class TestServices {
   public:
-    explicit TestServices(Notifier& notifier) : notifier_(notifier) {}
-    TestServices(Notifier& notifier, FileLayer& layer) : files(&layer), notifier_(notifier) {}
+    explicit TestServices(Notifier& notifier);
+    TestServices(Notifier& notifier, FileLayer& layer);
+    ~TestServices();
 
     Services bundle();
+    /// The mount table, volume actions and disk information of this machine, for tests on
+    /// real loop cards.
+    void useThisMachine();
 
     FileLayer* files = &FileLayer::posix();
     FakeMountService fakeMounts;
+    FakeVolumeActions fakeVolumes;
+    FakeDiskInformation fakeDisks;
+    FakeProcessRunner fakeProcesses;
+    FakeLocalPaths fakePaths;
     std::shared_ptr<const Clock> clock = Clock::system();
-    MountService* mounts = &fakeMounts;  // tests on real cards give the real table
+    // Tests on real cards give the real ones.
+    MountService* mounts = &fakeMounts;
+    VolumeActions* volumes = &fakeVolumes;
+    DiskInformation* disks = &fakeDisks;
+    LocalPaths* paths = &fakePaths;
 
   private:
     Notifier& notifier_;
+    std::unique_ptr<LinuxMountService> machineMounts_;
+    std::unique_ptr<PosixProcessRunner> machineProcesses_;
+    std::unique_ptr<LinuxVolumeActions> machineVolumes_;
+    std::unique_ptr<LinuxDiskInformation> machineDisks_;
 };

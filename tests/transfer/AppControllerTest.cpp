@@ -46,6 +46,13 @@ class AppControllerTest : public testing::Test {
         return QVVolume::volumeWithName(name, path, 0, settings_, clock_);
     }
     QString dest(const QString& name) const { return work_.filePath("dest/" + name); }
+    /// A controller for which folder stands in for the place cards are mounted.
+    void withMediaRoot(const QString& folder) {
+        mediaPaths_ = std::make_unique<FakeLocalPaths>(QStringList{folder});
+        services_.paths = mediaPaths_.get();
+        controller_ =
+            std::make_unique<AppController>(settings_, view_, services_.bundle(), &stages_);
+    }
     bool copiesReach(std::size_t count) {
         return waitUntil([&] { return stages_.copies().size() >= count; });
     }
@@ -57,6 +64,7 @@ class AppControllerTest : public testing::Test {
     RecordingNotifier notifier_;
     RecordingStages stages_;
     TestServices services_{notifier_};
+    std::unique_ptr<FakeLocalPaths> mediaPaths_;
     std::unique_ptr<AppController> controller_;
 };
 
@@ -292,8 +300,7 @@ TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
 }
 
 TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
-    TempHome home;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
+    withMediaRoot(work_.filePath("cards"));
     controller_->setDestinationList({{1, work_.filePath("cards/RAID/Media")}, {1, dest("home")}});
     settings_.setObject(SettingsKey::ignoredVolumes,
                         PropertyList(PropertyList::Array{PropertyList(QString("NO NAME"))}));
@@ -326,8 +333,7 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
 }
 
 TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
-    TempHome home;
-    home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(work_.filePath("cards")));
+    withMediaRoot(work_.filePath("cards"));
     controller_->setDestinationList({{1, dest("A")}});
     settings_.setObject("cardsweepEnabled", PropertyList(qint64(1)));
     TestFiles::write(work_.filePath("cards/EOS/DCIM/100EOS5D/MVI_0001.MOV"));

@@ -6,7 +6,10 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "FakeProcessRunner.h"
+#include "FakeVolumeActions.h"
 #include "FaultyFileLayer.h"
+#include "LinuxVolumeActions.h"
 #include "ManifestVerifier.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
@@ -157,4 +160,78 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
               "ended: IMG CARD: Canceled");
     EXPECT_EQ(volume->errorString(), "Transfer interrupted");
     EXPECT_EQ(controller_->threadCount(), 0) << "its slot is free again";
+}
+
+// The Erase command down to the commands it runs: refused for a card on a destination's disk
+// (nothing unmounted, nothing run), carried out for a card on a disk of its own.
+TEST_F(ControllerServicesTest, EraseIsRefusedForACardOnADestinationsDiskAndFormatsAnyOther) {
+    FakeMountService& mounts = services_.fakeMounts;
+    FakeProcessRunner runner;
+    runner.answer("umount", [&](const QStringList& arguments) {
+        return FakeProcessRunner::exited(mounts.unmount(arguments.value(0)) ? 0 : 32);
+    });
+    runner.answer("mount", [&](const QStringList& arguments) {
+        mounts.mount(FakeMountService::entry(arguments.value(1), arguments.value(0)));
+        return FakeProcessRunner::exited(0);
+    });
+    runner.answer("mkfs.fat", FakeProcessRunner::exited(0));
+    LinuxVolumeActions volumes(mounts, runner);
+    services_.volumes = &volumes;
+    const auto add = [&](const QString& device, quint64 number, quint64 disk, const QString& at) {
+        mounts.addBlockDevice(device, number, disk);
+        mounts.setRemovable(device);
+        mounts.mount(FakeMountService::entry(at, device));
+    };
+    add("/dev/sdb1", 0x811, 0x810, "/media/tester/CARD");
+    add("/dev/sdb2", 0x812, 0x810, "/media/tester/RAID");
+    add("/dev/sdc1", 0x821, 0x820, "/media/tester/SHUTTLE");
+    makeController();
+    const auto card =
+        QVVolume::volumeWithName("CARD", "/media/tester/CARD", 0, settings_, services_.clock);
+    controller_->setDataArray({card});
+    view_.setSelectedRows({0});
+
+    controller_->setDestinationList({{1, "/media/tester/RAID/Offload"}});
+    controller_->erase();
+    ASSERT_TRUE(waitUntil([&] { return view_.events().filter("sheet: Unable to erase").size(); }));
+    drainWorkers();
+    EXPECT_TRUE(runner.calls().empty()) << runner.commandLines().join(u'\n').toStdString();
+    EXPECT_TRUE(mounts.isMountedAt("/media/tester/CARD", "/dev/sdb1"));
+
+    controller_->setDestinationList({{1, "/media/tester/SHUTTLE/Offload"}});
+    controller_->erase();
+    ASSERT_TRUE(waitUntil([&] { return view_.events().filter("sheet: 'CARD' erased").size(); }));
+    drainWorkers();
+    EXPECT_EQ(runner.commandLines(),
+              QStringList({"umount /media/tester/CARD", "mkfs.fat -F 32 -n CARD /dev/sdb1",
+                           "mount /dev/sdb1 /media/tester/CARD"}));
+}
+
+// Eject: cards leave through the volume actions, a folder the user added just leaves the list,
+// and a card that can't be ejected stays listed.
+TEST_F(ControllerServicesTest, EjectHandsCardsToTheVolumeActionsAndDropsFolders) {
+    makeController();
+    const auto card =
+        QVVolume::volumeWithName("CARD", "/media/tester/CARD", 0, settings_, services_.clock);
+    const auto busy =
+        QVVolume::volumeWithName("BUSY", "/media/tester/BUSY", 0, settings_, services_.clock);
+    const auto folder =
+        QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings_, services_.clock);
+    folder->setIsFolder(true);
+    const FakeVolumeActions::Script busyFails = [](const FakeVolumeActions::Call& call,
+                                                   QString* error) {
+        *error = QStringLiteral("target is busy");
+        return !call.mountPoint.endsWith("BUSY");
+    };
+    services_.fakeVolumes.answer(FakeVolumeActions::Action::UnmountAndEject, busyFails);
+    controller_->setDataArray({card, busy, folder});
+    view_.setSelectedRows({0, 1, 2});
+    controller_->eject();
+
+    std::vector<QString> ejected;
+    for (const auto& call : services_.fakeVolumes.calls())
+        ejected.push_back(call.mountPoint);
+    EXPECT_EQ(ejected, (std::vector<QString>{"/media/tester/CARD", "/media/tester/BUSY"}));
+    EXPECT_EQ(controller_->dataArray(), (std::vector<std::shared_ptr<QVVolume>>{card, busy}))
+        << "cards leave the list when their unmount is heard, folders at once";
 }
