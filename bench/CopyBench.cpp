@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "CopyDelegate.h"
+#include "FileLayer.h"
 #include "QVFileManager.h"
 
 namespace {
@@ -58,7 +59,7 @@ int main(int argc, char** argv) {
         QStringList targets;
         for (const QString& destination : destinations)
             targets << destination + u'/' + relative;
-        if (!QVFileManager::copyFileWithProgress(file, targets, type, &delegate))
+        if (!QVFileManager(FileLayer::posix()).copyFileWithProgress(file, targets, type, &delegate))
             ++failures;
         ++files;
     }

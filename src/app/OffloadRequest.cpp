@@ -170,7 +170,7 @@ std::optional<QString> OffloadRequest::spaceProblem(const QString& source,
     CardSize card(blockSizes);
     if (onlyMovies) {
         for (const QString& movie : QVVolume::quickTimeMoviesInFolder(source))
-            card.addFile(QVFileManager::fileSize(movie));
+            card.addFile(QVFileManager(FileLayer::posix()).fileSize(movie));
     } else {
         card.addTree(QFile::encodeName(source), true);
     }

@@ -9,6 +9,7 @@
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
 #include "DigestContext.h"
+#include "FileLayer.h"
 #include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
@@ -75,7 +76,8 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
     const auto volume =
         QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings, Clock::system());
     // A card is the root of a mounted volume; anything else is a folder and never gets marked.
-    volume->setIsFolder(QVFileManager::volumeMountPointForPath(source) != source);
+    volume->setIsFolder(QVFileManager(FileLayer::posix()).volumeMountPointForPath(source) !=
+                        source);
 
     TerminalAppView view;
     AppController controller(settings, view, context.services(view));

@@ -36,13 +36,12 @@ QByteArray encoded(const QString& path) {
     return QFile::encodeName(path);
 }
 
-bool lstatPath(const QString& path, struct stat* status) {
-    return ::lstat(encoded(path).constData(), status) == 0;
+bool lstatPath(FileLayer& files, const QString& path, struct stat* status) {
+    return files.linkStatus(encoded(path), status) == 0;
 }
 
-bool anythingAt(const QString& path) {
-    struct stat status {};
-    return lstatPath(path, &status);
+bool anythingAt(FileLayer& files, const QString& path) {
+    return files.exists(encoded(path));
 }
 
 QString errnoText(int code) {
@@ -66,16 +65,15 @@ const QStringList& packageExtensions() {
 // Media-root drives must be real mount points: a leftover empty folder there is the root disk.
 // The mount table also knows bind mounts, which share their parent's device. Folders under
 // configured roots stand in for drives.
-bool driveIsMounted(const QString& drive) {
+bool driveIsMounted(FileLayer& files, const QString& drive) {
     struct stat status {};
-    if (::stat(encoded(drive).constData(), &status) != 0 || !S_ISDIR(status.st_mode))
+    if (files.status(encoded(drive), &status) != 0 || !S_ISDIR(status.st_mode))
         return false;
     const QString parent = parentOf(drive);
     if (QVLocalPaths::isConfiguredMediaRoot(parent + u'/'))
         return true;
     struct stat parentStatus {};
-    if (::stat(encoded(parent).constData(), &parentStatus) == 0 &&
-        status.st_dev != parentStatus.st_dev)
+    if (files.status(encoded(parent), &parentStatus) == 0 && status.st_dev != parentStatus.st_dev)
         return true;
     return MountTable::entryForMountPoint(drive).has_value();
 }
@@ -86,9 +84,15 @@ bool isUnderMediaRoot(const QString& path) {
                        [&](const QString& root) { return path.startsWith(root); });
 }
 
-QStringList entriesOf(const QString& folder) {
-    return QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+// Entry names in name order.
+QStringList entriesOf(FileLayer& files, const QString& folder) {
+    std::vector<FileLayer::Entry> entries;
+    files.listFolder(encoded(folder), &entries);
+    QStringList names;
+    for (const FileLayer::Entry& entry : entries)
+        names << QFile::decodeName(entry.name);
+    names.sort();
+    return names;
 }
 
 }  // namespace
@@ -97,13 +101,12 @@ QStringList entriesOf(const QString& folder) {
 
 bool QVFileManager::fileExistsAtPath(const QString& path) {
     struct stat status {};
-    return !path.isEmpty() && ::stat(encoded(path).constData(), &status) == 0;
+    return !path.isEmpty() && files_.status(encoded(path), &status) == 0;
 }
 
 bool QVFileManager::isDirectoryAtPath(const QString& path) {
     struct stat status {};
-    return !path.isEmpty() && ::stat(encoded(path).constData(), &status) == 0 &&
-           S_ISDIR(status.st_mode);
+    return !path.isEmpty() && files_.status(encoded(path), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool QVFileManager::isPackageAtPath(const QString& path) {
@@ -113,12 +116,12 @@ bool QVFileManager::isPackageAtPath(const QString& path) {
 
 bool QVFileManager::isSymbolicLinkAtPath(const QString& path) {
     struct stat status {};
-    return lstatPath(path, &status) && S_ISLNK(status.st_mode);
+    return lstatPath(files_, path, &status) && S_ISLNK(status.st_mode);
 }
 
 bool QVFileManager::isVolumeMountedForPath(const QString& path) {
     const QString drive = QVLocalPaths::mediaDriveForPath(path);
-    return drive.isEmpty() || driveIsMounted(drive);
+    return drive.isEmpty() || driveIsMounted(files_, drive);
 }
 
 bool QVFileManager::isDriveMountedForPath(const QString& path) {
@@ -126,7 +129,7 @@ bool QVFileManager::isDriveMountedForPath(const QString& path) {
     if (drive.isEmpty())
         return true;
     SystemLog::log(u"mountpoint: %@", drive);
-    return driveIsMounted(drive);
+    return driveIsMounted(files_, drive);
 }
 
 QString QVFileManager::volumeMountPointForPath(const QString& path) {
@@ -143,12 +146,12 @@ bool QVFileManager::isFileLocked(const QString& path) {
 }
 
 bool QVFileManager::isFolderEmpty(const QString& path) {
-    for (const QString& name : entriesOf(path)) {
+    for (const QString& name : entriesOf(files_, path)) {
         if (name == QLatin1String(".DS_Store") || name == QLatin1String("Icon\r"))
             continue;
         const QString entry = path + u'/' + name;
         struct stat status {};
-        if (!lstatPath(entry, &status) || !S_ISDIR(status.st_mode))
+        if (!lstatPath(files_, entry, &status) || !S_ISDIR(status.st_mode))
             return false;
         if (!isFolderEmpty(entry))
             return false;
@@ -158,12 +161,12 @@ bool QVFileManager::isFolderEmpty(const QString& path) {
 
 std::uint64_t QVFileManager::fileSize(const QString& path) {
     struct stat status {};
-    if (!lstatPath(path, &status))
+    if (!lstatPath(files_, path, &status))
         return 0;
     if (!S_ISDIR(status.st_mode))
         return std::uint64_t(status.st_size);
     std::uint64_t total = 0;
-    for (const QString& name : entriesOf(path))
+    for (const QString& name : entriesOf(files_, path))
         total += fileSize(path + u'/' + name);
     return total;
 }
@@ -172,7 +175,7 @@ std::uint64_t QVFileManager::fileSize(const QString& path) {
 
 bool QVFileManager::trashFile(const QString& path, bool shouldAuth) {
     unlockFile(path);
-    if (!anythingAt(path))
+    if (!anythingAt(files_, path))
         return true;
     static_cast<void>(shouldAuth);         // administrator rights come with the privileged helper
     return FreedesktopTrash::trash(path);  // which logs why it failed
@@ -180,14 +183,12 @@ bool QVFileManager::trashFile(const QString& path, bool shouldAuth) {
 
 bool QVFileManager::removeFile(const QString& path, bool shouldAuth) {
     unlockFile(path);
-    if (!anythingAt(path))
+    if (!anythingAt(files_, path))
         return true;
-    std::error_code error;
-    std::filesystem::remove_all(encoded(path).constData(), error);
-    if (!error)
+    files_.removeTree(encoded(path));
+    if (!anythingAt(files_, path))
         return true;
-    QVLog::appendLog(u"Error removing file: %@. Authorizing...",
-                     QString::fromStdString(error.message()));
+    QVLog::appendLog(u"Error removing file: %@. Authorizing...", errnoText(errno));
     static_cast<void>(shouldAuth);  // administrator rights come with the privileged helper
     return false;
 }
@@ -197,14 +198,14 @@ bool QVFileManager::createDirectory(const QString& path, bool shouldAuth) {
         SystemLog::log(u"Unable to create directory. Drive is not mounted.");
         return false;
     }
-    std::error_code error;
-    std::filesystem::create_directories(encoded(path).constData(), error);
-    if (!error && isDirectoryAtPath(path))
+    const QByteArray folder = encoded(QDir::cleanPath(path));
+    int code = 0;
+    if (files_.makeParents(folder) != 0 || (files_.makeFolder(folder) != 0 && errno != EEXIST))
+        code = errno;
+    if (code == 0 && isDirectoryAtPath(path))
         return true;
-    if (!error)
-        error = std::make_error_code(std::errc::file_exists);
     QVLog::appendLog(u"Error creating folder: %@. Authorizing...",
-                     QString::fromStdString(error.message()));
+                     errnoText(code == 0 ? EEXIST : code));
     static_cast<void>(shouldAuth);
     return false;
 }
@@ -228,7 +229,7 @@ bool QVFileManager::copyFile(const QString& source, const QString& destination, 
 }
 
 bool QVFileManager::moveFile(const QString& source, const QString& destination, bool shouldAuth) {
-    if (anythingAt(destination))
+    if (anythingAt(files_, destination))
         unlockFile(destination);
     unlockFile(parentOf(destination));
     QString error;
@@ -255,25 +256,26 @@ bool QVFileManager::moveFile(const QString& source, const QString& destination, 
 }
 
 void QVFileManager::trashDirectoryContents(const QString& path, bool shouldAuth) {
-    for (const QString& name : entriesOf(path))
+    for (const QString& name : entriesOf(files_, path))
         trashFile(path + u'/' + name, shouldAuth);
 }
 
 namespace {
 
 template <typename Matches>
-QStringList trashMatching(const QString& folder, const Matches& matches) {
+QStringList trashMatching(QVFileManager& manager, FileLayer& files, const QString& folder,
+                          const Matches& matches) {
     QStringList trashed;
-    for (const QString& name : entriesOf(folder)) {
+    for (const QString& name : entriesOf(files, folder)) {
         const QString entry = folder + u'/' + name;
         struct stat status {};
-        if (!lstatPath(entry, &status))
+        if (!lstatPath(files, entry, &status))
             continue;
         if (S_ISDIR(status.st_mode)) {
-            trashed += trashMatching(entry, matches);
+            trashed += trashMatching(manager, files, entry, matches);
             continue;
         }
-        if (matches(name) && QVFileManager::trashFile(entry))
+        if (matches(name) && manager.trashFile(entry))
             trashed << entry;
     }
     return trashed;
@@ -283,12 +285,14 @@ QStringList trashMatching(const QString& folder, const Matches& matches) {
 
 QStringList QVFileManager::trashFilesOfType(const QString& extension, const QString& folder) {
     const QString wanted = extension.toLower();
-    return trashMatching(
-        folder, [&](const QString& name) { return QFileInfo(name).suffix().toLower() == wanted; });
+    return trashMatching(*this, files_, folder, [&](const QString& name) {
+        return QFileInfo(name).suffix().toLower() == wanted;
+    });
 }
 
 QStringList QVFileManager::trashFilesNamed(const QString& name, const QString& folder) {
-    return trashMatching(folder, [&](const QString& entry) { return entry == name; });
+    return trashMatching(*this, files_, folder,
+                         [&](const QString& entry) { return entry == name; });
 }
 
 bool QVFileManager::removeFolderIfEmpty(const QString& path) {
@@ -330,13 +334,14 @@ bool QVFileManager::waitForState(Clock::time_point start, int timeout,
 // The time-out counts from the start, so a slow operation leaves less time to wait.
 bool QVFileManager::trashFile(const QString& path, int timeout) {
     const auto start = Clock::now();
-    return trashFile(path, true) && waitForState(start, timeout, [&] { return !anythingAt(path); });
+    return trashFile(path, true) &&
+           waitForState(start, timeout, [&] { return !anythingAt(files_, path); });
 }
 
 bool QVFileManager::removeFile(const QString& path, int timeout) {
     const auto start = Clock::now();
     return removeFile(path, true) &&
-           waitForState(start, timeout, [&] { return !anythingAt(path); });
+           waitForState(start, timeout, [&] { return !anythingAt(files_, path); });
 }
 
 bool QVFileManager::createDirectory(const QString& path, int timeout) {
@@ -348,7 +353,7 @@ bool QVFileManager::createDirectory(const QString& path, int timeout) {
 bool QVFileManager::copyFile(const QString& source, const QString& destination, int timeout) {
     const auto start = Clock::now();
     return copyFile(source, destination, true) &&
-           waitForState(start, timeout, [&] { return anythingAt(destination); });
+           waitForState(start, timeout, [&] { return anythingAt(files_, destination); });
 }
 
 bool QVFileManager::moveFile(const QString& source, const QString& destination, int timeout) {
@@ -359,13 +364,13 @@ bool QVFileManager::moveFile(const QString& source, const QString& destination, 
         ::usleep(500);
         return true;
     }
-    return waitForState(start, timeout, [&] { return !anythingAt(source); });
+    return waitForState(start, timeout, [&] { return !anythingAt(files_, source); });
 }
 
 bool QVFileManager::copyContentsOfDirectory(const QString& path, const QString& destination,
                                             int timeout) {
     bool allCopied = true;
-    for (const QString& name : entriesOf(path)) {
+    for (const QString& name : entriesOf(files_, path)) {
         const QString entry = path + u'/' + name;
         QVLog::fastAppendLog(u"File: %@", entry);
         allCopied = copyFile(entry, destination + u'/' + name, timeout) && allCopied;
@@ -377,17 +382,17 @@ bool QVFileManager::copyContentsOfDirectory(const QString& path, const QString& 
 
 bool QVFileManager::compressFile(const QString& source, const QString& destinationFile,
                                  bool includeParent) {
-    if (anythingAt(destinationFile))
+    if (anythingAt(files_, destinationFile))
         trashFile(destinationFile);
     ZipArchive::compress(source, destinationFile, includeParent);
-    return anythingAt(destinationFile);
+    return anythingAt(files_, destinationFile);
 }
 
 bool QVFileManager::decompressFile(const QString& archive, const QString& destinationFolder) {
-    if (anythingAt(destinationFolder))
+    if (anythingAt(files_, destinationFolder))
         trashFile(destinationFolder);
     ZipArchive::extract(archive, destinationFolder);
-    return anythingAt(destinationFolder);
+    return anythingAt(files_, destinationFolder);
 }
 
 // ---- Moving
@@ -404,7 +409,7 @@ bool QVFileManager::moveItem(const QString& source, const QString& destination, 
     int code = errno;
     if (code == EINVAL || code == ENOSYS) {
         // The file system can't refuse to replace by itself.
-        if (anythingAt(destination) && !isCaseOnlyChange(source, destination)) {
+        if (anythingAt(files_, destination) && !isCaseOnlyChange(source, destination)) {
             code = EEXIST;
         } else if (::rename(from.constData(), to.constData()) == 0) {
             return true;
@@ -415,11 +420,10 @@ bool QVFileManager::moveItem(const QString& source, const QString& destination, 
     if (code == EXDEV) {
         if (!ItemCopier::copy(source, destination, error))
             return false;
-        std::error_code removal;
-        std::filesystem::remove_all(from.constData(), removal);
-        if (!removal)
+        files_.removeTree(from);
+        if (!files_.exists(from))
             return true;
-        *error = QStringLiteral("%1: %2").arg(source, QString::fromStdString(removal.message()));
+        *error = QStringLiteral("%1: %2").arg(source, errnoText(errno));
         return false;
     }
     *error = QStringLiteral("%1 -> %2: %3").arg(source, destination, errnoText(code));

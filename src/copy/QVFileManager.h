@@ -1,8 +1,9 @@
 #pragma once
 // File, folder and volume operations with the house policy: which changes unlock first, which
 // wait with a time-out, how sizes are shown and how valid and unique names are made.
-// Stateless class-level operations, safe from any thread. Failures are a false/empty result
-// plus a log line, never an exception.
+// An object over the file layer it is given (tests hand in a faulty one), safe from any
+// thread; the pure text helpers stay class-level. Failures are a false/empty result plus a log
+// line, never an exception.
 
 #include <QDateTime>
 #include <QString>
@@ -21,119 +22,117 @@
 
 class QVFileManager {
   public:
+    explicit QVFileManager(FileLayer& files) : files_(files) {}
+
     // ---- Tests
 
-    static bool fileExistsAtPath(const QString& path);
-    static bool isDirectoryAtPath(const QString& path);
+    bool fileExistsAtPath(const QString& path);
+    bool isDirectoryAtPath(const QString& path);
     /// A folder whose extension marks it as a bundle (".app", ".bundle", ...).
-    static bool isPackageAtPath(const QString& path);
-    static bool isSymbolicLinkAtPath(const QString& path);
+    bool isPackageAtPath(const QString& path);
+    bool isSymbolicLinkAtPath(const QString& path);
     /// True unless the path lies on a media-root drive (root + one component) that isn't there.
-    static bool isVolumeMountedForPath(const QString& path);
+    bool isVolumeMountedForPath(const QString& path);
     /// As isVolumeMountedForPath, logging the drive's mount point to the system log.
-    static bool isDriveMountedForPath(const QString& path);
+    bool isDriveMountedForPath(const QString& path);
     /// The local volume holding the path (deepest mount point other than "/"); else empty for
     /// paths beginning with a media root (the bare root included), "/" for the rest.
-    static QString volumeMountPointForPath(const QString& path);
-    static bool isFileLocked(const QString& path);
+    QString volumeMountPointForPath(const QString& path);
+    bool isFileLocked(const QString& path);
     /// Empty when it can't be listed, has no entries, or holds only ".DS_Store", "Icon\r" and
     /// folders that are empty themselves.
-    static bool isFolderEmpty(const QString& path);
+    bool isFolderEmpty(const QString& path);
     /// Bytes; a folder counts everything in it, recursively (links as themselves).
-    static std::uint64_t fileSize(const QString& path);
+    std::uint64_t fileSize(const QString& path);
 
     // ---- Changes. The plain forms ask for administrator rights after a failure.
 
-    static bool trashFile(const QString& path, bool shouldAuth = true);
-    static bool removeFile(const QString& path, bool shouldAuth = true);
-    static bool createDirectory(const QString& path, bool shouldAuth = true);
-    static bool copyFile(const QString& source, const QString& destination, bool shouldAuth = true);
-    static bool moveFile(const QString& source, const QString& destination, bool shouldAuth = true);
-    static void trashDirectoryContents(const QString& path, bool shouldAuth = true);
-    static QStringList trashFilesOfType(const QString& extension, const QString& folder);
-    static QStringList trashFilesNamed(const QString& name, const QString& folder);
-    static bool removeFolderIfEmpty(const QString& path);
+    bool trashFile(const QString& path, bool shouldAuth = true);
+    bool removeFile(const QString& path, bool shouldAuth = true);
+    bool createDirectory(const QString& path, bool shouldAuth = true);
+    bool copyFile(const QString& source, const QString& destination, bool shouldAuth = true);
+    bool moveFile(const QString& source, const QString& destination, bool shouldAuth = true);
+    void trashDirectoryContents(const QString& path, bool shouldAuth = true);
+    QStringList trashFilesOfType(const QString& extension, const QString& folder);
+    QStringList trashFilesNamed(const QString& name, const QString& folder);
+    bool removeFolderIfEmpty(const QString& path);
     /// Creates (if missing) the folder part of relativePath under destination and returns it.
-    static QString createDirectoryStructure(const QString& relativePath,
-                                            const QString& destination);
+    QString createDirectoryStructure(const QString& relativePath, const QString& destination);
 
     // Time-out forms (whole seconds): the plain operation, then a wait for its effect. On the
     // main thread the wait keeps handling events; elsewhere it sleeps 0.3 s between checks.
-    static bool trashFile(const QString& path, int timeout);
-    static bool removeFile(const QString& path, int timeout);
-    static bool createDirectory(const QString& path, int timeout);
-    static bool copyFile(const QString& source, const QString& destination, int timeout);
-    static bool moveFile(const QString& source, const QString& destination, int timeout);
+    bool trashFile(const QString& path, int timeout);
+    bool removeFile(const QString& path, int timeout);
+    bool createDirectory(const QString& path, int timeout);
+    bool copyFile(const QString& source, const QString& destination, int timeout);
+    bool moveFile(const QString& source, const QString& destination, int timeout);
     /// Copies every entry of the folder into destination, each with the time-out form.
-    static bool copyContentsOfDirectory(const QString& path, const QString& destination,
-                                        int timeout);
+    bool copyContentsOfDirectory(const QString& path, const QString& destination, int timeout);
 
     /// Zips a file or folder (under its own name with includeParent); an existing destination
     /// goes to the trash first. True when the archive exists afterwards.
-    static bool compressFile(const QString& source, const QString& destinationFile,
-                             bool includeParent = true);
-    static bool decompressFile(const QString& archive, const QString& destinationFolder);
+    bool compressFile(const QString& source, const QString& destinationFile,
+                      bool includeParent = true);
+    bool decompressFile(const QString& archive, const QString& destinationFolder);
 
-    static bool lockFile(const QString& path);
-    static bool unlockFile(const QString& path);
-    static void lockFolder(const QString& path);
-    static void unlockFolder(const QString& path);
-    static bool setPosixPermissions(unsigned permissions, const QString& path);
-    static bool setModificationDate(const QDateTime& date, const QString& path);
-    static bool createEmptyFile(const QString& path);
+    bool lockFile(const QString& path);
+    bool unlockFile(const QString& path);
+    void lockFolder(const QString& path);
+    void unlockFolder(const QString& path);
+    bool setPosixPermissions(unsigned permissions, const QString& path);
+    bool setModificationDate(const QDateTime& date, const QString& path);
+    bool createEmptyFile(const QString& path);
     /// Updates the modification time through /usr/bin/touch -c (creation times can't be set
     /// on Linux, so setCreationDate changes nothing more).
-    static void touchFile(const QString& path, bool setCreationDate = true);
+    void touchFile(const QString& path, bool setCreationDate = true);
     /// Extended attribute as UTF-8 text; keys without a namespace go to "user.". Values are
     /// read with a 255-byte buffer, so longer ones come back cut.
-    static std::optional<QString> metadataValueForKey(const QString& key, const QString& path);
-    static bool setMetadataValue(const QString& value, const QString& key, const QString& path);
-    static bool setFinderColorIndex(int index, const QString& path);
+    std::optional<QString> metadataValueForKey(const QString& key, const QString& path);
+    bool setMetadataValue(const QString& value, const QString& key, const QString& path);
+    bool setFinderColorIndex(int index, const QString& path);
 
     // ---- Queries
 
     /// The disk-information dictionary (DiskUUID, VolumeUUID, ...) of a mounted volume, or
     /// nullopt for anything that isn't the mount point of a disk.
-    static std::optional<PropertyList> infoForDiskAtMountpoint(const QString& mountPoint);
+    std::optional<PropertyList> infoForDiskAtMountpoint(const QString& mountPoint);
     static QString formatFileSize(double size);
     static QString validateFilename(const QString& name);
     /// The path itself when free, else "name 2.ext", "name 3.ext", ...
-    static QString uniqueFilename(const QString& path);
+    QString uniqueFilename(const QString& path);
     /// Paths matching a pattern of "*" and "?" per component (case-sensitive). A pattern
     /// without "*" gives itself joined to the base path. searchSubdirs is accepted and ignored.
-    static QStringList filesMatchingWildcardPath(const QString& pattern,
-                                                 const QString& basePath = QString(),
-                                                 bool searchSubdirs = false);
-    static QString decodeWildcardPath(const QString& pattern, const QString& basePath);
+    QStringList filesMatchingWildcardPath(const QString& pattern,
+                                          const QString& basePath = QString(),
+                                          bool searchSubdirs = false);
+    QString decodeWildcardPath(const QString& pattern, const QString& basePath);
     /// Returns at once; waits 500 microseconds when the file is still missing or empty.
-    static void waitForFileCreation(const QString& path, double timeout);
+    void waitForFileCreation(const QString& path, double timeout);
     /// Waits while the modification time is under 4 s old.
-    static void waitForFileWrites(const QString& path, const QString& lockFile = QString());
+    void waitForFileWrites(const QString& path, const QString& lockFile = QString());
 
     /// The four-character file type code from FinderInfo where a file system carries one
     /// (e.g. 'MooV' for a QuickTime movie), else 0.
-    static quint32 hfsTypeCodeForPath(const QString& path);
+    quint32 hfsTypeCodeForPath(const QString& path);
     /// The FinderInfo flags word where a file system carries one, else 0.
-    static int finderColorIndexForPath(const QString& path);
+    int finderColorIndexForPath(const QString& path);
     /// Hue, saturation, brightness (alpha is 1) for a flags value of 2..15; nullopt otherwise.
     struct HSBColor {
         double hue, saturation, brightness, alpha;
     };
-    static std::optional<HSBColor> finderColorForPath(const QString& path);
+    std::optional<HSBColor> finderColorForPath(const QString& path);
     static std::optional<HSBColor> finderColorForColorIndex(int index);
 
     // ---- The copy engine (see CopyEngine)
 
     /// Copies source to every destination in one read pass, with digests of the source and of
     /// each copy when type asks for them; blocks until done.
-    static bool copyFileWithProgress(const QString& source, const QStringList& destinations,
-                                     VerificationType type, CopyDelegate* delegate,
-                                     std::any object = {}, std::any object2 = {},
-                                     FileLayer& layer = FileLayer::posix());
+    bool copyFileWithProgress(const QString& source, const QStringList& destinations,
+                              VerificationType type, CopyDelegate* delegate, std::any object = {},
+                              std::any object2 = {});
     /// One destination, no digests.
-    static bool copyFileWithProgress(const QString& source, const QString& destination,
-                                     CopyDelegate* delegate, std::any object = {},
-                                     std::any object2 = {});
+    bool copyFileWithProgress(const QString& source, const QString& destination,
+                              CopyDelegate* delegate, std::any object = {}, std::any object2 = {});
 
     // ---- Digests and desktop notices
 
@@ -146,7 +145,9 @@ class QVFileManager {
     using Clock = std::chrono::steady_clock;
     static bool waitForState(Clock::time_point start, int timeout,
                              const std::function<bool()>& holds);
-    static bool copyItem(const QString& source, const QString& destination, QString* error);
-    static bool moveItem(const QString& source, const QString& destination, QString* error);
+    bool copyItem(const QString& source, const QString& destination, QString* error);
+    bool moveItem(const QString& source, const QString& destination, QString* error);
     static bool isCaseOnlyChange(const QString& source, const QString& destination);
+
+    FileLayer& files_;
 };

@@ -26,9 +26,8 @@ QByteArray encoded(const QString& path) {
     return QFile::encodeName(path);
 }
 
-bool anythingAt(const QString& path) {
-    struct stat status {};
-    return ::lstat(encoded(path).constData(), &status) == 0;
+bool anythingAt(FileLayer& files, const QString& path) {
+    return files.exists(encoded(path));
 }
 
 // Linux keeps user attributes in the "user." namespace.
@@ -120,7 +119,7 @@ QString QVFileManager::validateFilename(const QString& name) {
 }
 
 QString QVFileManager::uniqueFilename(const QString& path) {
-    if (!anythingAt(path))
+    if (!anythingAt(files_, path))
         return path;
     const QString folder = QFileInfo(path).path();
     const QString name = QFileInfo(path).fileName();
@@ -131,7 +130,7 @@ QString QVFileManager::uniqueFilename(const QString& path) {
     for (long number = 2;; ++number) {
         const QString candidate =
             joinPath(folder, QStringLiteral("%1 %2%3").arg(stem).arg(number).arg(extension));
-        if (!anythingAt(candidate))
+        if (!anythingAt(files_, candidate))
             return candidate;
     }
 }
@@ -154,14 +153,14 @@ QStringList QVFileManager::filesMatchingWildcardPath(const QString& pattern,
                     QDir::Name);
                 for (const QString& name : names) {
                     const QString entry = joinPath(folder, name);
-                    if (wildcardMatches(component, name) && anythingAt(entry))
+                    if (wildcardMatches(component, name) && anythingAt(files_, entry))
                         next << entry;
                 }
             }
         } else {
             for (const QString& folder : candidates) {
                 const QString entry = joinPath(folder, component);
-                if (anythingAt(entry))
+                if (anythingAt(files_, entry))
                     next << entry;
             }
         }
@@ -178,7 +177,7 @@ QString QVFileManager::decodeWildcardPath(const QString& pattern, const QString&
 
 void QVFileManager::waitForFileCreation(const QString& path, double timeout) {
     struct stat status {};
-    if (::stat(encoded(path).constData(), &status) == 0 && status.st_size > 0)
+    if (files_.status(encoded(path), &status) == 0 && status.st_size > 0)
         return;
     // Measured from this call, so only a time-out of 0 has passed: one short pause, no loop.
     if (timeout > 0) {
@@ -189,9 +188,9 @@ void QVFileManager::waitForFileCreation(const QString& path, double timeout) {
 
 namespace {
 
-bool modifiedWithin(const QString& path, double seconds) {
+bool modifiedWithin(FileLayer& files, const QString& path, double seconds) {
     struct stat status {};
-    if (::stat(encoded(path).constData(), &status) != 0)
+    if (files.status(encoded(path), &status) != 0)
         return false;
     const QDateTime modified = QDateTime::fromSecsSinceEpoch(status.st_mtim.tv_sec)
                                    .addMSecs(status.st_mtim.tv_nsec / 1000000);
@@ -202,11 +201,11 @@ bool modifiedWithin(const QString& path, double seconds) {
 
 void QVFileManager::waitForFileWrites(const QString& path, const QString& lockFile) {
     const bool locked =
-        !lockFile.isEmpty() && anythingAt(joinPath(QFileInfo(path).path(), lockFile));
-    if (!modifiedWithin(path, 4.0) && !locked)
+        !lockFile.isEmpty() && anythingAt(files_, joinPath(QFileInfo(path).path(), lockFile));
+    if (!modifiedWithin(files_, path, 4.0) && !locked)
         return;
     QVLog::appendLog(u"File %@ is currently being written to. Waiting...", path);
-    while (modifiedWithin(path, 4.0))
+    while (modifiedWithin(files_, path, 4.0))
         ::usleep(500);
     QVLog::appendLog(u"File %@ finished writing.", path);
 }
@@ -234,28 +233,28 @@ bool QVFileManager::unlockFile(const QString& path) {
 namespace {
 
 template <typename Apply>
-void applyRecursively(const QString& folder, const Apply& apply) {
+void applyRecursively(FileLayer& files, const QString& folder, const Apply& apply) {
     const QStringList names = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden |
                                                      QDir::System | QDir::NoDotAndDotDot);
     for (const QString& name : names) {
         const QString entry = folder + u'/' + name;
         struct stat status {};
-        if (::lstat(encoded(entry).constData(), &status) != 0 || S_ISLNK(status.st_mode))
+        if (files.linkStatus(encoded(entry), &status) != 0 || S_ISLNK(status.st_mode))
             continue;
         apply(entry);
         if (S_ISDIR(status.st_mode))
-            applyRecursively(entry, apply);
+            applyRecursively(files, entry, apply);
     }
 }
 
 }  // namespace
 
 void QVFileManager::lockFolder(const QString& path) {
-    applyRecursively(path, [](const QString& entry) { lockFile(entry); });
+    applyRecursively(files_, path, [this](const QString& entry) { lockFile(entry); });
 }
 
 void QVFileManager::unlockFolder(const QString& path) {
-    applyRecursively(path, [](const QString& entry) { unlockFile(entry); });
+    applyRecursively(files_, path, [this](const QString& entry) { unlockFile(entry); });
 }
 
 bool QVFileManager::setPosixPermissions(unsigned permissions, const QString& path) {
@@ -382,8 +381,8 @@ std::optional<QVFileManager::HSBColor> QVFileManager::finderColorForColorIndex(i
 
 bool QVFileManager::copyFileWithProgress(const QString& source, const QStringList& destinations,
                                          VerificationType type, CopyDelegate* delegate,
-                                         std::any object, std::any object2, FileLayer& layer) {
-    CopyEngine engine(layer, delegate);
+                                         std::any object, std::any object2) {
+    CopyEngine engine(files_, delegate);
     return engine.copy(source, destinations, type, std::move(object), std::move(object2));
 }
 

@@ -31,6 +31,7 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
       services_(services),
       stages_(stages ? *stages : *this),
       fileLayer_(services.files),
+      fileManager_(services.files),
       volumes_(destinationsAtStart(settings)),
       reservation_(settings, services.clock, services.files),
       images_(services.files, services.mounts),
@@ -54,7 +55,7 @@ AppController::~AppController() {
 // After the card's own steps, the order is what a crew expects: the card is marked done, then
 // every destination gets its manifest.
 void AppController::buildPostActions() {
-    postActions_.append(std::make_unique<DoneMarkerAction>(settings_));
+    postActions_.append(std::make_unique<DoneMarkerAction>(settings_, fileManager_));
     postActions_.append(std::make_unique<ManifestAction>(
         [this](QVVolume& volume) { writeChecksumFileForVolume(volume); }));
 }

@@ -22,6 +22,7 @@
 #include "DestinationReservation.h"
 #include "DiskImages.h"
 #include "PostActions.h"
+#include "QVFileManager.h"
 #include "QVVolume.h"
 #include "Services.h"
 #include "TransferProgress.h"
@@ -235,6 +236,7 @@ class AppController : public TransferStages {
     const Services services_;
     TransferStages& stages_;
     FileLayer& fileLayer_;
+    QVFileManager fileManager_;
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 
     VolumeList volumes_;

@@ -82,7 +82,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
         const QString marker = path + QStringLiteral("/.cardsweep");
         if (fileLayer_.exists(PathText::bytes(marker)))
-            QVFileManager::removeFile(marker);
+            fileManager_.removeFile(marker);
 
         onMainThread([&v] { v.resetProgress(); }, true);
         v.setStatus(QVVolume::Copying);

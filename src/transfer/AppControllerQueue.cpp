@@ -48,7 +48,8 @@ bool containsItemNewerThan(FileLayer& files, const QByteArray& folder, const tim
             continue;
         if (isLater(status.st_mtim, marker))
             return true;
-        if (S_ISDIR(status.st_mode) && !QVFileManager::isPackageAtPath(PathText::display(path)) &&
+        if (S_ISDIR(status.st_mode) &&
+            !QVFileManager(files).isPackageAtPath(PathText::display(path)) &&
             containsItemNewerThan(files, path, marker))
             return true;
     }
@@ -147,7 +148,7 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
         if (!markerTime)
             return;
         if (containsItemNewerThan(fileLayer_, PathText::bytes(root), *markerTime)) {
-            QVFileManager::removeFile(marker);
+            fileManager_.removeFile(marker);
             return;
         }
         if (volume->status() < QVVolume::Copying)

@@ -205,7 +205,7 @@ void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QV
         true);
     std::uint64_t total = 0;
     for (const QString& name : names)
-        total += QVFileManager::fileSize(root + u'/' + name);
+        total += fileManager_.fileSize(root + u'/' + name);
     onMainThread([&v, total] { v.setMaxProgressValue(double(total)); }, true);
     const std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, root);
     for (const QString& name : names) {

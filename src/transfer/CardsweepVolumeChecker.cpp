@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "CardFormat.h"
+#include "FileLayer.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 
@@ -121,7 +122,8 @@ int CardsweepVolumeChecker::verifyVolumeType(const QString& path) {
     if (!exists(under("CONTENTS")))
         return code(CardFormat::Unknown);
     // The card's own path is the base, so a "*" or "?" in a card name stays a plain character.
-    if (!QVFileManager::filesMatchingWildcardPath(QStringLiteral("CONTENTS/CLIPS*/*/*.MXF"), path)
+    if (!QVFileManager(FileLayer::posix())
+             .filesMatchingWildcardPath(QStringLiteral("CONTENTS/CLIPS*/*/*.MXF"), path)
              .isEmpty())
         return code(CardFormat::CanonXF);
     return code(CardFormat::Unknown);

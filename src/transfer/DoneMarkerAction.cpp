@@ -7,5 +7,5 @@
 
 void DoneMarkerAction::perform(const std::shared_ptr<QVVolume>& volume) {
     if (settings_.isOn(SettingsKey::writeDoneFlag) && !volume->isFolder())
-        QVFileManager::createEmptyFile(volume->path() + QStringLiteral("/.cardsweep"));
+        files_.createEmptyFile(volume->path() + QStringLiteral("/.cardsweep"));
 }

@@ -5,14 +5,17 @@
 
 #include "PostAction.h"
 
+class QVFileManager;
 class SettingsStore;
 
 class DoneMarkerAction : public PostAction {
   public:
-    explicit DoneMarkerAction(SettingsStore& settings) : settings_(settings) {}
+    DoneMarkerAction(SettingsStore& settings, QVFileManager& files)
+        : settings_(settings), files_(files) {}
     QString name() const override { return QStringLiteral("writeDoneFlag"); }
     void perform(const std::shared_ptr<QVVolume>& volume) override;
 
   private:
     SettingsStore& settings_;
+    QVFileManager& files_;
 };

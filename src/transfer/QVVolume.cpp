@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "FileLayer.h"
 #include "MetadataNaming.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
@@ -270,7 +271,8 @@ std::uint64_t QVVolume::totalMediaUsage() {
     for (const QString& candidate : candidates) {
         if (isLitter(candidate))
             continue;
-        total += QVFileManager::fileSize(movies ? candidate : root + u'/' + candidate);
+        total += QVFileManager(FileLayer::posix())
+                     .fileSize(movies ? candidate : root + u'/' + candidate);
     }
     const std::lock_guard lock(mutex_);
     totalMediaUsage_ = total;
@@ -278,7 +280,7 @@ std::uint64_t QVVolume::totalMediaUsage() {
 }
 
 QString QVVolume::udid() const {
-    const auto info = QVFileManager::infoForDiskAtMountpoint(path());
+    const auto info = QVFileManager(FileLayer::posix()).infoForDiskAtMountpoint(path());
     if (!info)
         return {};
     QVLog::appendLog(u"output dict: %@", QString::fromUtf8(info->toXml()));
@@ -363,7 +365,7 @@ QStringList QVVolume::quickTimeMoviesInFolder(const QString& folder, int limit) 
         if (info.isDir() && !info.isSymLink()) {
             movies += quickTimeMoviesInFolder(entry, limit);
         } else if (info.suffix().toLower() == QLatin1String("mov") ||
-                   QVFileManager::hfsTypeCodeForPath(entry) == kMovieTypeCode) {
+                   QVFileManager(FileLayer::posix()).hfsTypeCodeForPath(entry) == kMovieTypeCode) {
             movies << entry;
         }
         if (limit >= 0 && movies.size() >= limit)

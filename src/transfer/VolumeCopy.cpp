@@ -55,8 +55,9 @@ VolumeCopy::VolumeCopy(FileLayer& layer, std::shared_ptr<CopyDelegate> delegate,
       deadErrors_(std::size_t(destinations.size())) {
     for (const QString& destination : destinations) {
         destinations_ << PathText::bytes(destination);
-        if (!QVFileManager::fileExistsAtPath(destination))
-            QVFileManager::createDirectory(destination);
+        QVFileManager files(layer_);
+        if (!files.fileExistsAtPath(destination))
+            files.createDirectory(destination);
         // Made for this transfer (claimed empty): whatever turns up in it later is the card's
         // own, so two names meeting there (a case-insensitive disk) is a clash, not a replacement.
         std::vector<FileLayer::Entry> entries;

@@ -1,12 +1,13 @@
 #include "VolumeSpreadsheet.h"
 
+#include "FileLayer.h"
 #include "QVFileManager.h"
 #include "QVVolume.h"
 
 SpreadsheetVolume VolumeSpreadsheet::describe(const QVVolume& volume) {
     SpreadsheetVolume described;
     described.name = volume.name();
-    if (const auto info = QVFileManager::infoForDiskAtMountpoint(volume.path()))
+    if (const auto info = QVFileManager(FileLayer::posix()).infoForDiskAtMountpoint(volume.path()))
         described.driveIdentifier = driveIdentifier(*info);
     described.destinations = volume.destinations();
     described.metadata = volume.metadata();

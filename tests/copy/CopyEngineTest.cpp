@@ -18,6 +18,7 @@
 #include "CopyEngine.h"
 #include "FaultyFileLayer.h"
 #include "FileHash.h"
+#include "FileLayer.h"
 #include "MediaReadBack.h"
 #include "QVFileManager.h"
 #include "QVTaskEx.h"
@@ -92,8 +93,9 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
             destinations << dir.filePath(
                 QStringLiteral("dest%1/%2/new folder/A001.mov").arg(d).arg(c.size));
         RecordingDelegate delegate;
-        ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, destinations, c.type, &delegate,
-                                                        std::any(7), std::any()));
+        ASSERT_TRUE(QVFileManager(FileLayer::posix())
+                        .copyFileWithProgress(source, destinations, c.type, &delegate, std::any(7),
+                                              std::any()));
         for (const QString& destination : destinations)
             EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source))
                 << destination.toStdString();
@@ -119,8 +121,9 @@ TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
         const QString destination = dir.filePath(QStringLiteral("dst%1").arg(size));
         SystemLog::Capture log;
         RecordingDelegate delegate;
-        ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {destination},
-                                                        VerificationType::MD5, &delegate));
+        ASSERT_TRUE(
+            QVFileManager(FileLayer::posix())
+                .copyFileWithProgress(source, {destination}, VerificationType::MD5, &delegate));
         EXPECT_EQ(log.count(source + " returned 0 bytes"), size % 32768 == 0 ? 1 : 0) << size;
         EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
         EXPECT_EQ(delegate.finished->sourceChecksum, FileMD5HashCreateWithPath(source));
@@ -131,8 +134,9 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
     QTemporaryDir dir;
     const QString source = TestFiles::sparse(dir.filePath("big.mxf"), qint64(100 * MiB + 3));
     RecordingDelegate delegate;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {dir.filePath("copy.mxf")},
-                                                    VerificationType::None, &delegate));
+    ASSERT_TRUE(QVFileManager(FileLayer::posix())
+                    .copyFileWithProgress(source, {dir.filePath("copy.mxf")},
+                                          VerificationType::None, &delegate));
     EXPECT_EQ(delegate.events,
               QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?",
                            QStringLiteral("bytes %1").arg(80 * MiB), "continue?",
@@ -143,14 +147,15 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
     // Data ending exactly on a report is reported twice: in the loop and at the end.
     const QString exact = TestFiles::sparse(dir.filePath("exact.mxf"), qint64(80 * MiB));
     RecordingDelegate exactDelegate;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(exact, {dir.filePath("exact copy.mxf")},
-                                                    VerificationType::None, &exactDelegate));
+    ASSERT_TRUE(QVFileManager(FileLayer::posix())
+                    .copyFileWithProgress(exact, {dir.filePath("exact copy.mxf")},
+                                          VerificationType::None, &exactDelegate));
     EXPECT_EQ(exactDelegate.events.count(QStringLiteral("bytes %1").arg(80 * MiB)), 2);
 
     RecordingDelegate canceller(1);
     const QStringList copies = {dir.filePath("a/part.mxf"), dir.filePath("b/part.mxf")};
-    EXPECT_FALSE(
-        QVFileManager::copyFileWithProgress(source, copies, VerificationType::MD5, &canceller));
+    EXPECT_FALSE(QVFileManager(FileLayer::posix())
+                     .copyFileWithProgress(source, copies, VerificationType::MD5, &canceller));
     EXPECT_EQ(canceller.events,
               QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?"}));
     for (const QString& copy : copies)
@@ -172,9 +177,8 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     layer.failReadsAfter(unreadable, qint64(9 * MiB));
     RecordingDelegate delegate;
     SystemLog::Capture log;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {full, good, corrupt, unreadable},
-                                                    VerificationType::SHA1, &delegate, {}, {},
-                                                    layer));
+    ASSERT_TRUE(QVFileManager(layer).copyFileWithProgress(
+        source, {full, good, corrupt, unreadable}, VerificationType::SHA1, &delegate, {}, {}));
     // A disk that refuses a pass gets nothing more of the file: one line, and the reason told.
     // A pass that can't be read back is told pass by pass, in pass and destination order.
     const QString writeError = "Error writing file " + full + ": 1";
@@ -210,8 +214,8 @@ TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
         layer.failReadsAfter(source, size / 2);
         RecordingDelegate delegate;
         SystemLog::Capture log;
-        EXPECT_FALSE(QVFileManager::copyFileWithProgress(
-            source, {dir.filePath("copy.mov")}, VerificationType::MD5, &delegate, {}, {}, layer));
+        EXPECT_FALSE(QVFileManager(layer).copyFileWithProgress(
+            source, {dir.filePath("copy.mov")}, VerificationType::MD5, &delegate, {}, {}));
         EXPECT_EQ(
             log.lines().filter(source),
             QStringList({source + " returned 0 bytes",
@@ -227,8 +231,8 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     SystemLog::Capture log;
     const auto copy = [&](const QString& from, const QStringList& to,
                           FileLayer& layer = FileLayer::posix()) {
-        return QVFileManager::copyFileWithProgress(from, to, VerificationType::MD5, nullptr, {}, {},
-                                                   layer);
+        return QVFileManager(layer).copyFileWithProgress(from, to, VerificationType::MD5, nullptr,
+                                                         {}, {});
     };
 
     EXPECT_FALSE(copy(dir.filePath("gone.mov"), {dir.filePath("o")}));
@@ -247,9 +251,10 @@ TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
 
     QDir().mkpath(dir.filePath("isafolder"));
     RecordingDelegate delegate;
-    EXPECT_FALSE(QVFileManager::copyFileWithProgress(
-        source, {dir.filePath("ok/b"), dir.filePath("isafolder")}, VerificationType::MD5,
-        &delegate));
+    EXPECT_FALSE(QVFileManager(FileLayer::posix())
+                     .copyFileWithProgress(source,
+                                           {dir.filePath("ok/b"), dir.filePath("isafolder")},
+                                           VerificationType::MD5, &delegate));
     EXPECT_TRUE(log.contains("Error: Unable to open destination file " + dir.filePath("isafolder") +
                              ". Aborting copy process..."));
     EXPECT_EQ(TestFiles::read(dir.filePath("ok/b")), "data");
@@ -280,8 +285,8 @@ TEST(CopyEngine, CopiesModeOwnerAndTimes) {
     FaultyFileLayer layer;
     layer.failAttributes(stuck);
     SystemLog::Capture log;
-    ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, {copy, stuck}, VerificationType::None,
-                                                    nullptr, {}, {}, layer));
+    ASSERT_TRUE(QVFileManager(layer).copyFileWithProgress(source, {copy, stuck},
+                                                          VerificationType::None, nullptr, {}, {}));
     EXPECT_EQ(log.lines().filter("metadata"),
               QStringList({"Error setting metadata for file " + stuck}))
         << "an owner that can't be given is no failure";
@@ -319,8 +324,8 @@ TEST(CopyEngine, CopiesAreProvenFromTheirMediumNeverFromTheCache) {
         const QStringList copies = {rootA + "/inline " + name, rootB + "/inline " + name};
         layer.corruptOnMediumAt(copies[1], 1000);
         RecordingDelegate inlineDelegate;
-        ASSERT_TRUE(QVFileManager::copyFileWithProgress(source, copies, VerificationType::MD5,
-                                                        &inlineDelegate, {}, {}, layer));
+        ASSERT_TRUE(QVFileManager(layer).copyFileWithProgress(source, copies, VerificationType::MD5,
+                                                              &inlineDelegate, {}, {}));
         EXPECT_EQ(inlineDelegate.events.filter("failed"), QStringList())
             << "checked as written, the lie goes unseen";
     }

@@ -13,12 +13,17 @@
 #include <QTemporaryDir>
 #include <thread>
 
+#include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "TempHome.h"
 #include "TestFiles.h"
 
 namespace {
+
+// The file manager over the real file system.
+QVFileManager files(FileLayer::posix());
 
 QString linkTarget(const QString& path) {
     char target[4096] = {};
@@ -61,19 +66,19 @@ TEST(QVFileManager, SizesAndNamesForDisplay) {
 TEST(QVFileManager, UniqueFilenamesCountUpFromTwo) {
     QTemporaryDir dir;
     const QString clip = dir.filePath("clip.mov");
-    EXPECT_EQ(QVFileManager::uniqueFilename(clip), clip);
+    EXPECT_EQ(files.uniqueFilename(clip), clip);
     TestFiles::write(clip, "a");
-    EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 2.mov"));
+    EXPECT_EQ(files.uniqueFilename(clip), dir.filePath("clip 2.mov"));
     TestFiles::write(dir.filePath("clip 2.mov"), "b");
-    EXPECT_EQ(QVFileManager::uniqueFilename(clip), dir.filePath("clip 3.mov"));
+    EXPECT_EQ(files.uniqueFilename(clip), dir.filePath("clip 3.mov"));
 
     QDir(dir.path()).mkdir("A001");
-    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath("A001")), dir.filePath("A001 2"));
+    EXPECT_EQ(files.uniqueFilename(dir.filePath("A001")), dir.filePath("A001 2"));
     TestFiles::write(dir.filePath(".hidden"), "c");
-    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath(".hidden")), dir.filePath(".hidden 2"));
+    EXPECT_EQ(files.uniqueFilename(dir.filePath(".hidden")), dir.filePath(".hidden 2"));
     // A dangling link still occupies the name.
     ASSERT_EQ(::symlink("nowhere", QFile::encodeName(dir.filePath("link.txt")).constData()), 0);
-    EXPECT_EQ(QVFileManager::uniqueFilename(dir.filePath("link.txt")), dir.filePath("link 2.txt"));
+    EXPECT_EQ(files.uniqueFilename(dir.filePath("link.txt")), dir.filePath("link 2.txt"));
 }
 
 TEST(QVFileManager, WildcardsMatchAcrossSeveralComponents) {
@@ -86,43 +91,43 @@ TEST(QVFileManager, WildcardsMatchAcrossSeveralComponents) {
     TestFiles::write(base + "/OTHER/CLIP/B001C001.MXF", "o");
 
     EXPECT_EQ(
-        QVFileManager::filesMatchingWildcardPath("CONTENTS/*/A001C00?*.MXF", base),
+        files.filesMatchingWildcardPath("CONTENTS/*/A001C00?*.MXF", base),
         QStringList({base + "/CONTENTS/CLIP/A001C001.MXF", base + "/CONTENTS/CLIP/A001C002.MXF",
                      base + "/CONTENTS/PROXY/A001C001.MXF"}));
-    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("*/CLIP/*.XML", base),
+    EXPECT_EQ(files.filesMatchingWildcardPath("*/CLIP/*.XML", base),
               QStringList({base + "/CONTENTS/CLIP/A001C002.XML"}));
-    EXPECT_TRUE(QVFileManager::filesMatchingWildcardPath("*/CLIP/A001C00?.MXF", base).isEmpty())
+    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/A001C00?.MXF", base).isEmpty())
         << "\"?\" is a wildcard only beside a \"*\"";
-    EXPECT_TRUE(QVFileManager::filesMatchingWildcardPath("*/CLIP/*.mxf", base).isEmpty())
+    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/*.mxf", base).isEmpty())
         << "matching is case-sensitive";
     // A leading "/" starts again from the base path.
-    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("/OTHER/*/B*", base),
+    EXPECT_EQ(files.filesMatchingWildcardPath("/OTHER/*/B*", base),
               QStringList({base + "/OTHER/CLIP/B001C001.MXF"}));
     // Without "*" the pattern is simply joined, existing or not.
-    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath("NOPE/x?.MXF", base),
+    EXPECT_EQ(files.filesMatchingWildcardPath("NOPE/x?.MXF", base),
               QStringList({base + "/NOPE/x?.MXF"}));
-    EXPECT_EQ(QVFileManager::decodeWildcardPath("*/PROXY/*.MXF", base),
+    EXPECT_EQ(files.decodeWildcardPath("*/PROXY/*.MXF", base),
               base + "/CONTENTS/PROXY/A001C001.MXF");
-    EXPECT_EQ(QVFileManager::filesMatchingWildcardPath(base + "/CONT*/CLIP/A001C001.MXF"),
+    EXPECT_EQ(files.filesMatchingWildcardPath(base + "/CONT*/CLIP/A001C001.MXF"),
               QStringList({base + "/CONTENTS/CLIP/A001C001.MXF"}));
 }
 
 TEST(QVFileManager, FolderEmptinessAndRecursiveSize) {
     QTemporaryDir dir;
     const QString card = dir.filePath("card");
-    EXPECT_TRUE(QVFileManager::isFolderEmpty(card)) << "a folder that can't be listed is empty";
+    EXPECT_TRUE(files.isFolderEmpty(card)) << "a folder that can't be listed is empty";
     TestFiles::write(card + "/.DS_Store", "junk");
     TestFiles::write(card + "/Icon\r", "");
     QDir().mkpath(card + "/CONTENTS/CLIP");
-    EXPECT_TRUE(QVFileManager::isFolderEmpty(card));
+    EXPECT_TRUE(files.isFolderEmpty(card));
     TestFiles::write(card + "/CONTENTS/CLIP/.hidden", "h");
-    EXPECT_FALSE(QVFileManager::isFolderEmpty(card));
+    EXPECT_FALSE(files.isFolderEmpty(card));
 
     TestFiles::write(card + "/CONTENTS/a.bin", QByteArray(1000, 'a'));
     ASSERT_EQ(::symlink("a.bin", QFile::encodeName(card + "/CONTENTS/link").constData()), 0);
-    EXPECT_EQ(QVFileManager::fileSize(card), 4u + 0u + 1u + 1000u + 5u);
-    EXPECT_EQ(QVFileManager::fileSize(card + "/CONTENTS/a.bin"), 1000u);
-    EXPECT_EQ(QVFileManager::fileSize(dir.filePath("missing")), 0u);
+    EXPECT_EQ(files.fileSize(card), 4u + 0u + 1u + 1000u + 5u);
+    EXPECT_EQ(files.fileSize(card + "/CONTENTS/a.bin"), 1000u);
+    EXPECT_EQ(files.fileSize(dir.filePath("missing")), 0u);
 }
 
 TEST(QVFileManager, CopyKeepsTreeBytesModesAndTimesAndNeverOverwrites) {
@@ -134,45 +139,45 @@ TEST(QVFileManager, CopyKeepsTreeBytesModesAndTimesAndNeverOverwrites) {
     ASSERT_EQ(::symlink("CLIP/a.mov", QFile::encodeName(source + "/shortcut").constData()), 0);
     ::chmod(QFile::encodeName(source + "/CLIP/empty").constData(), 0640);
     const QDateTime old = QDateTime::fromSecsSinceEpoch(1'500'000'000);
-    ASSERT_TRUE(QVFileManager::setModificationDate(old, source + "/CLIP/a.mov"));
+    ASSERT_TRUE(files.setModificationDate(old, source + "/CLIP/a.mov"));
 
     const QString copy = dir.filePath("dest/copy");
     QDir().mkpath(dir.filePath("dest"));
-    ASSERT_TRUE(QVFileManager::copyFile(source, copy));
+    ASSERT_TRUE(files.copyFile(source, copy));
     EXPECT_EQ(tree(copy), tree(source));
     EXPECT_EQ(QFileInfo(copy + "/CLIP/a.mov").lastModified(), old);
     EXPECT_EQ(QFileInfo(copy + "/CLIP/empty").permissions(),
               QFileInfo(source + "/CLIP/empty").permissions());
 
     TestFiles::write(dir.filePath("other"), "keep me");
-    EXPECT_FALSE(QVFileManager::copyFile(source + "/CLIP/a.mov", dir.filePath("other"), false));
+    EXPECT_FALSE(files.copyFile(source + "/CLIP/a.mov", dir.filePath("other"), false));
     EXPECT_EQ(TestFiles::read(dir.filePath("other")), "keep me");
-    EXPECT_FALSE(QVFileManager::copyFile(QString(), copy));
-    EXPECT_FALSE(QVFileManager::copyFile(source, QString()));
+    EXPECT_FALSE(files.copyFile(QString(), copy));
+    EXPECT_FALSE(files.copyFile(source, QString()));
 }
 
 TEST(QVFileManager, MovesNeverReplaceAndCaseOnlyMovesSucceed) {
     QTemporaryDir dir;
     TestFiles::write(dir.filePath("a"), "a");
     TestFiles::write(dir.filePath("b"), "b");
-    EXPECT_FALSE(QVFileManager::moveFile(dir.filePath("a"), dir.filePath("b"), false));
+    EXPECT_FALSE(files.moveFile(dir.filePath("a"), dir.filePath("b"), false));
     EXPECT_EQ(TestFiles::read(dir.filePath("a")), "a");
     EXPECT_EQ(TestFiles::read(dir.filePath("b")), "b");
 
     // Both names on a case-sensitive disk: refused, and the file keeps its own name.
     TestFiles::write(dir.filePath("Clip.MOV"), "clip");
     TestFiles::write(dir.filePath("clip.mov"), "other");
-    EXPECT_FALSE(QVFileManager::moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov")));
+    EXPECT_FALSE(files.moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov")));
     EXPECT_EQ(TestFiles::read(dir.filePath("Clip.MOV")), "clip");
     EXPECT_EQ(TestFiles::read(dir.filePath("clip.mov")), "other");
     ASSERT_TRUE(QFile::remove(dir.filePath("clip.mov")));
-    ASSERT_TRUE(QVFileManager::moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov")));
+    ASSERT_TRUE(files.moveFile(dir.filePath("Clip.MOV"), dir.filePath("clip.mov")));
     EXPECT_EQ(QDir(dir.path()).entryList({"*.mov", "*.MOV"}), QStringList({"clip.mov"}));
     EXPECT_EQ(TestFiles::read(dir.filePath("clip.mov")), "clip");
 
-    ASSERT_TRUE(QVFileManager::createEmptyFile(dir.filePath(".cardsweep")));
+    ASSERT_TRUE(files.createEmptyFile(dir.filePath(".cardsweep")));
     EXPECT_EQ(QFileInfo(dir.filePath(".cardsweep")).size(), 0);
-    EXPECT_FALSE(QVFileManager::createEmptyFile(dir.filePath("b")));
+    EXPECT_FALSE(files.createEmptyFile(dir.filePath("b")));
     EXPECT_EQ(TestFiles::read(dir.filePath("b")), "b");
 }
 
@@ -182,26 +187,26 @@ TEST(QVFileManager, CreateDirectoryRefusesADriveThatIsNotThere) {
     QDir().mkpath(root);
     home.setEnv("CARDSWEEP_MEDIA_ROOTS", QFile::encodeName(root));
 
-    EXPECT_FALSE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"));
+    EXPECT_FALSE(files.createDirectory(root + "/CARD/Transferred Media/A001"));
     EXPECT_TRUE(QDir(root).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty());
-    EXPECT_FALSE(QVFileManager::isVolumeMountedForPath(root + "/CARD/x"));
+    EXPECT_FALSE(files.isVolumeMountedForPath(root + "/CARD/x"));
 
     // A leftover folder under a system media root is not a mounted drive.
-    EXPECT_FALSE(QVFileManager::isDriveMountedForPath("/media/cardsweep-not-mounted/DCIM"));
-    EXPECT_FALSE(QVFileManager::createDirectory("/media/cardsweep-not-mounted/DCIM"));
+    EXPECT_FALSE(files.isDriveMountedForPath("/media/cardsweep-not-mounted/DCIM"));
+    EXPECT_FALSE(files.createDirectory("/media/cardsweep-not-mounted/DCIM"));
     EXPECT_FALSE(QFileInfo::exists("/media/cardsweep-not-mounted"));
 
     QDir().mkpath(root + "/CARD");
-    EXPECT_TRUE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"));
-    EXPECT_TRUE(QVFileManager::createDirectory(root + "/CARD/Transferred Media/A001"))
+    EXPECT_TRUE(files.createDirectory(root + "/CARD/Transferred Media/A001"));
+    EXPECT_TRUE(files.createDirectory(root + "/CARD/Transferred Media/A001"))
         << "an existing folder is fine";
-    EXPECT_TRUE(QVFileManager::isVolumeMountedForPath(home.file("elsewhere/x")));
-    EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/CARD/x"), QString())
+    EXPECT_TRUE(files.isVolumeMountedForPath(home.file("elsewhere/x")));
+    EXPECT_EQ(files.volumeMountPointForPath(root + "/CARD/x"), QString())
         << "a plain folder is no volume";
-    EXPECT_EQ(QVFileManager::volumeMountPointForPath(root + "/"), QString()) << "nor a bare root";
-    EXPECT_EQ(QVFileManager::volumeMountPointForPath(home.file("x")), "/");
-    EXPECT_FALSE(QVFileManager::infoForDiskAtMountpoint(root + "/CARD"));
-    EXPECT_FALSE(QVFileManager::infoForDiskAtMountpoint("/proc")) << "mounted, but no device";
+    EXPECT_EQ(files.volumeMountPointForPath(root + "/"), QString()) << "nor a bare root";
+    EXPECT_EQ(files.volumeMountPointForPath(home.file("x")), "/");
+    EXPECT_FALSE(files.infoForDiskAtMountpoint(root + "/CARD"));
+    EXPECT_FALSE(files.infoForDiskAtMountpoint("/proc")) << "mounted, but no device";
 }
 
 TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
@@ -211,17 +216,17 @@ TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
     TestFiles::write(file, "payload");
     bool results[8] = {};
     std::thread worker([&] {
-        results[0] = QVFileManager::createDirectory(folder, 2);
-        results[1] = QVFileManager::copyFile(file, folder + "/copy.txt", 2);
-        results[2] = QVFileManager::moveFile(folder + "/copy.txt", folder + "/moved.txt", 2);
-        results[3] = QVFileManager::createDirectory(dir.filePath("again"), 2) &&
-                     QVFileManager::copyContentsOfDirectory(folder, dir.filePath("again"), 2);
-        results[4] = !QVFileManager::copyFile(file, folder + "/moved.txt", 2) &&
+        results[0] = files.createDirectory(folder, 2);
+        results[1] = files.copyFile(file, folder + "/copy.txt", 2);
+        results[2] = files.moveFile(folder + "/copy.txt", folder + "/moved.txt", 2);
+        results[3] = files.createDirectory(dir.filePath("again"), 2) &&
+                     files.copyContentsOfDirectory(folder, dir.filePath("again"), 2);
+        results[4] = !files.copyFile(file, folder + "/moved.txt", 2) &&
                      TestFiles::read(folder + "/moved.txt") == "payload";
-        results[5] = QVFileManager::moveFile(dir.filePath("again/moved.txt"),
-                                             dir.filePath("again/MOVED.txt"), 2);
-        results[6] = QVFileManager::removeFile(folder + "/moved.txt", 2);
-        results[7] = QVFileManager::trashFile(file, 2);
+        results[5] =
+            files.moveFile(dir.filePath("again/moved.txt"), dir.filePath("again/MOVED.txt"), 2);
+        results[6] = files.removeFile(folder + "/moved.txt", 2);
+        results[7] = files.trashFile(file, 2);
     });
     worker.join();
     for (bool result : results)
@@ -234,11 +239,11 @@ TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
 
 TEST(QVFileManager, TrashTakesFilesOfATypeAndAnythingMissingIsDone) {
     QTemporaryDir dir;
-    EXPECT_TRUE(QVFileManager::trashFile(dir.filePath("never existed")));
+    EXPECT_TRUE(files.trashFile(dir.filePath("never existed")));
     TestFiles::write(dir.filePath("cards/x/A.MOV"), "1");
     TestFiles::write(dir.filePath("cards/y/b.mov"), "2");
     TestFiles::write(dir.filePath("cards/y/c.mxf"), "3");
-    EXPECT_EQ(QVFileManager::trashFilesOfType("mov", dir.filePath("cards")).size(), 2);
+    EXPECT_EQ(files.trashFilesOfType("mov", dir.filePath("cards")).size(), 2);
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("cards/y/c.mxf")));
 }
 
@@ -247,28 +252,43 @@ TEST(QVFileManager, ArchivingReplacesAnOldArchive) {
     TestFiles::write(dir.filePath("CARD/note.txt"), "hello");
     const QString zip = dir.filePath("CARD Archive.zip");
     TestFiles::write(zip, "stale");
-    ASSERT_TRUE(QVFileManager::compressFile(dir.filePath("CARD"), zip));
+    ASSERT_TRUE(files.compressFile(dir.filePath("CARD"), zip));
     EXPECT_NE(TestFiles::read(zip), "stale");
-    EXPECT_TRUE(QVFileManager::decompressFile(zip, dir.filePath("out")));
+    EXPECT_TRUE(files.decompressFile(zip, dir.filePath("out")));
 }
 
 TEST(QVFileManager, ExtendedAttributesAndColourLabels) {
     QTemporaryDir dir;
     const QString file = dir.filePath("clip.mov");
     TestFiles::write(file, "x");
-    if (!QVFileManager::setMetadataValue("Scene 1 — take 2", "com.cardsweep.note", file))
+    if (!files.setMetadataValue("Scene 1 — take 2", "com.cardsweep.note", file))
         GTEST_SKIP() << "this file system has no user extended attributes";
-    EXPECT_EQ(QVFileManager::metadataValueForKey("com.cardsweep.note", file), "Scene 1 — take 2");
-    EXPECT_FALSE(QVFileManager::metadataValueForKey("absent", file));
-    ASSERT_TRUE(QVFileManager::setMetadataValue(QString(300, u'a'), "long", file));
-    EXPECT_EQ(QVFileManager::metadataValueForKey("long", file), QString(300, QChar(0)))
+    EXPECT_EQ(files.metadataValueForKey("com.cardsweep.note", file), "Scene 1 — take 2");
+    EXPECT_FALSE(files.metadataValueForKey("absent", file));
+    ASSERT_TRUE(files.setMetadataValue(QString(300, u'a'), "long", file));
+    EXPECT_EQ(files.metadataValueForKey("long", file), QString(300, QChar(0)))
         << "reads go through a 255-byte window";
 
-    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 0);
-    EXPECT_FALSE(QVFileManager::finderColorForPath(file));
-    ASSERT_TRUE(QVFileManager::setFinderColorIndex(4, file));
-    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 4);
-    EXPECT_NEAR(QVFileManager::finderColorForPath(file)->hue, 0.2056, 1e-9);
-    ASSERT_TRUE(QVFileManager::setFinderColorIndex(0xFF, file));
-    EXPECT_EQ(QVFileManager::finderColorIndexForPath(file), 0x0E);
+    EXPECT_EQ(files.finderColorIndexForPath(file), 0);
+    EXPECT_FALSE(files.finderColorForPath(file));
+    ASSERT_TRUE(files.setFinderColorIndex(4, file));
+    EXPECT_EQ(files.finderColorIndexForPath(file), 4);
+    EXPECT_NEAR(files.finderColorForPath(file)->hue, 0.2056, 1e-9);
+    ASSERT_TRUE(files.setFinderColorIndex(0xFF, file));
+    EXPECT_EQ(files.finderColorIndexForPath(file), 0x0E);
+}
+
+// The file manager works through the layer it is given, so a failing disk reaches it too.
+TEST(QVFileManager, FileOperationsMeetTheFaultsOfTheirLayer) {
+    QTemporaryDir dir;
+    FaultyFileLayer layer;
+    QVFileManager faulty(layer);
+    TestFiles::write(dir.filePath("CARD/CLIP/A.MXF"), "media");
+    layer.vanish(dir.filePath("CARD/CLIP/A.MXF"));
+    EXPECT_FALSE(faulty.fileExistsAtPath(dir.filePath("CARD/CLIP/A.MXF")));
+    EXPECT_TRUE(files.fileExistsAtPath(dir.filePath("CARD/CLIP/A.MXF")));
+
+    layer.failCreationsUnder(dir.filePath("full"));
+    EXPECT_FALSE(faulty.createDirectory(dir.filePath("full/Offload/CARD")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("full/Offload"))) << "nothing made on the way";
 }

@@ -8,6 +8,7 @@
 
 #include "CardTest.h"
 #include "CopyDelegate.h"
+#include "FileLayer.h"
 #include "LoopCard.h"
 #include "QVFileManager.h"
 #include "SystemLog.h"
@@ -35,12 +36,14 @@ TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCardThatFillsUp) {
 
     // exFAT keeps case but ignores it: the new name "exists" already.
     TestFiles::write(root + "/DCIM/Clip.MOV", "clip");
-    ASSERT_TRUE(QVFileManager::moveFile(root + "/DCIM/Clip.MOV", root + "/DCIM/clip.mov", 5));
+    ASSERT_TRUE(QVFileManager(FileLayer::posix())
+                    .moveFile(root + "/DCIM/Clip.MOV", root + "/DCIM/clip.mov", 5));
     EXPECT_EQ(QDir(root + "/DCIM").entryList(QDir::Files), QStringList({"clip.mov"}));
     EXPECT_EQ(TestFiles::read(root + "/DCIM/clip.mov"), "clip");
 
     TestFiles::write(root + "/DCIM/other.mov", "other");
-    EXPECT_FALSE(QVFileManager::moveFile(root + "/DCIM/other.mov", root + "/DCIM/CLIP.MOV", false))
+    EXPECT_FALSE(QVFileManager(FileLayer::posix())
+                     .moveFile(root + "/DCIM/other.mov", root + "/DCIM/CLIP.MOV", false))
         << "a move never replaces another file";
     EXPECT_EQ(TestFiles::read(root + "/DCIM/clip.mov"), "clip");
     EXPECT_EQ(TestFiles::read(root + "/DCIM/other.mov"), "other");
@@ -54,7 +57,8 @@ TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCardThatFillsUp) {
 
     SystemLog::Capture log;
     FailureRecorder delegate;
-    QVFileManager::copyFileWithProgress(source, {onCard, onDisk}, VerificationType::MD5, &delegate);
+    QVFileManager(FileLayer::posix())
+        .copyFileWithProgress(source, {onCard, onDisk}, VerificationType::MD5, &delegate);
     EXPECT_EQ(delegate.failed, QStringList({onCard}));
     EXPECT_FALSE(log.lines().filter("Error writing file " + onCard).isEmpty());
     EXPECT_EQ(TestFiles::read(onDisk), clip);
@@ -75,8 +79,9 @@ TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
         const QString source = cards[c]->mountPoint() + "/CLIP/clip.MXF";
         TestFiles::write(source, clips[c]);
         copies.emplace_back([&, c, source] {
-            results[c] = QVFileManager::copyFileWithProgress(
-                source, {copyOf("d1", c), copyOf("d2", c)}, VerificationType::SHA1, &delegates[c]);
+            results[c] = QVFileManager(FileLayer::posix())
+                             .copyFileWithProgress(source, {copyOf("d1", c), copyOf("d2", c)},
+                                                   VerificationType::SHA1, &delegates[c]);
         });
     }
     for (int c = 0; c < 2; ++c) {

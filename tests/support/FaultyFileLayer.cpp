@@ -162,16 +162,27 @@ void FaultyFileLayer::failCreationsUnder(const QString& folder) {
     fullFolder_ = QFile::encodeName(folder) + '/';
 }
 
+bool FaultyFileLayer::full(const QByteArray& path) const {
+    const std::lock_guard lock(mutex_);
+    if ((fullFolder_.isEmpty() || !path.startsWith(fullFolder_)) &&
+        (refusedName_.isEmpty() || !path.contains(refusedName_)))
+        return false;
+    errno = ENOSPC;
+    return true;
+}
+
 int FaultyFileLayer::openReadWrite(const QByteArray& path) {
-    {
-        const std::lock_guard lock(mutex_);
-        if ((!fullFolder_.isEmpty() && path.startsWith(fullFolder_)) ||
-            (!refusedName_.isEmpty() && path.contains(refusedName_))) {
-            errno = ENOSPC;
-            return -1;
-        }
-    }
+    if (full(path))
+        return -1;
     return track(PosixFileLayer::openReadWrite(path), path);
+}
+
+int FaultyFileLayer::makeFolder(const QByteArray& path) {
+    return full(path) ? -1 : PosixFileLayer::makeFolder(path);
+}
+
+int FaultyFileLayer::createNew(const QByteArray& path) {
+    return full(path) ? -1 : PosixFileLayer::createNew(path);
 }
 
 int FaultyFileLayer::close(int fd) {

@@ -31,7 +31,8 @@ class FaultyFileLayer : public PosixFileLayer {
     void failOpens(const QString& path) { set(path, &Faults::openFails, true); }
     /// Giving the file its attributes fails.
     void failAttributes(const QString& path) { set(path, &Faults::attributesFail, true); }
-    /// Files can't be created under this folder any more (ENOSPC), as on a full disk.
+    /// Files and folders can't be created under this folder any more (ENOSPC), as on a full
+    /// disk.
     void failCreationsUnder(const QString& folder);
     /// Files whose path holds this text can't be created (ENOSPC).
     void failCreationsNamed(const QByteArray& text);
@@ -53,6 +54,8 @@ class FaultyFileLayer : public PosixFileLayer {
 
     int openRead(const QByteArray& path) override;
     int openReadWrite(const QByteArray& path) override;
+    int makeFolder(const QByteArray& path) override;
+    int createNew(const QByteArray& path) override;
     ssize_t read(int fd, void* buffer, size_t size, off_t offset) override;
     ssize_t write(int fd, const void* buffer, size_t size, off_t offset) override;
     int close(int fd) override;
@@ -93,6 +96,8 @@ class FaultyFileLayer : public PosixFileLayer {
     int track(int fd, const QByteArray& path);
     /// True (errno set) when the path is on a pulled card or vanished.
     bool gone(const QByteArray& path, bool lookingAtIt) const;
+    /// True (errno set) when nothing may be created at path.
+    bool full(const QByteArray& path) const;
 
     mutable std::mutex mutex_;
     std::map<QByteArray, Faults> faults_;  // guarded by mutex_

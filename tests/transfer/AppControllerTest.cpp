@@ -13,6 +13,7 @@
 
 #include "AppController.h"
 #include "FakeClock.h"
+#include "FileLayer.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVVolume.h"
@@ -25,7 +26,8 @@
 namespace {
 
 void setModified(const QString& path, const QDateTime& when) {
-    ASSERT_TRUE(QVFileManager::setModificationDate(when, path)) << path.toStdString();
+    ASSERT_TRUE(QVFileManager(FileLayer::posix()).setModificationDate(when, path))
+        << path.toStdString();
 }
 
 class AppControllerTest : public testing::Test {
