@@ -13,6 +13,7 @@
 #include "CardFormat.h"
 #include "CliCommands.h"
 #include "DigestContext.h"
+#include "FileLayer.h"
 #include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
 #include "OffloadRunner.h"
@@ -44,9 +45,9 @@ int verifyFolder(const QString& folder, bool seal) {
         return 2;
     }
     QString sealError;
-    const ManifestVerifier::Report report = history
-                                                ? HistoryVerifier::verify(folder, seal, &sealError)
-                                                : ManifestVerifier::verify(folder);
+    const ManifestVerifier::Report report =
+        history ? HistoryVerifier::verify(folder, seal, &sealError, FileLayer::posix())
+                : ManifestVerifier::verify(folder, FileLayer::posix());
     if (!report.manifestFound) {
         std::fprintf(stderr, "cardsweep-cli: %s: no checksums.txt to verify against\n",
                      qPrintable(folder));

@@ -18,17 +18,16 @@ using FileHashProgress = std::function<void(std::uint64_t bytesSinceLastReport)>
 /// read unless the unreported count is an exact multiple of 150 MiB (then it is carried on),
 /// and one last report covers what is left, also after a read error. An empty file gives no
 /// report. Reads go through `files` (tests hand in a faulty layer).
-std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,
-                                                 const FileHashProgress& progress = {},
-                                                 FileLayer& files = FileLayer::posix());
+std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize,
+                                                 const FileHashProgress& progress,
+                                                 FileLayer& files);
 
 /// As FileMD5HashCreateWithPath, with any digest.
 std::optional<QString> FileHashCreateWithPath(DigestContext::Kind kind, const QString& path,
-                                              std::size_t chunkSize = 4096,
-                                              const FileHashProgress& progress = {},
-                                              FileLayer& files = FileLayer::posix());
+                                              std::size_t chunkSize,
+                                              const FileHashProgress& progress, FileLayer& files);
 
 /// As FileMD5HashCreateWithPath, with SHA-1.
-std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize = 4096,
-                                                  const FileHashProgress& progress = {},
-                                                  FileLayer& files = FileLayer::posix());
+std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize,
+                                                  const FileHashProgress& progress,
+                                                  FileLayer& files);

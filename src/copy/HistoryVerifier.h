@@ -14,7 +14,6 @@ class HistoryVerifier {
     /// A report as the manifest check gives; manifestFound means a readable history. With
     /// seal, an in-place generation records each file as verified or failed (new files as
     /// original); sealError is set when it can't be written.
-    static ManifestVerifier::Report verify(const QString& folder, bool seal = false,
-                                           QString* sealError = nullptr,
-                                           FileLayer& layer = FileLayer::posix());
+    static ManifestVerifier::Report verify(const QString& folder, bool seal, QString* sealError,
+                                           FileLayer& layer);
 };

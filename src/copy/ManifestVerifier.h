@@ -35,7 +35,7 @@ class ManifestVerifier {
     /// Reads the folder's manifest ("digest TAB name" lines; the digest's kind told by its
     /// length, both candidates computed where two kinds share one). The manifest, archives and
     /// the history folder are left out; an unlisted hidden file is not reported.
-    static Report verify(const QString& folder, FileLayer& layer = FileLayer::posix());
+    static Report verify(const QString& folder, FileLayer& layer);
 
     /// Every regular file below a copy's folder ("/" and its path from the top) with what lstat
     /// said of it; its history folder and later copies nested at the top are not the copy's.

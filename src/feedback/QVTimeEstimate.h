@@ -19,10 +19,9 @@ class QDataStream;
 class QVTimeEstimate {
   public:
     /// A fresh estimate: the "Calculating time" message on, everything else unset.
-    explicit QVTimeEstimate(std::shared_ptr<const Clock> clock = Clock::system());
+    explicit QVTimeEstimate(std::shared_ptr<const Clock> clock);
     /// A fresh estimate whose total is already known.
-    static QVTimeEstimate timeEstimateWithTotal(
-        double total, std::shared_ptr<const Clock> clock = Clock::system());
+    static QVTimeEstimate timeEstimateWithTotal(double total, std::shared_ptr<const Clock> clock);
 
     /// Copies every field (and the clock), read under the source's lock.
     QVTimeEstimate(const QVTimeEstimate& other);

@@ -18,6 +18,7 @@
 
 #include "CardFormat.h"
 #include "CliRunner.h"
+#include "FileLayer.h"
 #include "ManifestVerifier.h"
 #include "Preferences.h"
 #include "QVTask.h"
@@ -214,7 +215,8 @@ TEST(Cli, ConcurrentOffloadsNeverShareAFolderOrANumber) {
         << "cards that wanted one folder were given the next numbers";
     for (const QString& folder : folders) {
         EXPECT_EQ(QDir(folder + "/CLIP").entryList(QDir::Files).size(), 1) << folder.toStdString();
-        EXPECT_TRUE(ManifestVerifier::verify(folder).ok()) << folder.toStdString();
+        EXPECT_TRUE(ManifestVerifier::verify(folder, FileLayer::posix()).ok())
+            << folder.toStdString();
     }
 }
 

@@ -126,7 +126,8 @@ TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
                 .copyFileWithProgress(source, {destination}, VerificationType::MD5, &delegate));
         EXPECT_EQ(log.count(source + " returned 0 bytes"), size % 32768 == 0 ? 1 : 0) << size;
         EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
-        EXPECT_EQ(delegate.finished->sourceChecksum, FileMD5HashCreateWithPath(source));
+        EXPECT_EQ(delegate.finished->sourceChecksum,
+                  FileMD5HashCreateWithPath(source, 4096, {}, FileLayer::posix()));
     }
 }
 
@@ -199,8 +200,10 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
                            info.destChecksums->at(3)}));
     EXPECT_EQ(TestFiles::read(good), bytes);
     // A damaged copy's digest is that of what it really holds.
-    EXPECT_EQ(info.destChecksums->at(0), FileSHA1HashCreateWithPath(full));
-    EXPECT_EQ(info.destChecksums->at(2), FileSHA1HashCreateWithPath(corrupt));
+    EXPECT_EQ(info.destChecksums->at(0),
+              FileSHA1HashCreateWithPath(full, 4096, {}, FileLayer::posix()));
+    EXPECT_EQ(info.destChecksums->at(2),
+              FileSHA1HashCreateWithPath(corrupt, 4096, {}, FileLayer::posix()));
     EXPECT_EQ(QFileInfo(full).size(), qint64(5 * MiB + 1));
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(3)) << "the record keeps the last failure";
 }
@@ -347,7 +350,7 @@ TEST(CopyEngine, CopiesAreProvenFromTheirMediumNeverFromTheCache) {
     EXPECT_EQ(delegate.events.count("finished"), 2);
     EXPECT_EQ(readBack, 2 * std::uint64_t(300 * 1024 + 7 + 70 * MiB + 9));
     const CopyInfo& info = *delegate.finished;
-    EXPECT_EQ(info.sourceChecksum, FileMD5HashCreateWithPath(large));
+    EXPECT_EQ(info.sourceChecksum, FileMD5HashCreateWithPath(large, 4096, {}, FileLayer::posix()));
     EXPECT_EQ(info.destChecksums->at(0), *info.sourceChecksum);
     EXPECT_NE(info.destChecksums->at(1), *info.sourceChecksum);
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(1));

@@ -44,16 +44,18 @@ TEST(FileHash, KnownVectorsThroughBothPaths) {
     const QString abc = TestFiles::write(dir.filePath("abc"), "abc");
 
     Reports reports;
-    EXPECT_EQ(FileMD5HashCreateWithPath(empty, 4096, reports.callback()),
+    EXPECT_EQ(FileMD5HashCreateWithPath(empty, 4096, reports.callback(), FileLayer::posix()),
               "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(FileSHA1HashCreateWithPath(empty, 0, reports.callback()),
+    EXPECT_EQ(FileSHA1HashCreateWithPath(empty, 0, reports.callback(), FileLayer::posix()),
               "da39a3ee5e6b4b0d3255bfef95601890afd80709");
     EXPECT_TRUE(reports.sizes.empty()) << "an empty file makes no report";
     EXPECT_EQ(DigestContext(DigestContext::Kind::MD5).hexDigest(),
               "d41d8cd98f00b204e9800998ecf8427e");
 
-    EXPECT_EQ(FileMD5HashCreateWithPath(abc), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(FileSHA1HashCreateWithPath(abc), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    EXPECT_EQ(FileMD5HashCreateWithPath(abc, 4096, {}, FileLayer::posix()),
+              "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(FileSHA1HashCreateWithPath(abc, 4096, {}, FileLayer::posix()),
+              "a9993e364706816aba3e25717850c26c9cd0d89d");
 
     // Fed piecemeal; finishing a copy leaves the running context usable.
     DigestContext md5(DigestContext::Kind::MD5);
@@ -124,10 +126,12 @@ TEST(FileHash, XxHashVectorsInCanonicalForm) {
     const QString path =
         TestFiles::write(dir.filePath("clip.mxf"), TestFiles::randomBytes(3 * 1024 * 1024 + 7, 9));
     if (QFile::exists("/usr/bin/xxhsum")) {
-        EXPECT_EQ(FileHashCreateWithPath(DigestContext::Kind::XXH128, path, 65536),
+        EXPECT_EQ(FileHashCreateWithPath(DigestContext::Kind::XXH128, path, 65536, {},
+                                         FileLayer::posix()),
                   toolDigest("/usr/bin/xxhsum", "-H2", path));
-        EXPECT_EQ(FileHashCreateWithPath(DigestContext::Kind::XXH64, path, 1000),
-                  toolDigest("/usr/bin/xxhsum", "-H1", path));
+        EXPECT_EQ(
+            FileHashCreateWithPath(DigestContext::Kind::XXH64, path, 1000, {}, FileLayer::posix()),
+            toolDigest("/usr/bin/xxhsum", "-H1", path));
     }
 }
 
@@ -137,8 +141,9 @@ TEST(FileHash, MultiMegabyteFileMatchesSystemToolsAndReportsEveryByte) {
     const QString path = TestFiles::write(dir.filePath("clip.mxf"), bytes);
 
     Reports md5Reports;
-    const auto md5 = FileMD5HashCreateWithPath(path, 4096, md5Reports.callback());
-    const auto sha1 = FileSHA1HashCreateWithPath(path, 1000);
+    const auto md5 =
+        FileMD5HashCreateWithPath(path, 4096, md5Reports.callback(), FileLayer::posix());
+    const auto sha1 = FileSHA1HashCreateWithPath(path, 1000, {}, FileLayer::posix());
     ASSERT_TRUE(md5 && sha1);
     EXPECT_EQ(*md5, toolDigest("/usr/bin/md5sum", path));
     EXPECT_EQ(*sha1, toolDigest("/usr/bin/sha1sum", path));
@@ -159,7 +164,8 @@ TEST(FileHash, ReportOnAnExactMultipleOf150MiBIsCarriedToTheNext) {
     QTemporaryDir dir;
     const QString over = TestFiles::sparse(dir.filePath("over"), qint64(k150MiB) + 10);
     Reports overReports;
-    ASSERT_TRUE(FileSHA1HashCreateWithPath(over, k150MiB, overReports.callback()));
+    ASSERT_TRUE(
+        FileSHA1HashCreateWithPath(over, k150MiB, overReports.callback(), FileLayer::posix()));
     EXPECT_EQ(overReports.sizes, std::vector<std::uint64_t>{k150MiB + 10});
 
     // A read failing with those 150 MiB still carried: one last report, and no digest.
@@ -173,12 +179,15 @@ TEST(FileHash, ReportOnAnExactMultipleOf150MiBIsCarriedToTheNext) {
 TEST(FileHash, UnreadableInputGivesNoDigest) {
     QTemporaryDir dir;
     Reports reports;
-    EXPECT_FALSE(FileMD5HashCreateWithPath(dir.filePath("missing"), 4096, reports.callback()));
+    EXPECT_FALSE(FileMD5HashCreateWithPath(dir.filePath("missing"), 4096, reports.callback(),
+                                           FileLayer::posix()));
     // A folder opens but every read fails.
-    EXPECT_FALSE(FileSHA1HashCreateWithPath(dir.path(), 4096, reports.callback()));
+    EXPECT_FALSE(
+        FileSHA1HashCreateWithPath(dir.path(), 4096, reports.callback(), FileLayer::posix()));
     EXPECT_TRUE(reports.sizes.empty());
 
     // A throwing callback doesn't escape either.
     const QString abc = TestFiles::write(dir.filePath("abc"), "abc");
-    EXPECT_FALSE(FileMD5HashCreateWithPath(abc, 1, [](std::uint64_t) { throw 1; }));
+    EXPECT_FALSE(FileMD5HashCreateWithPath(
+        abc, 1, [](std::uint64_t) { throw 1; }, FileLayer::posix()));
 }

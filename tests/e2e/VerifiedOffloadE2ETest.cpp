@@ -15,6 +15,7 @@
 #include "CardTest.h"
 #include "CliRunner.h"
 #include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "LoopCard.h"
 #include "LoopDisk.h"
 #include "LyingMedium.h"
@@ -185,7 +186,8 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
     EXPECT_EQ(failures.front().path, "/CONTENTS/CLIP/C001C001.MXF");
     EXPECT_TRUE(failures.front().reason.startsWith("read error at byte "))
         << failures.front().reason.toStdString();
-    const auto report = ManifestVerifier::verify(pulled->destinations().value(0));
+    const auto report =
+        ManifestVerifier::verify(pulled->destinations().value(0), FileLayer::posix());
     EXPECT_TRUE(report.manifestFound);
     EXPECT_FALSE(report.ok());
 }
@@ -224,6 +226,6 @@ TEST_F(VerifiedOffloadE2E, AFullDestinationIsNamedTheOtherIsCompleteAndTooSmallI
         named = named ||
                 (failure.destination == 1 && failure.reason.contains("No space left on device"));
     EXPECT_TRUE(named);
-    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0]).ok());
-    EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[1]).ok());
+    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).ok());
+    EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[1], FileLayer::posix()).ok());
 }

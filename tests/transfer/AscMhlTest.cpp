@@ -10,6 +10,7 @@
 #include "AscMhlHistory.h"
 #include "C4Id.h"
 #include "FileHash.h"
+#include "FileLayer.h"
 #include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
 #include "OffloadFixture.h"
@@ -112,30 +113,31 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         const QString card = volume->path() + "/DCIM/101EOS5D/MVI_0001.MOV";
         for (const auto& hash : clip.hashes) {
             EXPECT_EQ(hash.action, "original");
-            EXPECT_EQ(hash.hex, FileHashCreateWithPath(hash.kind, card));
+            EXPECT_EQ(hash.hex,
+                      FileHashCreateWithPath(hash.kind, card, 4096, {}, FileLayer::posix()));
         }
         EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::MD5) << "in the schema's order";
         EXPECT_EQ(clip.hashes[1].kind, DigestContext::Kind::XXH128);
         EXPECT_TRUE(latest.count("checksums.txt") && latest.count("Transfer Report.html"))
             << "the sidecars are sealed too";
-        EXPECT_TRUE(HistoryVerifier::verify(destination).ok());
+        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix()).ok());
     }
 
     // One byte flipped in one of the two same-named clips: the history names it; the manifest,
     // keyed by name, can't tell which file its line means and says so instead of passing.
     const QString destination = volume->destinations()[0];
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
-    const auto byHistory = HistoryVerifier::verify(destination);
+    const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix());
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
     EXPECT_EQ(byHistory.checked, 5);
-    const auto byManifest = ManifestVerifier::verify(destination);
+    const auto byManifest = ManifestVerifier::verify(destination, FileLayer::posix());
     EXPECT_FALSE(byManifest.ok());
     EXPECT_EQ(byManifest.ambiguous.size(), 2);
 
     // Sealing records the check as the next generation; a generation changed afterwards no
     // longer matches its chain.
     QString sealError;
-    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError).ok());
+    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError, FileLayer::posix()).ok());
     EXPECT_EQ(sealError, "");
     const QStringList sealed = historyFiles(destination);
     ASSERT_EQ(sealed.size(), 3);
@@ -166,7 +168,8 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     EXPECT_EQ(page, QString::fromUtf8(TestFiles::read(destinations[1] + "/Transfer Report.html")));
     for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV"}) {
         EXPECT_TRUE(page.contains(path));
-        EXPECT_TRUE(page.contains(*FileMD5HashCreateWithPath(volume->path() + '/' + path)));
+        EXPECT_TRUE(page.contains(
+            *FileMD5HashCreateWithPath(volume->path() + '/' + path, 4096, {}, FileLayer::posix())));
     }
     for (const QString& destination : destinations)
         EXPECT_TRUE(page.contains("<td>" + destination.toHtmlEscaped() +
@@ -196,7 +199,8 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
         AscMhlHistory::Generation generation;
         generation.created = QDateTime::currentDateTimeUtc();
         for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV"}) {
-            const auto md5 = FileHashCreateWithPath(DigestContext::Kind::MD5, root + '/' + path);
+            const auto md5 = FileHashCreateWithPath(DigestContext::Kind::MD5, root + '/' + path,
+                                                    4096, {}, FileLayer::posix());
             generation.entries.push_back({path.toUtf8(),
                                           std::uint64_t(QFileInfo(root + '/' + path).size()),
                                           generation.created,
@@ -226,7 +230,7 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
         const auto& clip = latest.at("DCIM/100EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);
         EXPECT_EQ(clip.hashes[0].action, "original");
-        EXPECT_TRUE(HistoryVerifier::verify(destination).ok());
+        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix()).ok());
     }
     EXPECT_EQ(historyFiles(good->path()).size(), 2) << "the card itself is left as it was";
 

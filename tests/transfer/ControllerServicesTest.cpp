@@ -9,6 +9,7 @@
 #include "FakeProcessRunner.h"
 #include "FakeVolumeActions.h"
 #include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "LinuxVolumeActions.h"
 #include "ManifestVerifier.h"
 #include "OffloadFixture.h"
@@ -66,7 +67,8 @@ TEST_F(ControllerServicesTest, ACardUnmountedMidTransferIsInterruptedAndNothingI
     EXPECT_TRUE(view_.events().contains(
         "sheet: Transfer interrupted | The source drive was unmounted mid-transfer."));
     for (const QString& destination : volume->destinations())
-        EXPECT_FALSE(ManifestVerifier::verify(destination).ok()) << destination.toStdString();
+        EXPECT_FALSE(ManifestVerifier::verify(destination, FileLayer::posix()).ok())
+            << destination.toStdString();
     EXPECT_EQ(controller_->threadCount(), 0) << "the slot is given back";
 }
 
@@ -82,7 +84,7 @@ TEST_F(ControllerServicesTest, ADestinationFolderThatCantBeMadeIsNamedAndTheOthe
     ASSERT_TRUE(ledger);
     EXPECT_TRUE(ledger->isComplete(0));
     EXPECT_FALSE(ledger->isComplete(1));
-    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0]).ok());
+    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).ok());
     bool named = false;
     for (const auto& failure : ledger->failures())
         named = named || (failure.destination == 1 && failure.reason.contains("Permission denied"));

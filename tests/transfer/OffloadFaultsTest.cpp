@@ -15,6 +15,7 @@
 #include "ChecksumManifest.h"
 #include "FakeClock.h"
 #include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "ManifestVerifier.h"
 #include "MetadataField.h"
 #include "OffloadFixture.h"
@@ -84,7 +85,7 @@ TEST_F(OffloadFaultsTest, AClipThatCantBeReadIsNamedAndTheRestOfTheCardStillArri
         copy.erase("/CONTENTS/CLIP/A001C003.MXF");  // as much as could be read
         EXPECT_EQ(copy, expected) << "every readable file arrived whole";
         EXPECT_TRUE(manifestOf(destination).contains("FAILED\tA001C003.MXF\n"));
-        const auto report = ManifestVerifier::verify(destination);
+        const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
         EXPECT_FALSE(report.ok());
         EXPECT_EQ(QSet<QString>(report.failed.begin(), report.failed.end()),
                   QSet<QString>({"A001C003.MXF", "A001C001.MP4"}));
@@ -116,7 +117,7 @@ TEST_F(OffloadFaultsTest, APulledCardFailsBeforeAndDuringItsTransferAndIsNeverVe
         EXPECT_TRUE(
             manifestOf(destination)
                 .endsWith("INCOMPLETE\tthe card was removed before every file was copied\n"));
-        const auto report = ManifestVerifier::verify(destination);
+        const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
         EXPECT_FALSE(report.ok());
         EXPECT_EQ(report.incomplete.size(), 1);
     }
@@ -144,9 +145,9 @@ TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) 
             "@1: not copied: the destination failed earlier: No space left on device"))
             << later.toStdString();
     const QStringList destinations = volume->destinations();
-    EXPECT_TRUE(ManifestVerifier::verify(destinations[0]).ok());
+    EXPECT_TRUE(ManifestVerifier::verify(destinations[0], FileLayer::posix()).ok());
     EXPECT_EQ(copiedTree(destinations[0]).erase("/checksums.txt"), 1u);
-    const auto damaged = ManifestVerifier::verify(destinations[1]);
+    const auto damaged = ManifestVerifier::verify(destinations[1], FileLayer::posix());
     EXPECT_TRUE(damaged.failed.contains("A001C002.MXF"));
     EXPECT_EQ(volume->statusText(),
               "Error: Verification failure: Source file sizes do not match destination file sizes");
@@ -166,7 +167,8 @@ TEST_F(OffloadFaultsTest, ACancelWhileCopiesAreReadBackLeavesNoManifest) {
     ASSERT_TRUE(waitUntil([&] { return view_.count("ended: A001: Canceled") == 1; }));
     drainWorkers();
     for (const QString& destination : volume->destinations())
-        EXPECT_FALSE(ManifestVerifier::verify(destination).manifestFound) << "nothing vouched for";
+        EXPECT_FALSE(ManifestVerifier::verify(destination, FileLayer::posix()).manifestFound)
+            << "nothing vouched for";
     EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep"));
 }
 
@@ -184,7 +186,8 @@ TEST_F(OffloadFaultsTest, ADestinationWithRoomForTheFilesButNotTheManifestIsNotC
         failures[0].startsWith("/checksums.txt @0: the manifest can't be written: create: "
                                "No space left on device"));
     EXPECT_FALSE(QFileInfo::exists(volume->destinations()[0] + "/checksums.txt"));
-    EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[0]).manifestFound);
+    EXPECT_FALSE(
+        ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).manifestFound);
 }
 
 // Every name Linux can hold is copied byte for byte, listed so a check reads it back, and a
@@ -228,7 +231,7 @@ TEST_F(OffloadFaultsTest, NamesThatArentTextArriveByteForByte) {
         EXPECT_TRUE(manifest.contains("\tback\\\\slash.MXF\n"));
         // Every name is here twice with other bytes, so the name-keyed manifest can't say
         // which file a line means: it reads each name back and says so, passing none.
-        const auto report = ManifestVerifier::verify(destination);
+        const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
         EXPECT_EQ(report.ambiguous.size(), 2 * names.size() + 2) << "and the two checksums.txt";
         EXPECT_TRUE(report.differing.isEmpty() && report.missing.isEmpty() &&
                     report.extra.isEmpty() && report.unreadable.isEmpty())
@@ -289,7 +292,7 @@ TEST_F(OffloadFaultsTest, ASecondCopyInsideTheFirstLeavesBothVerifying) {
     ASSERT_EQ(second->destinations()[0], first->destinations()[0] + "/0001");
     for (const auto& volume : {first, second}) {
         EXPECT_EQ(volume->status(), QVVolume::Done);
-        const auto report = ManifestVerifier::verify(volume->destinations()[0]);
+        const auto report = ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix());
         EXPECT_TRUE(report.ok()) << report.extra.join(", ").toStdString();
     }
     // Verification walking the first copy again leaves the second one out too.
