@@ -4,11 +4,11 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "ProcessRunner.h"
 #include "QVAppleEvents.h"
 #include "QVFormat.h"
 #include "QVLog.h"
 #include "QVQuickTime.h"
-#include "QVTaskEx.h"
 #include "TextValues.h"
 
 namespace {
@@ -36,8 +36,9 @@ bool staysInURL(char c) {
 
 }  // namespace
 
-ClipList::ClipList(const SettingsStore& settings, QString toolPath)
+ClipList::ClipList(const SettingsStore& settings, ProcessRunner& processes, QString toolPath)
     : settings_(settings),
+      processes_(processes),
       toolPath_(toolPath.isEmpty() ? defaultToolPath() : std::move(toolPath)) {}
 
 QString ClipList::defaultToolPath() {
@@ -65,7 +66,7 @@ QStringList ClipList::qtMoviesInFolder(const QString& folder) {
 }
 
 QString ClipList::xmlForClips(const QStringList& moviePaths) const {
-    const int version = QVAppleEvents(settings_).maximumXMEMLVersion();
+    const int version = QVAppleEvents(settings_, processes_).maximumXMEMLVersion();
     QString xml = QVFormat::format(kHeader, version);
     for (const QString& path : moviePaths) {
         const QString name = clipName(path);
@@ -81,8 +82,8 @@ QString ClipList::xmlForClips(const QStringList& moviePaths) const {
 }
 
 QTMovie::Timing ClipList::timingForMovie(const QString& moviePath) const {
-    const QString output =
-        QVTaskEx::stringFromTask(toolPath_, QStringList{moviePath, QStringLiteral("-timing")});
+    const QString output = QString::fromLocal8Bit(
+        processes_.run(toolPath_, QStringList{moviePath, QStringLiteral("-timing")}).output);
     const QTMovie::Timing timing = timingFromToolOutput(output);
     QVLog::appendLog(u"timebase: %i, ntsc: %i, dropframe: %i", timing.timebase, timing.ntsc ? 1 : 0,
                      timing.dropFrame ? 1 : 0);

@@ -11,10 +11,13 @@
 #include "QTMovie.h"
 #include "SettingsStore.h"
 
+class ProcessRunner;
+
 class ClipList {
   public:
     /// `toolPath` is the QTTimecodeTool to run; empty means defaultToolPath().
-    explicit ClipList(const SettingsStore& settings, QString toolPath = QString());
+    /// The timing tool runs through processes (toolPath empty: the one beside this program).
+    ClipList(const SettingsStore& settings, ProcessRunner& processes, QString toolPath = QString());
 
     /// QTTimecodeTool beside the running executable.
     static QString defaultToolPath();
@@ -47,5 +50,6 @@ class ClipList {
 
   private:
     const SettingsStore& settings_;
+    ProcessRunner& processes_;
     QString toolPath_;
 };

@@ -10,10 +10,10 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "ProcessRunner.h"
 #include "QVException.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
-#include "QVTaskEx.h"
 #include "TextValues.h"
 
 namespace {
@@ -21,10 +21,6 @@ namespace {
 const QString kDefaultVersion = QStringLiteral("7.0");
 constexpr int kFirstEscapedUnit = 160;
 constexpr char16_t kCarriageReturn = 13;
-
-bool launchThroughTask(const QString& program, const QStringList& arguments) {
-    return QVTaskEx::runTaskAndReturn(program, arguments) != nullptr;
-}
 
 void logNotRunning() {
     QVLog::appendLog(u"Error: Final Cut Pro is not running.");
@@ -79,9 +75,8 @@ QString resolveProgram(const QString& program) {
 
 }  // namespace
 
-QVAppleEvents::QVAppleEvents(const SettingsStore& settings, Launcher launcher)
-    : settings_(settings),
-      launcher_(launcher ? std::move(launcher) : Launcher(launchThroughTask)) {}
+QVAppleEvents::QVAppleEvents(const SettingsStore& settings, ProcessRunner& processes)
+    : settings_(settings), processes_(processes) {}
 
 QString QVAppleEvents::clipsFilePath(const QString& projectPath, const QString& volumeName) {
     const QFileInfo project(projectPath);
@@ -119,7 +114,7 @@ bool QVAppleEvents::handToEditingApplication(const QString& file) const {
         QVLog::appendLog(u"Error: editing application %@ not found.", program);
         return false;
     }
-    if (!launcher_(resolved, QStringList{file})) {
+    if (!processes_.start(resolved, QStringList{file})) {
         QVLog::appendLog(u"Error: could not start editing application %@.", resolved);
         return false;
     }

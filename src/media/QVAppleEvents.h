@@ -15,16 +15,17 @@
 
 #include "SettingsStore.h"
 
+class ProcessRunner;
+
 class QVAppleEvents {
   public:
     /// Starts `program` with `arguments` without waiting; false when it could not start.
-    using Launcher = std::function<bool(const QString& program, const QStringList& arguments)>;
 
     static constexpr const char* editingApplicationKey = "editingApplication";
     static constexpr const char* editingApplicationVersionKey = "editingApplicationVersion";
 
-    /// An empty launcher starts programs through QVTaskEx.
-    explicit QVAppleEvents(const SettingsStore& settings, Launcher launcher = {});
+    /// The editing application is started through processes.
+    QVAppleEvents(const SettingsStore& settings, ProcessRunner& processes);
 
     /// Writes the escaped document as "VOLUME Clips.xml" (just "Clips.xml" without a volume
     /// name) beside the project, or in the Documents folder when the project path is empty
@@ -84,5 +85,5 @@ class QVAppleEvents {
     bool handToEditingApplication(const QString& file) const;
 
     const SettingsStore& settings_;
-    Launcher launcher_;
+    ProcessRunner& processes_;
 };

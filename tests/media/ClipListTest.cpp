@@ -9,6 +9,7 @@
 #include <pugixml.hpp>
 
 #include "ClipList.h"
+#include "PosixProcessRunner.h"
 #include "QVAppleEvents.h"
 #include "TestFiles.h"
 #include "TestMovies.h"
@@ -80,7 +81,8 @@ TEST(ClipList, MoviesInDestinationFolder) {
 TEST(ClipList, DocumentWithoutUsableTiming) {
     Settings settings;
     // The tool is found beside the running program, as the application ships it.
-    const ClipList clips(settings.store());
+    PosixProcessRunner processes;
+    const ClipList clips(settings.store(), processes);
     EXPECT_TRUE(QFileInfo(clips.toolPath()).isExecutable()) << clips.toolPath().toStdString();
     EXPECT_EQ(clips.xmlForClips({}), kHeader5 + QStringLiteral("</xmeml>"));
 
@@ -106,7 +108,8 @@ TEST(ClipList, DocumentWithoutUsableTiming) {
             "</pathurl><rate><timebase>30</timebase><ntsc>FALSE</ntsc></rate>"
             "<duration>0</duration></file></clip></xmeml>");
     EXPECT_EQ(clips.xmlForClips({path}), expected);
-    const ClipList noTool(settings.store(), dir.filePath(QStringLiteral("QTTimecodeTool")));
+    const ClipList noTool(settings.store(), processes,
+                          dir.filePath(QStringLiteral("QTTimecodeTool")));
     EXPECT_EQ(noTool.xmlForClips({path}), expected);
 }
 
@@ -128,7 +131,8 @@ TEST(ClipList, DocumentDescribesEachMovie) {
                                  QString::fromLatin1(seconds), QString::fromLatin1(timecode)));
     }
     Settings settings;
-    const QByteArray xml = ClipList(settings.store()).xmlForClips(paths).toUtf8();
+    PosixProcessRunner processes;
+    const QByteArray xml = ClipList(settings.store(), processes).xmlForClips(paths).toUtf8();
 
     pugi::xml_document document;
     ASSERT_TRUE(document.load_buffer(xml.constData(), static_cast<size_t>(xml.size())))

@@ -9,6 +9,7 @@
 #include <QUuid>
 #include <pugixml.hpp>
 
+#include "FakeProcessRunner.h"
 #include "LogPlaces.h"
 #include "QVAppleEvents.h"
 #include "QVLocalPaths.h"
@@ -34,23 +35,25 @@ QString logAfter(qint64 start) {
 
 class Link {
   public:
-    Link()
-        : store_(dir_.filePath(QStringLiteral("settings.plist"))),
-          events_(store_, [this](const QString& program, const QStringList& arguments) {
-              launches_.push_back({program, arguments});
-              return true;
-          }) {}
+    Link() : store_(dir_.filePath(QStringLiteral("settings.plist"))), events_(store_, runner_) {
+        runner_.answer(QStringLiteral("true"), FakeProcessRunner::exited(0));
+    }
     void set(const char* key, const QString& value) {
         store_.setObject(QString::fromLatin1(key), value);
     }
     const QVAppleEvents& events() const { return events_; }
-    const std::vector<std::pair<QString, QStringList>>& launches() const { return launches_; }
+    std::vector<std::pair<QString, QStringList>> launches() const {
+        std::vector<std::pair<QString, QStringList>> launched;
+        for (const FakeProcessRunner::Call& call : runner_.calls())
+            launched.emplace_back(call.program, call.arguments);
+        return launched;
+    }
     QString folder() const { return dir_.path(); }
 
   private:
     QTemporaryDir dir_;
     SettingsStore store_;
-    std::vector<std::pair<QString, QStringList>> launches_;
+    FakeProcessRunner runner_;
     QVAppleEvents events_;
 };
 
