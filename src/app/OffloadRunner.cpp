@@ -84,7 +84,10 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
     controller.setDataArray({volume});
     std::printf("Card: %s (%s)\n", qPrintable(volume->name()), qPrintable(volume->typeName()));
     view.setVolumesChangedHandler([&view](const VolumeSnapshot& snapshot) {
-        if (snapshot.status == VolumeStatus::Copying || snapshot.status == VolumeStatus::Verifying)
+        // Nothing to draw until the first bytes are counted against the card's real size.
+        const bool running =
+            snapshot.status == VolumeStatus::Copying || snapshot.status == VolumeStatus::Verifying;
+        if (running && snapshot.progress > 0)
             view.showProgress(snapshot);
     });
     view.setTransferEndedHandler([](const std::shared_ptr<QVVolume>&) {

@@ -29,7 +29,7 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
     : settings_(settings),
       view_(view),
       services_(services),
-      stages_(stages ? *stages : *this),
+      stages_(stages ? *stages : ownStages_),
       fileLayer_(services.files),
       fileManager_(services.files),
       volumes_(destinationsAtStart(settings)),

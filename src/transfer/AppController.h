@@ -18,6 +18,7 @@
 
 #include "AppView.h"
 #include "Clock.h"
+#include "ControllerStages.h"
 #include "DestinationEntry.h"
 #include "DestinationReservation.h"
 #include "DiskImages.h"
@@ -39,12 +40,12 @@ class FileLayer;
 class SettingsStore;
 class VolumeCopy;
 
-class AppController : public TransferStages {
+class AppController {
   public:
     /// With no stages given, the controller's own copy and verification take over.
     AppController(SettingsStore& settings, AppView& view, const Services& services,
                   TransferStages* stages = nullptr);
-    ~AppController() override;
+    ~AppController();
     AppController(const AppController&) = delete;
     AppController& operator=(const AppController&) = delete;
 
@@ -90,7 +91,7 @@ class AppController : public TransferStages {
     /// Copies the card file by file to every destination, writes the manifests, sets the
     /// outcome and finishes the volume. Always true: failures are recorded in the volume.
     bool copyDisk(const QString& path, const QStringList& destinations,
-                  const std::shared_ptr<QVVolume>& volume) override;
+                  const std::shared_ptr<QVVolume>& volume);
     bool copyItem(const QString& item, const QStringList& destinations,
                   const QString& relativeSource, const std::shared_ptr<QVVolume>& volume);
     /// Copies the named entries of the volume into its destinations; no manifest, no outcome.
@@ -98,7 +99,7 @@ class AppController : public TransferStages {
     void copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume);
     /// Reads the block device behind the volume raw into a read-only image, digesting both on
     /// the way (AppControllerDiskImage.cpp). True once a device was found.
-    bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
+    bool createDiskImage(const QString& imagePath, const QString& volumePath);
     /// Re-reads the image and compares its digest with the device's; 0 when they agree (the
     /// image check of verification). Waits while the image is still being written.
     int verifyDiskImage(const QString& imagePath, QVVolume& volume);
@@ -123,7 +124,7 @@ class AppController : public TransferStages {
 
     // ---- Verification (AppControllerVerification.cpp)
     void verifyVolume(const std::shared_ptr<QVVolume>& volume,
-                      const QString& destination = QString()) override;
+                      const QString& destination = QString());
     using SizeMap = VolumeVerification::SizeMap;
     std::optional<SizeMap> fileSizeDictForFolder(const QString& folder,
                                                  const QString& basePath = QString()) const;
@@ -234,6 +235,7 @@ class AppController : public TransferStages {
     SettingsStore& settings_;
     AppView& view_;
     const Services services_;
+    ControllerStages<AppController> ownStages_{*this};
     TransferStages& stages_;
     FileLayer& fileLayer_;
     QVFileManager fileManager_;

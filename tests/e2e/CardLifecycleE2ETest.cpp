@@ -112,8 +112,10 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
     EXPECT_EQ(text.count("EOS_DIGITAL: verified, read back from the media ("), 1)
         << text.toStdString();
     EXPECT_FALSE(text.contains("PRESENT:")) << "a card already there is listed, not transferred";
-    EXPECT_FALSE(QFileInfo::exists("/sys/block/" + QFileInfo(card->device()).fileName() +
-                                   "/loop/backing_file"))
+    // A loop device still held by the exiting FUSE daemon is detached when it lets go.
+    const QString backing =
+        "/sys/block/" + QFileInfo(card->device()).fileName() + "/loop/backing_file";
+    EXPECT_TRUE(waitUntil([&] { return !QFileInfo::exists(backing); }))
         << "the loop device is detached";
     for (const QString& destination : {workPath("dest"), raid->mountPoint() + "/Media"}) {
         bool copied = false;
