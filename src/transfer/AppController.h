@@ -1,9 +1,9 @@
 #pragma once
 // The transfer logic of the application, as one named front over parts that own their state:
-// the volume list, the transfer queue, destination reservation, progress, disk images, the
-// per-volume copier and the post actions. Its operations are split by concern over
-// AppController*.cpp; the parts keep their own locks, so the controller itself holds none but
-// the one that keeps two listings of the mounted cards from running at once.
+// the volume list, the transfer queue, destination reservation, progress, disk images,
+// verification, the per-volume copier and the post actions. Its operations are split by concern
+// over AppController*.cpp; the parts keep their own locks, and the controller's own two guard
+// only the "Confirm & Remove" requests and one listing of the mounted cards at a time.
 //
 // The view is called on the main thread, except transferDidEnd, which comes from the thread
 // that ended the transfer; volumesChanged brings snapshots, throttled. Every entry point that
