@@ -72,7 +72,7 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
 
     const QFileInfo sourceInfo(request.source);
     const QString source = QDir::cleanPath(sourceInfo.absoluteFilePath());
-    const int type = CardsweepVolumeChecker::verifyVolumeType(source);
+    const int type = CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), source);
     const auto volume =
         QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings, Clock::system());
     // A card is the root of a mounted volume; anything else is a folder and never gets marked.

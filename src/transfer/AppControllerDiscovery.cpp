@@ -93,7 +93,7 @@ bool AppController::isDestinationDrive(const QString& path) const {
 std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& path,
                                                                  bool isFolder) {
     const QString name = QFileInfo(path).fileName();
-    const int type = CardsweepVolumeChecker::verifyVolumeType(path);
+    const int type = CardsweepVolumeChecker::verifyVolumeType(fileLayer_, path);
     const auto volume = QVVolume::volumeWithName(name, path, type, settings_, services_.clock);
     volume->setIsFolder(isFolder);
     if (isFolder)

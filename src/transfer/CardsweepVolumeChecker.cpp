@@ -1,12 +1,11 @@
 #include "CardsweepVolumeChecker.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <QFile>
 #include <QStringList>
-#include <memory>
 #include <optional>
+#include <vector>
 
 #include "CardFormat.h"
 #include "FileLayer.h"
@@ -15,33 +14,24 @@
 
 namespace {
 
-struct DirCloser {
-    void operator()(DIR* dir) const { ::closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
-
 // Any kind of entry counts, a dangling symbolic link included.
-bool exists(const QString& path) {
-    struct stat status {};
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+bool exists(FileLayer& files, const QString& path) {
+    return files.exists(QFile::encodeName(path));
 }
 
 // Names directly inside a folder as the file system reports them; nullopt when it can't be read.
-std::optional<QStringList> readFolder(const QString& folder) {
-    const DirHandle dir(::opendir(QFile::encodeName(folder).constData()));
-    if (!dir)
+std::optional<QStringList> readFolder(FileLayer& files, const QString& folder) {
+    std::vector<FileLayer::Entry> entries;
+    if (files.listFolder(QFile::encodeName(folder), &entries) != 0)
         return std::nullopt;
     QStringList names;
-    while (const dirent* entry = ::readdir(dir.get())) {
-        const QByteArray name(entry->d_name);
-        if (name != "." && name != "..")
-            names << QFile::decodeName(name);
-    }
+    for (const FileLayer::Entry& entry : entries)
+        names << QFile::decodeName(entry.name);
     return names;
 }
 
-QStringList entryNames(const QString& folder) {
-    return readFolder(folder).value_or(QStringList());
+QStringList entryNames(FileLayer& files, const QString& folder) {
+    return readFolder(files, folder).value_or(QStringList());
 }
 
 // The last component, ignoring trailing slashes ("/media/A001/" names "A001").
@@ -73,15 +63,15 @@ bool anyStartsWith(const QStringList& names, QStringView prefix) {
 }
 
 // A camera's reel folder named like the card, its editing list, and a movie of the reel.
-bool isArriCard(const QString& path) {
+bool isArriCard(FileLayer& files, const QString& path) {
     const QString volume = lastComponent(path);
     if (volume.size() < 4)
         return false;
     const QString reel = path + u'/' + volume;
-    if (!exists(reel) || !exists(reel + u'/' + volume + QLatin1String("_FCP.xml")))
+    if (!exists(files, reel) || !exists(files, reel + u'/' + volume + QLatin1String("_FCP.xml")))
         return false;
     const QString prefix = volume.left(4);
-    for (const QString& name : entryNames(reel)) {
+    for (const QString& name : entryNames(files, reel)) {
         if (name.startsWith(prefix) && name.endsWith(QLatin1String(".mov")))
             return true;
     }
@@ -94,10 +84,10 @@ int code(CardFormat format) {
 
 }  // namespace
 
-int CardsweepVolumeChecker::verifyVolumeType(const QString& path) {
+int CardsweepVolumeChecker::verifyVolumeType(FileLayer& files, const QString& path) {
     if (path.isEmpty())
         return code(CardFormat::Unknown);
-    const std::optional<QStringList> listing = readFolder(path);
+    const std::optional<QStringList> listing = readFolder(files, path);
     if (!listing)
         QVLog::fastAppendLog(u"Unable to read the volume at %@", path);
     const QStringList names = listing.value_or(QStringList());
@@ -105,24 +95,24 @@ int CardsweepVolumeChecker::verifyVolumeType(const QString& path) {
         return path + u'/' + QLatin1String(relative);
     };
 
-    if (exists(under("CONTENTS/LASTCLIP.TXT")))
+    if (exists(files, under("CONTENTS/LASTCLIP.TXT")))
         return code(CardFormat::P2);
     if (anyHasExtension(names, u"RDM"))
         return code(CardFormat::RED);
-    if (exists(under("MEDIAPRO.XML")))
+    if (exists(files, under("MEDIAPRO.XML")))
         return code(CardFormat::XDCAM);
     if (names.contains(QLatin1String("BPAV")))
         return code(CardFormat::XDCAMEX);
-    if (exists(under("PRIVATE/AVCHD")) || exists(under("AVCHD")))
+    if (exists(files, under("PRIVATE/AVCHD")) || exists(files, under("AVCHD")))
         return code(CardFormat::AVCHD);
-    if (exists(under("DCIM")) && anyStartsWith(entryNames(under("DCIM")), u"100EOS"))
+    if (exists(files, under("DCIM")) && anyStartsWith(entryNames(files, under("DCIM")), u"100EOS"))
         return code(CardFormat::EOSHD);
-    if (isArriCard(path))
+    if (isArriCard(files, path))
         return code(CardFormat::ARRI);
-    if (!exists(under("CONTENTS")))
+    if (!exists(files, under("CONTENTS")))
         return code(CardFormat::Unknown);
     // The card's own path is the base, so a "*" or "?" in a card name stays a plain character.
-    if (!QVFileManager(FileLayer::posix())
+    if (!QVFileManager(files)
              .filesMatchingWildcardPath(QStringLiteral("CONTENTS/CLIPS*/*/*.MXF"), path)
              .isEmpty())
         return code(CardFormat::CanonXF);

@@ -10,6 +10,7 @@
 
 #include "CardFormat.h"
 #include "CardsweepVolumeChecker.h"
+#include "FileLayer.h"
 #include "SampleCard.h"
 #include "TestFiles.h"
 
@@ -65,7 +66,7 @@ TEST_F(SampleCardTest, EachFormatIsRecognisedLaidOutAndReproducible) {
         const QString sidecar = QLatin1String(kLayouts[code][1]);
         names.insert(SampleCard::folderName(format));
         const QString card = make(format, small(1000, 7));
-        EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(card), code);
+        EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), card), code);
         EXPECT_EQ(QFileInfo(card + u'/' + clip).size(), 1000);
         EXPECT_TRUE(sidecar.isEmpty() || QFileInfo::exists(card + u'/' + sidecar));
         EXPECT_TRUE(QFileInfo(card + "/.Trashes").isDir());
@@ -84,7 +85,8 @@ TEST_F(SampleCardTest, EachFormatIsRecognisedLaidOutAndReproducible) {
     // The reel takes the card's name, whatever characters it holds.
     const QString odd = QString::fromUtf8("A 'b\"$(x) %1 -n <&>");
     const QString arri = make(CardFormat::ARRI, small(10), odd);
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(arri), int(CardFormat::ARRI));
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), arri),
+              int(CardFormat::ARRI));
     EXPECT_TRUE(TestFiles::read(arri + u'/' + odd + u'/' + odd + "_FCP.xml")
                     .contains("<name>A 'b&quot;$(x) %1 -n &lt;&amp;&gt;</name>"));
 }

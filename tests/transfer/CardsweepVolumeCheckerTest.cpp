@@ -8,6 +8,7 @@
 #include <initializer_list>
 
 #include "CardsweepVolumeChecker.h"
+#include "FileLayer.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ class Cards {
         return card;
     }
     int type(std::initializer_list<const char*> entries, const QString& name = "CARD") {
-        return CardsweepVolumeChecker::verifyVolumeType(make(entries, name));
+        return CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), make(entries, name));
     }
     QString root() const { return root_.path(); }
 
@@ -67,9 +68,9 @@ TEST(CardsweepVolumeChecker, RecognisesEachFormatFromItsRootEarlierTestsFirst) {
     // Any kind of entry counts, a dangling link too, and nothing is cached.
     const QString p2 = cards.make({"CONTENTS/"});
     ASSERT_TRUE(QFile::link(p2 + "/nowhere", p2 + "/CONTENTS/LASTCLIP.TXT"));
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(p2), 0);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), p2), 0);
     ASSERT_TRUE(QFile::remove(p2 + "/CONTENTS/LASTCLIP.TXT"));
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(p2), -1);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), p2), -1);
     EXPECT_EQ(cards.type({"AVCHD"}), 4);
 }
 
@@ -97,7 +98,7 @@ TEST(CardsweepVolumeChecker, CanonXfAndRedNeedTheirExactNamesInAFolder) {
     const QString neighbour = cards.make({"CONTENTS/CLIPS001/XYZ/A.MXF"}, "AB");
     const QString starred = QFileInfo(neighbour).path() + "/A*";
     QDir().mkpath(starred + "/CONTENTS");
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(starred), -1);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), starred), -1);
 
     // RED needs the exact last extension, at the root.
     EXPECT_EQ(cards.type({"clip.rdm/"}), -1);
@@ -108,8 +109,10 @@ TEST(CardsweepVolumeChecker, CanonXfAndRedNeedTheirExactNamesInAFolder) {
     EXPECT_EQ(cards.type({"CLIPS/A001.RDM/"}), -1);
 
     // Missing paths and plain files are no cards.
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(cards.root() + "/missing"), -1);
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(QString()), -1);
+    EXPECT_EQ(
+        CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), cards.root() + "/missing"),
+        -1);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), QString()), -1);
     const QString file = cards.make({"f"}) + "/f";
-    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(file), -1);
+    EXPECT_EQ(CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), file), -1);
 }
