@@ -237,3 +237,25 @@ TEST_F(ControllerServicesTest, EjectHandsCardsToTheVolumeActionsAndDropsFolders)
     EXPECT_EQ(controller_->dataArray(), (std::vector<std::shared_ptr<QVVolume>>{card, busy}))
         << "cards leave the list when their unmount is heard, folders at once";
 }
+
+// Discovery lists what the mount table says is a card, and names an offline destination drive.
+TEST_F(ControllerServicesTest, DiscoveryListsTheRemovableMountsOfTheTable) {
+    FakeMountService& mounts = services_.fakeMounts;
+    for (const char* name : {"EOS", "USB", "DATA"})
+        TestFiles::write(workPath(QStringLiteral("media/%1/x").arg(name)), "x");
+    TestFiles::write(workPath("media/EOS/DCIM/100EOS5D/MVI_0001.MOV"), "movie");
+    mounts.addBlockDevice("/dev/sdb1", 0x811);
+    mounts.addBlockDevice("/dev/sdc1", 0x821);
+    mounts.addBlockDevice("/dev/sda3", 0x803);
+    mounts.setRemovable("/dev/sdb1");
+    mounts.setRemovable("/dev/sdc1");
+    mounts.mount(FakeMountService::entry(workPath("media/EOS"), "/dev/sdb1"));
+    mounts.mount(FakeMountService::entry(workPath("media/USB"), "/dev/sdc1"));
+    mounts.mount(FakeMountService::entry(workPath("media/DATA"), "/dev/sda3"));  // fixed disk
+    makeController();
+    controller_->populateVolumes();
+    QStringList listed;
+    for (const auto& volume : controller_->dataArray())
+        listed << volume->name() + ":" + volume->typeName();
+    EXPECT_EQ(listed, QStringList({"EOS:EOSHD", "USB:Unknown"}));
+}
