@@ -3,6 +3,7 @@
 #include "AppController.h"
 #include "DetachedThreads.h"
 #include "FileLayer.h"
+#include "LinuxDesktop.h"
 #include "LinuxDiskInformation.h"
 #include "LinuxMountService.h"
 #include "LinuxVolumeActions.h"
@@ -10,6 +11,7 @@
 #include "PosixProcessRunner.h"
 #include "Preferences.h"
 #include "QVException.h"
+#include "QVGrowl.h"
 #include "QVLog.h"
 #include "SettingsStore.h"
 #include "WorkerThreads.h"
@@ -26,6 +28,8 @@ AppContext::AppContext() {
     volumes_ = std::make_unique<LinuxVolumeActions>(*mounts_, *processes_);
     disks_ = std::make_unique<LinuxDiskInformation>();
     paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess());
+    desktop_ = std::make_unique<LinuxDesktop>(*processes_);
+    growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath());
 }
 
 AppContext::~AppContext() {
@@ -41,8 +45,8 @@ QString AppContext::settingsProblem() const {
 }
 
 Services AppContext::services(Notifier& notifier) {
-    return Services{FileLayer::posix(), *mounts_,  *volumes_,      *disks_, *processes_, *paths_,
-                    notifier,           *threads_, Clock::system()};
+    return Services{FileLayer::posix(), *mounts_,  *volumes_, *disks_,        *processes_, *paths_,
+                    notifier,           *desktop_, *threads_, Clock::system()};
 }
 
 MountService& AppContext::mounts() {

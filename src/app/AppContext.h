@@ -13,12 +13,14 @@
 class AppController;
 class AppView;
 class FileLayer;
+class LinuxDesktop;
 class LinuxDiskInformation;
 class LinuxMountService;
 class LinuxVolumeActions;
 class PosixProcessRunner;
 class XdgLocalPaths;
 class Notifier;
+class QVGrowl;
 class SettingsStore;
 class WorkerThreads;
 
@@ -36,6 +38,9 @@ class AppContext {
     Services services(Notifier& notifier);
     WorkerThreads& threads() { return *threads_; }
     MountService& mounts();
+    /// Desktop notifications through the session's notification service.
+    QVGrowl& growl() { return *growl_; }
+    LinuxDesktop& desktop() { return *desktop_; }
 
     /// A controller over these services showing through view (which also notifies).
     std::unique_ptr<AppController> makeController(AppView& view, Notifier& notifier);
@@ -48,4 +53,6 @@ class AppContext {
     std::unique_ptr<LinuxVolumeActions> volumes_;
     std::unique_ptr<LinuxDiskInformation> disks_;
     std::unique_ptr<XdgLocalPaths> paths_;
+    std::unique_ptr<LinuxDesktop> desktop_;
+    std::unique_ptr<QVGrowl> growl_;
 };

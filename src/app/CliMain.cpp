@@ -18,6 +18,7 @@
 #include "ManifestVerifier.h"
 #include "OffloadRunner.h"
 #include "PathText.h"
+#include "PostActionOptions.h"
 #include "Preferences.h"
 #include "QVException.h"
 #include "QVFileManager.h"
@@ -195,6 +196,8 @@ int main(int argc, char** argv) {
     offload->add_flag("--inline", inlineCheck,
                       "Check each write as it is made instead of reading the copies back from "
                       "the media");
+    PostActionOptions offloadActions;
+    offloadActions.addTo(*offload);
 
     CLI::App* verify = cli.add_subcommand(
         "verify", "Re-check a transferred folder against its history or checksums.txt");
@@ -214,11 +217,11 @@ int main(int argc, char** argv) {
     CLI::App* watch = cli.add_subcommand(
         "watch", "Transfer every recognised card as it is mounted, until Ctrl-C");
     std::vector<std::string> watchDestinations;
-    bool eject = false;
     bool image = false;
     watch->add_option("--dest", watchDestinations, "A destination for this run (repeat for more)")
         ->take_all();
-    watch->add_flag("--eject", eject, "Eject each card once it is verified");
+    PostActionOptions watchActions;
+    watchActions.addTo(*watch);
     watch->add_flag("--image", image, "Make a disk image of each card instead of copying files");
 
     CLI::App* demoCommand =
@@ -251,6 +254,7 @@ int main(int argc, char** argv) {
         request.checksum = QString::fromStdString(checksum);
         request.onlyMovies = onlyMovies;
         request.inlineCheck = inlineCheck;
+        offloadActions.applyTo(context.settings());
         status = OffloadRunner::run(context, context.settings(), request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath), seal);
@@ -260,8 +264,8 @@ int main(int argc, char** argv) {
     } else if (watch->parsed()) {
         WatchRunner::Request request;
         request.destinations = toStrings(watchDestinations);
-        request.eject = eject;
         request.image = image;
+        watchActions.applyTo(context.settings());
         status = WatchRunner::run(context, request);
     } else if (demoCommand->parsed()) {
         status = demo(context);

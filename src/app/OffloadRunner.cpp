@@ -13,6 +13,7 @@
 #include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
+#include "QVGrowl.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
@@ -80,6 +81,7 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
                         source);
 
     TerminalAppView view;
+    view.setDesktopNotifier(&context.growl());
     AppController controller(settings, view, context.services(view));
     controller.setDataArray({volume});
     std::printf("Card: %s (%s)\n", qPrintable(volume->name()), qPrintable(volume->typeName()));

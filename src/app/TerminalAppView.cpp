@@ -58,9 +58,16 @@ void TerminalAppView::showInfo(const QString& title,
 }
 
 void TerminalAppView::postGrowlNotification(const QString& title, const QString& description,
-                                            const QString&, const QString&) {
+                                            const QString& icon, const QString& notificationName) {
     endProgress();
     print(QStringLiteral("%1: %2\n").arg(title, description));
+    if (desktopNotifier_)
+        desktopNotifier_->postGrowlNotification(title, description, icon, notificationName);
+}
+
+void TerminalAppView::postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) {
+    endProgress();
+    print(QStringLiteral("%1: %2\n").arg(volume->name(), what));
 }
 
 void TerminalAppView::volumesChanged(

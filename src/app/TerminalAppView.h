@@ -30,8 +30,12 @@ class TerminalAppView : public AppView, public Notifier {
                   const std::vector<std::pair<QString, QString>>& rows) override;
     /// Hands the ended transfer to the handler, if one is set (on the thread that ended it).
     void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
+    /// Prints the notification, and posts it on the desktop too when one was set.
     void postGrowlNotification(const QString& title, const QString& description,
                                const QString& icon, const QString& notificationName) override;
+    void setDesktopNotifier(Notifier* notifier) { desktopNotifier_ = notifier; }
+    /// Prints what a step after the transfer did, as "NAME: what".
+    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
 
     /// Hands each changed volume to the handler, if one is set (main thread).
     void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) override;
@@ -48,6 +52,7 @@ class TerminalAppView : public AppView, public Notifier {
     bool drawn_ = false;
     int lastDecile_ = -1;
     QElapsedTimer clock_;
+    Notifier* desktopNotifier_ = nullptr;
     std::function<void(const std::shared_ptr<QVVolume>&)> transferEnded_;
     std::function<void(const VolumeSnapshot&)> volumesChanged_;
     std::map<const QVVolume*, std::size_t> failuresShown_;  // the review is shown per destination

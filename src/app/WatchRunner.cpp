@@ -15,12 +15,12 @@
 #include "MountService.h"
 #include "OffloadRequest.h"
 #include "Preferences.h"
+#include "QVGrowl.h"
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
 #include "TransferSummary.h"
-#include "VolumeActions.h"
 #include "WorkerThreads.h"
 
 namespace {
@@ -77,10 +77,8 @@ QString describe(const QVVolume& volume) {
     return QStringLiteral("%1 (%2) at %3").arg(volume.name(), volume.typeName(), volume.path());
 }
 
-// Prints the verdict of an ended transfer and ejects a verified card on request; true when it
-// verified.
-bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings,
-                   VolumeActions& volumes) {
+// Prints the verdict of an ended transfer; true when it verified.
+bool reportVerdict(QVVolume& volume, const SettingsStore& settings) {
     const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
     const bool imagesChecked = settings.isOn(SettingsKey::verifyFileChecksums);
     const VolumeStatus status = volume.status();
@@ -98,12 +96,6 @@ bool reportVerdict(QVVolume& volume, bool eject, const SettingsStore& settings,
     say(QStringLiteral("%1: %2 -> %3")
             .arg(volume.name(), TransferSummary::verdict(volume, fromMedium, imagesChecked),
                  volume.destinations().join(u", ")));
-    if (!eject || volume.isFolder())
-        return true;
-    QString error;
-    say(volumes.unmountAndEject(volume.path(), &error)
-            ? QStringLiteral("%1: ejected").arg(volume.name())
-            : QStringLiteral("%1: could not be ejected: %2").arg(volume.name(), error));
     return true;
 }
 
@@ -137,6 +129,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     applyOverrides(settings, request);
     installSignalPipe();
     TerminalAppView view;
+    view.setDesktopNotifier(&app.growl());
     const Services services = app.services(view);
     AppController controller(settings, view, services);
     MountService& mounts = app.mounts();
@@ -146,10 +139,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     // are written; it is printed (and the card ejected) on the main loop.
     view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
         QMetaObject::invokeMethod(
-            &context,
-            [&, volume] {
-                anyFailed |= !reportVerdict(*volume, request.eject, settings, services.volumes);
-            },
+            &context, [&, volume] { anyFailed |= !reportVerdict(*volume, settings); },
             Qt::QueuedConnection);
     });
 

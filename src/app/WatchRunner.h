@@ -11,7 +11,6 @@ class WatchRunner {
   public:
     struct Request {
         QStringList destinations;  // empty: the ticked destinations of the settings
-        bool eject = false;
         bool image = false;
     };
 

@@ -1,9 +1,9 @@
 #include "ClipList.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
+#include "LocalPaths.h"
 #include "ProcessRunner.h"
 #include "QVAppleEvents.h"
 #include "QVFormat.h"
@@ -42,12 +42,7 @@ ClipList::ClipList(const SettingsStore& settings, ProcessRunner& processes, QStr
       toolPath_(toolPath.isEmpty() ? defaultToolPath() : std::move(toolPath)) {}
 
 QString ClipList::defaultToolPath() {
-    const QString folder =
-        QCoreApplication::instance()
-            ? QCoreApplication::applicationDirPath()
-            : QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath())
-                  .absolutePath();
-    return QDir(folder).filePath(QStringLiteral("QTTimecodeTool"));
+    return LocalPaths::helperProgram(QStringLiteral("QTTimecodeTool"));
 }
 
 QStringList ClipList::qtMoviesInFolder(const QString& folder) {

@@ -35,4 +35,7 @@ class LocalPaths {
     /// The drive a path lies on: the longest media root it begins with plus the next
     /// component; empty for other paths.
     QString mediaDriveForPath(const QString& path) const;
+    /// One of our helper programs (QTMetaTool, QTTimecodeTool), installed beside the running
+    /// executable.
+    static QString helperProgram(const QString& name);
 };

@@ -85,6 +85,26 @@ void Preferences::repairConcurrentThreads() {
     }
 }
 
+QStringList Preferences::ignoreVolumeNames(const QStringList& names) {
+    QStringList added;
+    store_.transaction([&] {
+        QStringList ignored = store_.object(SettingsKey::ignoredVolumes).toStringList();
+        for (const QString& name : names) {
+            if (ignored.contains(name))
+                continue;
+            ignored << name;
+            added << name;
+        }
+        if (added.isEmpty())
+            return;
+        PropertyList::Array list;
+        for (const QString& name : ignored)
+            list.push_back(PropertyList(name));
+        store_.setObject(SettingsKey::ignoredVolumes, PropertyList(list));
+    });
+    return added;
+}
+
 QString Preferences::projectTitle() const {
     const QString title = store_.string(SettingsKey::projectName);
     return title.isEmpty() ? kUntitledProject : title;
@@ -101,6 +121,10 @@ QStringList Preferences::addToHistory(const QString& key, const QString& text) {
     }
     store_.setObject(key, history);
     return history;
+}
+
+QString Preferences::globalFilePath() {
+    return QVLocalPaths::prefsDirectory(true) + QStringLiteral("/com.quorvant.global.plist");
 }
 
 QString Preferences::qcFilePath() {

@@ -48,6 +48,12 @@ inline constexpr const char* inlineVerification = "inlineVerification";
 // 1 (the default): each complete copy carries an ASC MHL history (ascmhl/) beside its manifest.
 inline constexpr const char* writeAscMhl = "writeAscMhl";
 inline constexpr const char* destinations = "destinations";  // obsolete, migrated
+// The switch of every optional step after a verified transfer, in the order the steps run; the
+// manifest has none, it is always written.
+inline constexpr const char* postActionSwitches[] = {
+    writeDoneFlag,      actionProjectMetadata, actionEmbedQTMetadata, actionShowFinder,
+    actionOpenQTPlayer, actionSendFCP,         actionArchive,         actionEject,
+    actionSound,        actionGrowl,           actionBounceDock};
 }  // namespace SettingsKey
 
 class Preferences {
@@ -77,6 +83,13 @@ class Preferences {
     /// Adds `text` to the front of the history under `key` (15 kept, no reordering of an
     /// entry already there) and returns the history; empty text changes nothing.
     QStringList addToHistory(const QString& key, const QString& text);
+
+    /// Adds the names missing from `ignoredVolumes` and stores the list at once; returns the
+    /// names that were added.
+    QStringList ignoreVolumeNames(const QStringList& names);
+
+    /// The switches shared by every program of ours ("growlDisabled").
+    static QString globalFilePath();
 
     /// The analytics consent switch in "com.quorvant.qc.plist".
     static QString qcFilePath();

@@ -1,9 +1,7 @@
 // Construction and shared state of AppController.
 #include "AppController.h"
 
-#include "DoneMarkerAction.h"
 #include "MainThread.h"
-#include "ManifestAction.h"
 #include "MountService.h"
 #include "Preferences.h"
 #include "QVVolume.h"
@@ -50,14 +48,6 @@ AppController::~AppController() {
     if (watchingMounts_)
         services_.mounts.stopWatching();
     lifetime_.reset();
-}
-
-// After the card's own steps, the order is what a crew expects: the card is marked done, then
-// every destination gets its manifest.
-void AppController::buildPostActions() {
-    postActions_.append(std::make_unique<DoneMarkerAction>(settings_, fileManager_));
-    postActions_.append(std::make_unique<ManifestAction>(
-        [this](QVVolume& volume) { writeChecksumFileForVolume(volume); }));
 }
 
 void AppController::onMainThread(std::function<void()> fn, bool wait) {

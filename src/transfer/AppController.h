@@ -148,7 +148,8 @@ class AppController {
     bool applicationShouldTerminate();
     /// Eject command: cards are unmounted and powered off, folder rows dropped.
     void eject();
-    void ejectVolume(QVVolume& volume);
+    /// Unmounts the card and powers it off; false (logged) when it stays.
+    bool ejectVolume(QVVolume& volume);
     /// Erase command: asks, then reformats each selected card as FAT on a thread of its own.
     void erase();
     void eraseVolume(const std::shared_ptr<QVVolume>& volume);
@@ -229,8 +230,10 @@ class AppController {
     void damagedCopy(const std::shared_ptr<QVVolume>& volume);
     /// The digest verification uses: the manifest's.
     DigestContext::Kind verificationKind() const;
-    /// The ordered steps after a verified transfer.
+    /// The ordered steps after a verified transfer (AppControllerPostActions.cpp).
     void buildPostActions();
+    /// Unmounts and powers off a card after its transfer; true when it went.
+    bool ejectAfterTransfer(QVVolume& volume);
 
     SettingsStore& settings_;
     AppView& view_;

@@ -187,19 +187,6 @@ bool AppController::applicationShouldTerminate() {
                 QStringLiteral("This will cancel any transfers.")}) == 1;
 }
 
-void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
-    try {
-        volume->setStatus(QVVolume::Finishing);
-        publish(volume);
-        postActions_.perform(volume);
-        volume->setStatus(QVVolume::Done);
-        publish(volume);
-    } catch (const std::exception& exception) {
-        QVException::logException(exception, "performPostActions:");
-    }
-    endTransfer(volume);
-}
-
 void AppController::eject() {
     std::vector<std::shared_ptr<QVVolume>> folders;
     for (const auto& volume : selectedVolumes()) {
@@ -213,10 +200,12 @@ void AppController::eject() {
     reloadVolumeList();
 }
 
-void AppController::ejectVolume(QVVolume& volume) {
+bool AppController::ejectVolume(QVVolume& volume) {
     QString error;
-    if (!services_.volumes.unmountAndEject(volume.path(), &error))
-        QVLog::appendLog(u"Unable to eject %@: %@", volume.path(), error);
+    if (services_.volumes.unmountAndEject(volume.path(), &error))
+        return true;
+    QVLog::appendLog(u"Unable to eject %@: %@", volume.path(), error);
+    return false;
 }
 
 void AppController::erase() {

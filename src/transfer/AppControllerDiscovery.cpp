@@ -202,19 +202,16 @@ void AppController::ignore() {
                         "launching when this volume is mounted.")});
     if (answer != 1)
         return;
-    QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
+    QStringList names;
+    for (const auto& volume : selected)
+        names << volume->name();
+    const QStringList added = Preferences(settings_).ignoreVolumeNames(names);
     std::vector<std::shared_ptr<QVVolume>> dropped;
     for (const auto& volume : selected) {
-        if (ignored.contains(volume->name()))
-            continue;
-        ignored << volume->name();
-        dropped.push_back(volume);
+        if (added.contains(volume->name()))
+            dropped.push_back(volume);
     }
     volumes_.remove(dropped);
-    PropertyList::Array names;
-    for (const QString& name : ignored)
-        names.push_back(PropertyList(name));
-    settings_.setObject(SettingsKey::ignoredVolumes, PropertyList(names));
     reloadVolumeList();
 }
 

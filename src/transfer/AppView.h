@@ -57,6 +57,12 @@ class AppView {
     }
     /// Shows the automatic-mode item as selected (on) or not.
     virtual void setAutomaticModeSelected(bool selected) { static_cast<void>(selected); }
+    /// A step after a verified transfer did something; `what` says it in a line ("Archive:
+    /// PATH").
+    virtual void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) {
+        static_cast<void>(volume);
+        static_cast<void>(what);
+    }
     /// Called once when a volume's transfer has ended for good: verified with its post actions
     /// done, failed, or stopped. Called on the thread that ended it.
     virtual void transferDidEnd(const std::shared_ptr<QVVolume>& volume) {

@@ -7,6 +7,7 @@
 
 #include "Clock.h"
 
+class Desktop;
 class DiskInformation;
 class FileLayer;
 class LocalPaths;
@@ -24,6 +25,7 @@ struct Services {
     ProcessRunner& processes;
     LocalPaths& paths;
     Notifier& notifier;
+    Desktop& desktop;
     WorkerThreads& threads;
     std::shared_ptr<const Clock> clock;
 };

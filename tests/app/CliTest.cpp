@@ -82,10 +82,22 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
         expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
     }
-    // MD5 unless told otherwise.
-    const CliRun md5 = cli({"offload", card, "--dest", dir.filePath("C")});
+    // MD5 unless told otherwise. Each step after the transfer that did something says so.
+    const CliRun md5 = cli({"offload", card, "--dest", dir.filePath("C"), "--archive", "zip"});
     ASSERT_EQ(md5.status, 0) << md5.output.toStdString();
-    expectManifestAgreesWith(destinationFolder(md5.output, 0), "/usr/bin/md5sum");
+    const QString copy = destinationFolder(md5.output, 0);
+    expectManifestAgreesWith(copy, "/usr/bin/md5sum");
+    const QString zip = copy + "/P2 'CARD' $(x) " + QFileInfo(copy).fileName() + " Archive.zip";
+    EXPECT_TRUE(QFileInfo(zip).size() > options.clipBytes) << md5.output.toStdString();
+    for (const QString& line :
+         {QString("P2 'CARD' $(x): Checksum manifest written to 1 destination"),
+          "P2 'CARD' $(x): Archive: " + zip, QString("Transfer Complete: P2 'CARD' $(x)")})
+        EXPECT_TRUE(md5.output.contains(line)) << line.toStdString() << md5.output.toStdString();
+    EXPECT_FALSE(md5.output.contains("Done marker")) << "a folder is never marked";
+    const CliRun bare = cli({"offload", card, "--dest", dir.filePath("D"), "--no-post-actions"});
+    ASSERT_EQ(bare.status, 0) << bare.output.toStdString();
+    EXPECT_FALSE(bare.output.contains("Transfer Complete")) << bare.output.toStdString();
+    EXPECT_EQ(cli({"offload", card, "--dest", dir.filePath("E"), "--archive", "tar"}).status, 2);
 
     // Later damage: a changed clip, a lost sidecar, a stray file.
     const QString folder = destinationFolder(run.output, 1);

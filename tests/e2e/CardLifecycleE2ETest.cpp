@@ -96,7 +96,9 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
             watching && raid->unmount() && raid->remount() &&
             output.waitFor("Not listed: " + raid->mountPoint(), 30) && ignored->remount() &&
             output.waitFor("Not listed: " + ignored->mountPoint(), 30) && card->remount();
-        const bool ejected = remounted && output.waitFor("EOS_DIGITAL: ejected", 60);
+        // The card is ejected after its transfer, before the verdict is printed.
+        const bool ejected = remounted && output.waitFor("EOS_DIGITAL: Ejected EOS_DIGITAL", 60) &&
+                             output.waitFor("EOS_DIGITAL: verified", 30);
         QThread::msleep(600);  // a repeated verdict would show by now
         watch.terminate();
         watch.waitUntilExit();

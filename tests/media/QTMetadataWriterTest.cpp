@@ -12,14 +12,14 @@
 #include "PosixProcessRunner.h"
 #include "QTMetadataWriter.h"
 #include "TestFiles.h"
+#include "TestMovies.h"
 
 namespace {
 
 class QTMetaToolTest : public testing::Test {
   protected:
     void SetUp() override {
-        if (!processes_.run("ffmpeg", {"-version"}).started ||
-            !processes_.run("ffprobe", {"-version"}).started)
+        if (!movies_)
             GTEST_SKIP() << "ffmpeg and ffprobe are needed to make and read test movies";
     }
     QString path(const QString& name) const { return dir_.filePath(name); }
@@ -27,21 +27,8 @@ class QTMetaToolTest : public testing::Test {
         return processes_.run("ffmpeg", QStringList{"-v", "error", "-y"} + arguments, 120)
                    .exitCode == 0;
     }
-    // The movie's media, stream by stream, as ffmpeg hashes it without decoding.
-    QByteArray payload(const QString& movie) {
-        return processes_
-            .run("ffmpeg",
-                 {"-v", "error", "-i", movie, "-map", "0", "-c", "copy", "-f", "md5", "-"}, 120)
-            .output;
-    }
-    QJsonObject tags(const QString& movie) {
-        const QByteArray json =
-            processes_
-                .run("ffprobe",
-                     {"-v", "error", "-show_entries", "format_tags", "-of", "json", movie}, 60)
-                .output;
-        return QJsonDocument::fromJson(json)["format"]["tags"].toObject();
-    }
+    QByteArray payload(const QString& movie) { return movies_->payloadDigest(movie); }
+    QJsonObject tags(const QString& movie) { return movies_->tags(movie); }
     int tool(const QString& movie, const QString& text) {
         return processes_
             .run(QCoreApplication::applicationDirPath() + "/QTMetaTool", {movie, text}, 10)
@@ -50,6 +37,7 @@ class QTMetaToolTest : public testing::Test {
 
     QTemporaryDir dir_;
     PosixProcessRunner processes_;
+    const std::optional<TestMovies> movies_ = TestMovies::create();
 };
 
 }  // namespace

@@ -11,27 +11,13 @@
 
 #include "FakeProcessRunner.h"
 #include "LogPlaces.h"
+#include "LogTail.h"
 #include "QVAppleEvents.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "TestFiles.h"
 
 namespace {
-
-// The log's size now, opening a log first when there is none.
-qint64 logSize() {
-    const QString path = QVLog::sharedController().currentLogPath();
-    if (!QFile::exists(path))
-        QVLog::createNewLog(LogPlaces::forCurrentUser(), QStringLiteral("media_tests"));
-    QVLog::finishWriting();
-    return QFileInfo(path).size();
-}
-
-QString logAfter(qint64 start) {
-    QVLog::finishWriting();
-    return QString::fromUtf8(
-        TestFiles::read(QVLog::sharedController().currentLogPath()).mid(start));
-}
 
 class Link {
   public:
@@ -109,11 +95,11 @@ TEST(QVAppleEvents, SendWritesBesideProjectAndHandsOver) {
 
     // A bare name is looked up on PATH; one that is nowhere is logged, the file still written.
     link.set(QVAppleEvents::editingApplicationKey, QStringLiteral("cardsweep-no-such-editor"));
-    const qint64 logStart = logSize();
+    const LogTail log;
     EXPECT_TRUE(link.events().sendXMLToFCP(xml, project, QStringLiteral("CARD 2")));
     EXPECT_EQ(link.launches().size(), 1u);
     EXPECT_TRUE(QFile::exists(link.folder() + QStringLiteral("/CARD 2 Clips.xml")));
-    EXPECT_TRUE(logAfter(logStart).contains(QStringLiteral("cardsweep-no-such-editor not found")));
+    EXPECT_TRUE(log.text().contains(QStringLiteral("cardsweep-no-such-editor not found")));
 
     // A project that is not there: the Documents folder.
     EXPECT_TRUE(link.events().sendXMLToFCP(xml, link.folder() + QStringLiteral("/gone.fcp"),
@@ -130,14 +116,14 @@ TEST(QVAppleEvents, QueriesAnswerNothing) {
     Link link;
     const QVAppleEvents& events = link.events();
     const QString project = link.folder() + QStringLiteral("/Show.fcp");
-    const qint64 logStart = logSize();
+    const LogTail log;
     EXPECT_FALSE(events.isFCPRunning() || events.listOfOpenFCPProjects() ||
                  events.getProjectXML(project) ||
                  events.getItemXML(QStringLiteral("item"), project, true) ||
                  events.getTOC(project, true) || events.sequencesInProject(project) ||
                  events.openItem(QStringLiteral("item"), project, true) ||
                  events.saveProject(project) || events.closeProject(project, true));
-    const QString text = logAfter(logStart);
+    const QString text = log.text();
     EXPECT_EQ(text.count(QStringLiteral("Error: Final Cut Pro is not running.")), 3);
     EXPECT_EQ(text.count(QStringLiteral("Unable to communicate with Final Cut Pro.")), 4);
 }

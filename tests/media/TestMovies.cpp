@@ -1,5 +1,7 @@
 #include "TestMovies.h"
 
+#include <QJsonDocument>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include "QVTaskEx.h"
@@ -38,4 +40,33 @@ qint64 TestMovies::countedFrames(const QString& path) const {
     bool ok = false;
     const qint64 frames = output.trimmed().toLongLong(&ok);
     return ok ? frames : -1;
+}
+
+namespace {
+
+// What the program prints on standard output, as bytes (the text may be UTF-8 whatever the
+// locale says).
+QByteArray outputOf(const QString& program, const QStringList& arguments) {
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments);
+    if (!process.waitForFinished(120000))
+        return {};
+    return process.readAllStandardOutput();
+}
+
+}  // namespace
+
+QByteArray TestMovies::payloadDigest(const QString& path) const {
+    return outputOf(ffmpeg_, QStringLiteral("-v error -i %1 -map 0 -c copy -f md5 -")
+                                 .split(u' ')
+                                 .replaceInStrings(QStringLiteral("%1"), path));
+}
+
+QJsonObject TestMovies::tags(const QString& path) const {
+    const QByteArray json = outputOf(
+        ffprobe_, QStringLiteral("-v error -show_entries format_tags -of json").split(u' ') +
+                      QStringList{path});
+    return QJsonDocument::fromJson(json)[QStringLiteral("format")][QStringLiteral("tags")]
+        .toObject();
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Tiny movies made with the ffmpeg command-line tool, and what ffprobe says of them.
 
+#include <QJsonObject>
 #include <QString>
 #include <QTemporaryDir>
 #include <memory>
@@ -18,6 +19,11 @@ class TestMovies {
 
     /// Frames of the first video stream counted by decoding them (ffprobe -count_frames).
     qint64 countedFrames(const QString& path) const;
+
+    /// The movie's media, stream by stream, as ffmpeg hashes it without decoding.
+    QByteArray payloadDigest(const QString& path) const;
+    /// The container's metadata tags as ffprobe reads them.
+    QJsonObject tags(const QString& path) const;
 
     QString folder() const { return dir_->path(); }
     QString file(const QString& name) const { return dir_->filePath(name); }

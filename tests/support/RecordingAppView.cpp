@@ -1,22 +1,7 @@
 #include "RecordingAppView.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QThread>
-
 #include "DetachedThreads.h"
 #include "QVVolume.h"
-
-bool waitUntil(const std::function<bool()>& condition) {
-    const QDeadlineTimer deadline(20000);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(1);
-    }
-    return true;
-}
 
 void drainWorkers() {
     waitUntil([] { return DetachedThreads::unfinished() == 0; });
@@ -42,6 +27,22 @@ void RecordingAppView::reloadVolumeList() {
 void RecordingAppView::setReloadHook(std::function<void()> hook) {
     const std::lock_guard lock(mutex_);
     reloadHook_ = std::move(hook);
+}
+
+void RecordingAppView::postActionDone(const std::shared_ptr<QVVolume>&, const QString& what) {
+    record("did: " + what);
+    std::function<void(const QString&)> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        hook = postActionHook_;
+    }
+    if (hook)
+        hook(what);
+}
+
+void RecordingAppView::setPostActionHook(std::function<void(const QString& what)> hook) {
+    const std::lock_guard lock(mutex_);
+    postActionHook_ = std::move(hook);
 }
 
 void RecordingAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {

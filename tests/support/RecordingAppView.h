@@ -13,9 +13,8 @@
 #include "AppView.h"
 #include "Notifier.h"
 #include "TransferStages.h"
+#include "WaitUntil.h"
 
-/// Runs the event loop until condition holds; false after 20 s.
-bool waitUntil(const std::function<bool()>& condition);
 /// Serves main-thread requests until every worker thread has returned, then joins them.
 void drainWorkers();
 
@@ -36,6 +35,8 @@ class RecordingAppView : public AppView {
     void setAutomaticModeSelected(bool on) override {
         record(on ? "automatic: on" : "automatic: off");
     }
+    /// Recorded as "did: WHAT", then handed to the post-action hook.
+    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
     /// Recorded as "ended: NAME: STATUS TEXT".
     void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
 
@@ -47,6 +48,8 @@ class RecordingAppView : public AppView {
     void setSheetAnswer(int answer) { sheetAnswer_ = answer; }
     /// Runs on every list reload, after it is recorded (a test's way in between two steps).
     void setReloadHook(std::function<void()> hook);
+    /// Runs as each post-action line is recorded, while that step's thread waits.
+    void setPostActionHook(std::function<void(const QString& what)> hook);
     ToolbarState toolbar() const;
 
   private:
@@ -57,6 +60,7 @@ class RecordingAppView : public AppView {
     std::atomic<int> sheetAnswer_ = 1;
     ToolbarState toolbar_;
     std::function<void()> reloadHook_;
+    std::function<void(const QString&)> postActionHook_;
 };
 
 class RecordingNotifier : public Notifier {

@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <map>
 
+#include "QtPrinters.h"
+
 class TestFiles {
   public:
     /// Writes bytes to path, making its folders, and returns the path (a test failure if it

@@ -24,7 +24,8 @@ void TestServices::useThisMachine() {
 }
 
 Services TestServices::bundle() {
-    return Services{*files,        *mounts, *volumes,  *disks,
-                    fakeProcesses, *paths,  notifier_, DetachedThreads::shared(),
+    return Services{*files,    *mounts,     *volumes,
+                    *disks,    *processes,  *paths,
+                    notifier_, fakeDesktop, DetachedThreads::shared(),
                     clock};
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Clock.h"
+#include "FakeDesktop.h"
 #include "FakeDiskInformation.h"
 #include "FakeLocalPaths.h"
 #include "FakeMountService.h"
@@ -37,12 +38,14 @@ class TestServices {
     FakeDiskInformation fakeDisks;
     FakeProcessRunner fakeProcesses;
     FakeLocalPaths fakePaths;
+    FakeDesktop fakeDesktop;
     std::shared_ptr<const Clock> clock = Clock::system();
     // Tests on real cards give the real ones.
     MountService* mounts = &fakeMounts;
     VolumeActions* volumes = &fakeVolumes;
     DiskInformation* disks = &fakeDisks;
     LocalPaths* paths = &fakePaths;
+    ProcessRunner* processes = &fakeProcesses;
 
   private:
     Notifier& notifier_;

@@ -1,0 +1,117 @@
+// What runs after a verified transfer, step by step and in this order: marker, manifest,
+// spreadsheet, then on the copy (movie metadata, refresh, reveal, player, editing application,
+// archive), then eject, sound, notification, "Done" and the attention request.
+#include "AppController.h"
+#include "ArchiveAction.h"
+#include "Desktop.h"
+#include "EditingHandOffAction.h"
+#include "EmbedMetadataAction.h"
+#include "LocalPaths.h"
+#include "Notifier.h"
+#include "PostActionRun.h"
+#include "Preferences.h"
+#include "QVException.h"
+#include "QVLog.h"
+#include "SettingsStore.h"
+#include "SpreadsheetAction.h"
+#include "SwitchedAction.h"
+
+namespace {
+
+QString plural(qsizetype count, const QString& noun) {
+    return QStringLiteral("%1 %2%3").arg(count).arg(noun, count == 1 ? QString() : u"s"_qs);
+}
+
+}  // namespace
+
+void AppController::buildPostActions() {
+    const auto step = [this](SwitchedAction::Step s) {
+        postActions_.append(std::make_unique<SwitchedAction>(settings_, std::move(s)));
+    };
+    step({u"writeDoneFlag"_qs, SettingsKey::writeDoneFlag, {}, false, [this](PostActionRun& run) {
+              // A folder the user added is not a card: it never carries the marker.
+              if (run.volume().isFolder())
+                  return;
+              const QString marker = run.volume().path() + u"/.cardsweep"_qs;
+              if (fileManager_.createEmptyFile(marker))
+                  run.report(u"Done marker: "_qs + marker);
+          }});
+    step({u"writeChecksumFileForVolume:"_qs, nullptr, u"Writing checksum file..."_qs, false,
+          [this](PostActionRun& run) {
+              writeChecksumFileForVolume(run.volume());
+              run.report(u"Checksum manifest written to "_qs +
+                         plural(run.volume().destinations().size(), u"destination"_qs));
+          }});
+    postActions_.append(std::make_unique<SpreadsheetAction>(settings_));
+    postActions_.append(std::make_unique<EmbedMetadataAction>(
+        settings_, services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
+    step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {
+              for (const QString& destination : run.volume().destinations())
+                  services_.desktop.noteFileSystemChanged(destination);
+          }});
+    step({u"showFinder"_qs, SettingsKey::actionShowFinder, u"Showing folder in Finder..."_qs, true,
+          [this](PostActionRun& run) {
+              if (services_.desktop.revealFolder(run.firstDestination()))
+                  run.report(u"Shown in the file manager: "_qs + run.firstDestination());
+          }});
+    step({u"openQTPlayer"_qs, SettingsKey::actionOpenQTPlayer,
+          u"Opening files in QuickTime Player..."_qs, true, [this](PostActionRun& run) {
+              const QStringList& movies = run.movies();
+              if (!movies.isEmpty() && services_.desktop.openFiles(movies))
+                  run.report(u"Opened "_qs + plural(movies.size(), u"movie"_qs));
+          }});
+    postActions_.append(std::make_unique<EditingHandOffAction>(
+        settings_, services_.processes, LocalPaths::helperProgram(u"QTTimecodeTool"_qs)));
+    postActions_.append(
+        std::make_unique<ArchiveAction>(settings_, fileManager_, services_.processes));
+    step({u"ejectVolume:"_qs, SettingsKey::actionEject, {}, false, [this](PostActionRun& run) {
+              QVLog::appendLog(u"Ejecting volume %@", run.volume().name());
+              if (ejectAfterTransfer(run.volume()))
+                  run.report(u"Ejected "_qs + run.volume().name());
+          }});
+    step({u"playSound"_qs, SettingsKey::actionSound, u"Playing sound..."_qs, false,
+          [this](PostActionRun& run) {
+              if (services_.desktop.playSound(u"complete"_qs))
+                  run.report(u"Played the completion sound"_qs);
+          }});
+    step({u"postGrowlNotification"_qs, SettingsKey::actionGrowl, u"Showing Growl alert..."_qs,
+          false, [this](PostActionRun& run) {
+              services_.notifier.postGrowlNotification(u"Transfer Complete"_qs, run.volume().name(),
+                                                       QString(), u"Transfer Complete"_qs);
+          }});
+    step({u"finish"_qs, nullptr, u"Finishing..."_qs, false, [this](PostActionRun& run) {
+              run.volume().setStatus(QVVolume::Done);
+              updates_.changed(run.volumePointer());
+              onMainThread([this] { reloadVolumeList(); }, true);
+              onMainThread([this] { updateToolbarForTableSelection(); }, true);
+              onMainThread([this] { refreshTotalRemainingSpace(); }, true);
+          }});
+    step({u"bounceDock"_qs, SettingsKey::actionBounceDock, {}, false, [this](PostActionRun&) {
+              services_.desktop.requestAttention();
+          }});
+}
+
+void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
+    try {
+        QVLog::appendLog(u"Performing post actions on volume %@", volume->path());
+        volume->setStatus(QVVolume::Finishing);
+        publish(volume, true);
+        PostActionRun run(volume, [this, volume](const QString& line) {
+            onMainThread([this, volume, line] { view_.postActionDone(volume, line); }, true);
+        });
+        postActions_.perform(run);
+    } catch (const std::exception& exception) {
+        QVException::logException(exception, "performPostActions:");
+    }
+    endTransfer(volume);
+}
+
+// A folder the user added lives on a drive that holds other things, maybe the system's own:
+// only a card is unmounted and powered off.
+bool AppController::ejectAfterTransfer(QVVolume& volume) {
+    if (volume.isFolder()) {
+        QVLog::appendLog(u"%@ is a folder, not a card: it is not ejected", volume.path());
+        return false;
+    }
+    return ejectVolume(volume);
+}

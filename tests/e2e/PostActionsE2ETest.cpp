@@ -1,0 +1,153 @@
+// Everything after a verified transfer of a real card, with every step on: the card is marked
+// and ejected, the copies carry manifests, the project its sheet, the movies their tags (with
+// the media untouched), the editing application its clip list, and the archive every file.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonObject>
+
+#include "AppController.h"
+#include "CardTest.h"
+#include "CardsweepVolumeChecker.h"
+#include "MetadataField.h"
+#include "MountTable.h"
+#include "PosixProcessRunner.h"
+#include "Preferences.h"
+#include "QVAppleEvents.h"
+#include "QVTaskEx.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
+#include "TestFiles.h"
+#include "TestMovies.h"
+#include "TestServices.h"
+
+namespace {
+
+// Files under root, relative and sorted, leaving out `except`.
+QStringList filesUnder(const QString& root, const QString& except) {
+    QStringList files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString relative = QDir(root).relativeFilePath(it.next());
+        if (relative != except)
+            files << relative;
+    }
+    files.sort();
+    return files;
+}
+
+// The files an image holds, as unsquashfs lists them.
+QStringList filesInImage(const QString& image, const QStringList& expected) {
+    const QString listing =
+        QVTaskEx::stringFromTask(LoopCard::findTool("unsquashfs"), {"-l", image});
+    QStringList found;
+    for (const QString& file : expected) {
+        if (listing.contains("squashfs-root/" + file + "\n"))
+            found << file;
+    }
+    return found;
+}
+
+}  // namespace
+
+class PostActionsE2E : public CardTest {};
+
+TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
+    auto movies = TestMovies::create();
+    if (!movies)
+        GTEST_SKIP() << "ffmpeg and ffprobe are needed to make the card's movie";
+    if (LoopCard::findTool("mksquashfs").isEmpty() || LoopCard::findTool("unsquashfs").isEmpty())
+        GTEST_SKIP() << "squashfs-tools is needed for the image archive";
+    auto card = mountCard("EOS_DIGITAL");
+    ASSERT_TRUE(card);
+    const QString original = movies->file("MVI_0001.MOV");
+    ASSERT_TRUE(movies->make(original, "25", "1"));
+    const QString onCard = card->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV";
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(onCard).path()));
+    ASSERT_TRUE(QFile::copy(original, onCard));
+    TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/IMG_0002.JPG", "still");
+
+    SettingsStore settings(workPath("settings.plist"));
+    Preferences(settings).registerAndMigrate();
+    for (const char* key : SettingsKey::postActionSwitches)
+        settings.setObject(key, PropertyList(qint64(1)));
+    settings.setObject(SettingsKey::actionArchiveType, PropertyList(qint64(0)));
+    // Day and Reel go into the movies under keys of their own.
+    auto fields = MetadataField::listFrom(settings.object(SettingsKey::metadata));
+    ASSERT_GE(fields.size(), 2u);
+    fields[0].qtMetadataKey = "com.cardsweep.day";
+    fields[1].qtMetadataKey = "com.cardsweep.reel";
+    settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+    const std::vector<DestinationEntry> destinations = {{1, workPath("dest one")},
+                                                        {1, workPath("dest two")}};
+    Preferences(settings).setDestinationList(destinations);
+
+    RecordingAppView view;
+    RecordingNotifier notifier;
+    TestServices services(notifier);
+    services.useThisMachine();
+    PosixProcessRunner processes;
+    services.processes = &processes;
+    AppController controller(settings, view, services.bundle());
+    controller.setDestinationList(destinations);
+    const int type =
+        CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), card->mountPoint());
+    const auto volume = QVVolume::volumeWithName("EOS_DIGITAL", card->mountPoint(), type, settings,
+                                                 Clock::system());
+    controller.setDataArray({volume});
+    // The marker is looked for while the card is still there: it goes at the end.
+    bool markerOnCard = false;
+    view.setPostActionHook([&](const QString& what) {
+        if (what.startsWith("Done marker: "))
+            markerOnCard = QFileInfo(card->mountPoint() + "/.cardsweep").isFile();
+    });
+    controller.addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return !view.events().filter("ended: ").isEmpty(); }));
+    drainWorkers();
+
+    EXPECT_EQ(view.events().filter("ended: "), QStringList{"ended: EOS_DIGITAL: Done"});
+    EXPECT_TRUE(markerOnCard);
+    EXPECT_FALSE(MountTable::entryForMountPoint(card->mountPoint())) << "the card is ejected";
+
+    const QStringList copies = volume->destinations();
+    ASSERT_EQ(copies.size(), 2);
+    for (const QString& copy : copies) {
+        EXPECT_TRUE(QFileInfo(copy + "/checksums.txt").isFile()) << copy.toStdString();
+        EXPECT_FALSE(QDir(copy + "/ascmhl").isEmpty()) << copy.toStdString();
+        const QString tagged = copy + "/DCIM/100EOS5D/MVI_0001.MOV";
+        const QJsonObject tags = movies->tags(tagged);
+        // The values the card was given when it was queued.
+        EXPECT_EQ(tags["com.cardsweep.day"].toString(),
+                  volume->metadata().at(fields[0].identifier()))
+            << tagged.toStdString();
+        EXPECT_EQ(tags["com.cardsweep.reel"].toString(),
+                  volume->metadata().at(fields[1].identifier()));
+        EXPECT_EQ(movies->payloadDigest(tagged), movies->payloadDigest(original));
+    }
+    for (const DestinationEntry& entry : destinations) {
+        const QString sheet = entry.path + "/Untitled Project/Untitled Project Metadata.csv";
+        EXPECT_TRUE(TestFiles::read(sheet).contains("EOS_DIGITAL")) << sheet.toStdString();
+    }
+    const QByteArray clips =
+        TestFiles::read(QVAppleEvents::clipsFilePath(QString(), volume->name()));
+    EXPECT_TRUE(clips.contains("<xmeml") && clips.contains("MVI_0001")) << clips.toStdString();
+
+    const QString first = copies[0];
+    const QString imageName = "EOS_DIGITAL " + QFileInfo(first).fileName() + " Archive.dmg";
+    const QStringList files = filesUnder(first, imageName);
+    EXPECT_TRUE(files.contains("DCIM/100EOS5D/MVI_0001.MOV")) << files.join(", ").toStdString();
+    EXPECT_EQ(filesInImage(first + "/" + imageName, files), files);
+    EXPECT_EQ(settings.object(SettingsKey::ignoredVolumes).toStringList(),
+              QStringList{QFileInfo(first).fileName()});
+
+    const QStringList requests = services.fakeDesktop.requests();
+    EXPECT_TRUE(requests.contains("reveal " + first));
+    EXPECT_TRUE(requests.contains("open " + first + "/DCIM/100EOS5D/MVI_0001.MOV"));
+    EXPECT_TRUE(requests.contains("sound complete"));
+    EXPECT_EQ(requests.last(), "attention");
+    EXPECT_EQ(notifier.posted(),
+              QStringList{"Transfer Complete | EOS_DIGITAL | Transfer Complete"});
+}
