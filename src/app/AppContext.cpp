@@ -1,5 +1,8 @@
 #include "AppContext.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
 #include "AppController.h"
 #include "DetachedThreads.h"
 #include "FileLayer.h"
@@ -47,6 +50,15 @@ QString AppContext::settingsProblem() const {
 Services AppContext::services(Notifier& notifier) {
     return Services{FileLayer::posix(), *mounts_,  *volumes_, *disks_,        *processes_, *paths_,
                     notifier,           *desktop_, *threads_, Clock::system()};
+}
+
+void AppContext::finishWork() {
+    // Stopped copies end quickly; their last words may still need the main loop.
+    const QDeadlineTimer deadline(60000);
+    while (threads_->unfinished() > 0 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    threads_->joinAll();
+    QCoreApplication::processEvents();
 }
 
 MountService& AppContext::mounts() {

@@ -42,6 +42,10 @@ class AppContext {
     QVGrowl& growl() { return *growl_; }
     LinuxDesktop& desktop() { return *desktop_; }
 
+    /// Waits for the workers (at most a minute) while the main loop serves their last requests,
+    /// then joins them. For the end of a program, after its transfers were stopped.
+    void finishWork();
+
     /// A controller over these services showing through view (which also notifies).
     std::unique_ptr<AppController> makeController(AppView& view, Notifier& notifier);
 

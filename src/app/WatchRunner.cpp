@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QSocketNotifier>
 #include <cstdio>
@@ -105,17 +104,8 @@ bool stopTransfers(AppController& controller) {
     const auto waiting = controller.dropWaitingVolumes();
     for (const auto& volume : waiting)
         say(QStringLiteral("%1: not transferred (stopped while waiting)").arg(volume->name()));
-    bool stopped = !waiting.empty();
-    for (const auto& volume : controller.dataArray()) {
-        const VolumeStatus status = volume->status();
-        if (status < QVVolume::Copying || status > QVVolume::Unmounting)
-            continue;
-        volume->setErrorString(QStringLiteral("stopped before it was verified"));
-        volume->setStatus(QVVolume::Cancelled);
-        controller.cancelVolume(*volume);
-        stopped = true;
-    }
-    return stopped;
+    const bool running = controller.stopRunningTransfers();
+    return running || !waiting.empty();
 }
 
 }  // namespace
@@ -173,12 +163,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     mounts.stopWatching();
     if (stopTransfers(controller))
         anyFailed = true;
-    // Stopped copies end quickly; their last words may still need the main loop.
-    const QDeadlineTimer deadline(60000);
-    while (app.threads().unfinished() > 0 && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    app.threads().joinAll();
-    QCoreApplication::processEvents();
+    app.finishWork();
     QVLog::appendLog(u"Watch stopped");
     return anyFailed ? 1 : 0;
 }

@@ -144,6 +144,9 @@ class AppController {
     /// The Transfer command on a busy selection: asks, then cancels (and with "Confirm &
     /// Remove" deletes the reserved destination folders).
     void cancelSelectedTransfers();
+    /// Shutting down: every running copy is cancelled and marked as stopped before it was
+    /// verified. True when there was any.
+    bool stopRunningTransfers();
     /// False when the user keeps the application open over running file operations.
     bool applicationShouldTerminate();
     /// Eject command: cards are unmounted and powered off, folder rows dropped.
@@ -186,6 +189,10 @@ class AppController {
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
     void reloadVolumeList();
+    /// An edit in the volume list: "colDestination" takes one destination path (empty: every
+    /// ticked one); a metadata column stores the value in the volume and as the field's new
+    /// default, so the next card starts from it.
+    void setVolumeListValue(int row, const QString& column, const QString& value);
 
   private:
     /// Deletes what a transfer wrote into a destination, never another transfer's copy in it.

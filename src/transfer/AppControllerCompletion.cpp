@@ -173,6 +173,20 @@ void AppController::cancelSelectedTransfers() {
     reloadVolumeList();
 }
 
+bool AppController::stopRunningTransfers() {
+    bool stopped = false;
+    for (const auto& volume : dataArray()) {
+        const VolumeStatus status = volume->status();
+        if (status < QVVolume::Copying || status > QVVolume::Unmounting)
+            continue;
+        volume->setErrorString(QStringLiteral("stopped before it was verified"));
+        volume->setStatus(QVVolume::Cancelled);
+        cancelVolume(*volume);
+        stopped = true;
+    }
+    return stopped;
+}
+
 bool AppController::applicationShouldTerminate() {
     const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
     const bool busy = std::any_of(volumes.begin(), volumes.end(), [](const auto& volume) {

@@ -9,7 +9,9 @@
 #include "AppController.h"
 #include "FileLayer.h"
 #include "LocalPaths.h"
+#include "MetadataField.h"
 #include "PathText.h"
+#include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "QVVolume.h"
@@ -59,4 +61,35 @@ void AppController::refreshTotalRemainingSpace() {
     }
     view_.setRemainingSpaceText(QStringLiteral("Total Remaining Space on Media Drives: %1")
                                     .arg(QVFileManager::formatFileSize(total)));
+}
+
+namespace {
+
+const QString kMetaPrefix = QStringLiteral("QVMeta");
+
+}  // namespace
+
+void AppController::setVolumeListValue(int row, const QString& column, const QString& value) {
+    const auto volumes = volumes_.atRows({row});
+    if (volumes.empty())
+        return;
+    const std::shared_ptr<QVVolume>& volume = volumes.front();
+    if (column == QStringLiteral("colDestination")) {
+        volume->setOutputs(value.isEmpty() ? std::nullopt
+                                           : std::optional<QStringList>(QStringList{value}));
+    } else if (column.startsWith(kMetaPrefix)) {
+        MetadataValues values = volume->metadata();
+        values[column] = value;
+        volume->setMetadata(values);
+        std::vector<MetadataField> fields =
+            MetadataField::listFrom(settings_.object(SettingsKey::metadata));
+        for (MetadataField& field : fields) {
+            if (field.identifier() == column)
+                field.defaultVal = value;
+        }
+        settings_.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+    } else {
+        return;
+    }
+    publish(volume);
 }

@@ -341,6 +341,7 @@ std::shared_ptr<const VolumeSnapshot> QVVolume::snapshot() {
     shot->maxProgress = progressBar_.maxValue;
     shot->indeterminate = progressBar_.indeterminate;
     shot->destinations = destinations_;
+    shot->outputs = outputs_;
     shot->isFolder = isFolder_;
     shot->metadata = metadata_;
     shot->failedFileCount = failedFiles_.size();

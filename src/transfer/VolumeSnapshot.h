@@ -37,6 +37,8 @@ struct VolumeSnapshot {
     /// "hh:mm:ss", "Calculating time", "Unknown" or empty, as the estimate has it.
     QString timeRemaining;
     QStringList destinations;
+    /// The one destination the user chose for this volume; none means every ticked one.
+    std::optional<QStringList> outputs;
     bool isFolder = false;
     MetadataValues metadata;
     std::size_t failedFileCount = 0;
