@@ -1,13 +1,15 @@
 // cardsweep: the desktop application.
 
 #include <QApplication>
-#include <QLabel>
-#include <QMainWindow>
 #include <cstdio>
 #include <cstring>
 
 #include "AppContext.h"
-#include "Preferences.h"
+#include "AppController.h"
+#include "LinuxDesktop.h"
+#include "MainWindow.h"
+#include "MountService.h"
+#include "QVGrowl.h"
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -18,15 +20,27 @@ int main(int argc, char** argv) {
     }
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Cardsweep"));
+    QApplication::setDesktopFileName(QStringLiteral("cardsweep"));
     AppContext context;
-    Preferences(context.settings()).repairConcurrentThreads();
 
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Cardsweep"));
-    QLabel placeholder(QStringLiteral("No cards mounted"));
-    window.setCentralWidget(&placeholder);
-    window.resize(640, 400);
+    MainWindow window(context.desktop());
+    // The request comes from a transfer's thread; the window is the main thread's.
+    context.desktop().setAttentionHandler([&window] {
+        QMetaObject::invokeMethod(&window, [&window] { QApplication::alert(&window); });
+    });
+    const std::unique_ptr<AppController> controller =
+        context.makeController(window, context.growl());
+    window.attach(*controller);
     window.show();
+    controller->startUp(QApplication::arguments());
+    controller->startWatchingMounts();
 
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    context.desktop().setAttentionHandler({});
+    // Quitting was confirmed: nothing more starts and what runs stops before the controller goes.
+    context.mounts().stopWatching();
+    controller->dropWaitingVolumes();
+    controller->stopRunningTransfers();
+    context.finishWork();
+    return status;
 }

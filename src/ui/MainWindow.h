@@ -1,0 +1,102 @@
+#pragma once
+// The main window a crew works in: the volume list, the toolbar, the project name and the
+// free space of the destinations, over the controller it shows (as its AppView). Sheets are
+// window-modal dialogs. Main thread only.
+
+#include <QMainWindow>
+#include <QPointer>
+#include <memory>
+
+#include "AppView.h"
+
+class AppController;
+class Desktop;
+class InfoPanel;
+class LauncherEntry;
+class QAction;
+class QComboBox;
+class QLabel;
+class QMimeData;
+class QTableView;
+class QTimer;
+class VolumeItemDelegate;
+class VolumeTableModel;
+
+class MainWindow : public QMainWindow, public AppView {
+    Q_OBJECT
+
+  public:
+    explicit MainWindow(Desktop& desktop, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    /// The controller this window shows and commands; set once, before it is shown.
+    void attach(AppController& controller);
+
+    // AppView
+    void reloadVolumeList() override;
+    int showSheet(const SheetRequest& sheet) override;
+    std::vector<int> selectedRows() const override;
+    void setToolbarState(const ToolbarState& state) override;
+    void setBadge(const QString& badge) override;
+    void setWindowTitle(const QString& title) override;
+    void setRemainingSpaceText(const QString& text) override;
+    void showInfo(const QString& title,
+                  const std::vector<std::pair<QString, QString>>& rows) override;
+    void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
+    void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) override;
+    void setAutomaticModeSelected(bool selected) override;
+    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
+
+    // For tests and the menus.
+    QTableView& table() { return *table_; }
+    VolumeTableModel& model() { return *model_; }
+    VolumeItemDelegate& delegate() { return *delegate_; }
+    QAction& transferAction() { return *transfer_; }
+    QAction& eraseAction() { return *erase_; }
+    QAction& ejectAction() { return *eject_; }
+    QAction& infoAction() { return *info_; }
+    QAction& ignoreAction() { return *ignore_; }
+    QAction& automaticAction() { return *automatic_; }
+    QLabel& remainingSpaceLabel() { return *space_; }
+    QComboBox& projectField() { return *project_; }
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+  private:
+    void buildActions();
+    void buildMenus();
+    void buildToolbar();
+    QWidget* buildCentre();
+    void sizeColumns();
+    void selectionChanged();
+    void cancelRow(int row);
+    void addFolders();
+    void revealSelected();
+    void revealTransferred();
+    void projectEdited();
+    void turnSpinners();
+    static QStringList foldersIn(const QMimeData& data);
+
+    Desktop& desktop_;
+    AppController* controller_ = nullptr;
+    VolumeTableModel* model_;       // owned by this window
+    VolumeItemDelegate* delegate_;  // owned by this window
+    QTableView* table_ = nullptr;   // owned by this window
+    QLabel* space_ = nullptr;       // owned by the status bar
+    QComboBox* project_ = nullptr;  // owned by this window
+    QTimer* spinner_ = nullptr;     // owned by this window
+    QAction* transfer_ = nullptr;
+    QAction* erase_ = nullptr;
+    QAction* info_ = nullptr;
+    QAction* eject_ = nullptr;
+    QAction* ignore_ = nullptr;
+    QAction* automatic_ = nullptr;
+    QAction* reveal_ = nullptr;
+    QAction* revealTransferred_ = nullptr;
+    QPointer<InfoPanel> infoPanel_;
+    std::unique_ptr<LauncherEntry> launcher_;
+    bool quitting_ = false;
+};

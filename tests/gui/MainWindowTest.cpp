@@ -1,0 +1,267 @@
+// The main window's widgets driven as a user would, over a real controller with fake services.
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <cstdio>
+
+#include "AppController.h"
+#include "FaultyFileLayer.h"
+#include "MainWindow.h"
+#include "MetadataField.h"
+#include "Preferences.h"
+#include "QVVolume.h"
+#include "RecordingAppView.h"
+#include "SettingsStore.h"
+#include "SheetAnswerer.h"
+#include "TestFiles.h"
+#include "TestServices.h"
+#include "VolumeItemDelegate.h"
+#include "VolumeTableModel.h"
+
+namespace {
+
+class MainWindowTest : public testing::Test {
+  protected:
+    MainWindowTest() : settings_(work_.filePath("settings.plist")) {
+        Preferences(settings_).registerAndMigrate();
+        settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
+        services_.files = &layer_;
+        window_ = std::make_unique<MainWindow>(services_.fakeDesktop);
+        controller_ = std::make_unique<AppController>(settings_, *window_, services_.bundle());
+        controller_->setDestinationList({{1, dest("one")}, {1, dest("two")}});
+        window_->attach(*controller_);
+        window_->show();
+        window_->activateWindow();
+        static_cast<void>(QTest::qWaitForWindowActive(window_.get()));  // keys go to its focus
+    }
+    void TearDown() override {
+        controller_->dropWaitingVolumes();
+        controller_->stopRunningTransfers();
+        drainWorkers();
+    }
+
+    QString dest(const QString& name) const { return work_.filePath("dest " + name); }
+    // A card of one clip; its reads are slowed so a transfer stays busy while the test looks.
+    std::shared_ptr<QVVolume> card(const QString& name, bool slow = false) {
+        const QString root = work_.filePath("cards/" + name);
+        TestFiles::write(root + "/CONTENTS/CLIP/" + name + "C001.MXF", QByteArray(3 << 20, 'c'));
+        if (slow)
+            layer_.slowReads(root + "/CONTENTS/CLIP/" + name + "C001.MXF", 400);
+        return QVVolume::volumeWithName(name, root, 0, settings_, services_.clock);
+    }
+    void list(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
+        controller_->setDataArray(volumes);
+        controller_->reloadVolumeList();
+    }
+    void select(const std::vector<int>& rows) {
+        QTableView& table = window_->table();
+        table.clearSelection();
+        for (const int row : rows)
+            table.selectionModel()->select(table.model()->index(row, 0),
+                                           QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+    QModelIndex cell(int row, const QString& column) const {
+        VolumeTableModel& model = window_->model();
+        return model.index(row, model.columnOf(column));
+    }
+
+    QTemporaryDir work_;
+    SettingsStore settings_;
+    FaultyFileLayer layer_;
+    RecordingNotifier notifier_;
+    TestServices services_{notifier_};
+    std::unique_ptr<MainWindow> window_;  // outlives the controller that shows through it
+    std::unique_ptr<AppController> controller_;
+};
+
+}  // namespace
+
+TEST_F(MainWindowTest, TheToolbarFollowsTheSelectedRowsAndTheSelectionSurvivesReloads) {
+    const auto idle = card("A001");
+    const auto cancelled = card("B001");
+    cancelled->setStatus(QVVolume::Cancelled);
+    list({idle, cancelled});
+    QAction& transfer = window_->transferAction();
+    EXPECT_FALSE(transfer.isEnabled()) << "nothing selected";
+    EXPECT_FALSE(window_->eraseAction().isEnabled());
+
+    select({0});
+    EXPECT_EQ(transfer.text(), "Transfer");
+    EXPECT_TRUE(transfer.isEnabled());
+    EXPECT_TRUE(window_->eraseAction().isEnabled());
+    EXPECT_TRUE(window_->ejectAction().isEnabled());
+    select({1});
+    EXPECT_EQ(transfer.text(), " Cancel ") << "a canceled volume counts as busy";
+    EXPECT_FALSE(window_->eraseAction().isEnabled());
+    EXPECT_TRUE(window_->infoAction().isEnabled());
+    select({});
+    EXPECT_FALSE(transfer.isEnabled());
+
+    // A card arriving at the top moves the rows; the same volume stays selected.
+    select({1});
+    list({card("C001"), idle, cancelled});
+    EXPECT_EQ(window_->selectedRows(), std::vector<int>{2});
+    EXPECT_EQ(window_->model().volumeAt(2)->name, "B001");
+    EXPECT_EQ(window_->model().data(cell(0, VolumeTableModel::colName), Qt::DisplayRole), "C001");
+    EXPECT_EQ(window_->model().data(cell(0, VolumeTableModel::colDestination), Qt::DisplayRole),
+              "All");
+    EXPECT_TRUE(window_->remainingSpaceLabel().text().startsWith(
+        "Total Remaining Space on Media Drives: "));
+}
+
+TEST_F(MainWindowTest, EditsInTheListReachTheVolumeAndTheSettings) {
+    const auto volume = card("A001");
+    list({volume});
+    QTableView& table = window_->table();
+
+    // The destination pop-up: "All", then each ticked destination.
+    table.edit(cell(0, VolumeTableModel::colDestination));
+    auto* popup = table.findChild<QComboBox*>();
+    ASSERT_NE(popup, nullptr);
+    ASSERT_EQ(popup->count(), 3);
+    EXPECT_EQ(popup->itemText(0), "All");
+    EXPECT_EQ(popup->itemText(2), "dest two");
+    popup->setCurrentIndex(2);
+    Q_EMIT popup->activated(2);
+    EXPECT_EQ(volume->outputs(), QStringList{dest("two")});
+    EXPECT_EQ(cell(0, VolumeTableModel::colDestination).data().toString(), "dest two");
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // the closed editor
+    table.edit(cell(0, VolumeTableModel::colDestination));
+    popup = table.findChild<QComboBox*>();
+    ASSERT_NE(popup, nullptr);
+    popup->setCurrentIndex(0);
+    Q_EMIT popup->activated(0);
+    EXPECT_FALSE(volume->outputs().has_value()) << "\"All\" clears the choice";
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+
+    // A metadata cell: the value goes into the volume and becomes the field's default.
+    const QModelIndex reel = cell(0, "QVMetaReel");
+    ASSERT_TRUE(reel.isValid());
+    table.edit(reel);
+    auto* editor = table.findChild<QLineEdit*>();
+    ASSERT_NE(editor, nullptr);
+    editor->setFocus();
+    editor->selectAll();
+    QTest::keyClicks(editor, "17");
+    // The card's progress goes on while the user types: the typing is kept.
+    window_->volumesChanged({volume->snapshot()});
+    controller_->reloadVolumeList();
+    EXPECT_EQ(editor->text(), "17");
+    QTest::keyClick(editor, Qt::Key_Return);
+    QCoreApplication::processEvents();  // the delegate commits on its next turn
+    EXPECT_EQ(volume->metadata().at("QVMetaReel"), "17");
+    EXPECT_EQ(reel.data().toString(), "17");
+    for (const MetadataField& field :
+         MetadataField::listFrom(settings_.object(SettingsKey::metadata))) {
+        if (field.title == "Reel") {
+            EXPECT_EQ(field.defaultVal, "17");
+        }
+    }
+
+    // The project name and its history.
+    QComboBox& project = window_->projectField();
+    project.setFocus();
+    project.lineEdit()->setText("Night Shoot");
+    QTest::keyClick(project.lineEdit(), Qt::Key_Return);
+    EXPECT_EQ(settings_.string(SettingsKey::projectName), "Night Shoot");
+    EXPECT_TRUE(
+        settings_.object(SettingsKey::recentProjects).toStringList().contains("Night Shoot"));
+}
+
+TEST_F(MainWindowTest, TheCancelBadgeCancelsOnlyItsRow) {
+    const auto first = card("A001", true);
+    const auto second = card("B001", true);
+    list({first, second});
+    controller_->addVolumeToQueue(first);
+    controller_->addVolumeToQueue(second);
+    ASSERT_TRUE(waitUntil([&] {
+        return first->status() == QVVolume::Copying && second->status() == QVVolume::Copying;
+    }));
+    ASSERT_TRUE(waitUntil([&] {
+        return window_->model()
+            .data(cell(1, VolumeTableModel::colCancel), VolumeTableModel::BusyRole)
+            .toBool();
+    }));
+    SheetAnswerer answerer;
+    answerer.answerWith("Confirm");
+    QTableView& table = window_->table();
+    const QPoint badge = table.visualRect(cell(1, VolumeTableModel::colCancel)).center();
+    QTest::mouseClick(table.viewport(), Qt::LeftButton, {}, badge);
+    ASSERT_TRUE(waitUntil([&] { return !answerer.seen().isEmpty(); }));
+    EXPECT_EQ(answerer.seen().constFirst(),
+              "Are you sure you wish to abort this transfer? | Confirm, Cancel, Confirm & Remove");
+    EXPECT_EQ(second->status(), QVVolume::Cancelled);
+    EXPECT_EQ(first->status(), QVVolume::Copying);
+}
+
+TEST_F(MainWindowTest, QuittingAsksOnlyWhileAVolumeCopiesVerifiesOrFormats) {
+    const auto volume = card("A001");
+    list({volume});
+    SheetAnswerer answerer;
+    for (const VolumeStatus status :
+         {QVVolume::Unrecognised, QVVolume::Failed, QVVolume::Idle, QVVolume::Copying,
+          QVVolume::Verifying, QVVolume::Formatting, QVVolume::Unmounting, QVVolume::Done,
+          QVVolume::Cancelled, QVVolume::Finishing}) {
+        volume->setStatus(status);
+        const bool asks = status >= QVVolume::Copying && status <= QVVolume::Formatting;
+        const qsizetype before = answerer.seen().size();
+        if (asks)
+            answerer.answerWith("Cancel");
+        window_->show();
+        EXPECT_EQ(window_->close(), !asks) << int(status);
+        EXPECT_EQ(answerer.seen().size() - before, asks ? 1 : 0) << int(status);
+    }
+    EXPECT_EQ(answerer.seen().constFirst(),
+              "File operations are in progress. Are you sure you wish to quit? | Quit, Cancel");
+    volume->setStatus(QVVolume::Copying);
+    answerer.answerWith("Quit");
+    window_->show();
+    EXPECT_TRUE(window_->close());
+    volume->setStatus(QVVolume::Idle);
+}
+
+// Not a pass/fail check: prints how late the event loop answers while 200 volume updates a
+// second (and a list reload every fourth) reach the window.
+TEST_F(MainWindowTest, MeasuresTheEventLoopUnderTwoHundredUpdatesASecond) {
+    std::vector<std::shared_ptr<QVVolume>> volumes;
+    for (int i = 0; i < 8; ++i)
+        volumes.push_back(card(QString("C%1").arg(i, 3, 10, QChar('0'))));
+    list(volumes);
+    for (const auto& volume : volumes)
+        volume->setStatus(QVVolume::Copying);
+    int sent = 0;
+    QTimer updates;
+    updates.setTimerType(Qt::PreciseTimer);
+    updates.setInterval(5);
+    QObject::connect(&updates, &QTimer::timeout, [&] {
+        const auto& volume = volumes[std::size_t(sent % 8)];
+        volume->setProgressValue(double(sent % 100));
+        window_->volumesChanged({volume->snapshot()});
+        if (sent % 4 == 0)
+            window_->reloadVolumeList();
+        ++sent;
+    });
+    qint64 worstMs = 0;
+    QElapsedTimer since;
+    QTimer probe;
+    probe.setTimerType(Qt::PreciseTimer);
+    probe.setInterval(10);
+    QObject::connect(&probe, &QTimer::timeout,
+                     [&] { worstMs = std::max(worstMs, since.restart() - 10); });
+    since.start();
+    updates.start();
+    probe.start();
+    waitUntil([&] { return sent >= 400; });
+    std::printf("event loop: %d updates in 2 s; worst late answer %lld ms\n", sent,
+                static_cast<long long>(worstMs));
+    RecordProperty("worst_late_ms", int(worstMs));
+    for (const auto& volume : volumes)
+        volume->setStatus(QVVolume::Idle);
+}
