@@ -7,6 +7,7 @@
 #include "AppContext.h"
 #include "AppController.h"
 #include "LinuxDesktop.h"
+#include "ListTrace.h"
 #include "MainWindow.h"
 #include "MountService.h"
 #include "QVGrowl.h"
@@ -31,6 +32,10 @@ int main(int argc, char** argv) {
     const std::unique_ptr<AppController> controller =
         context.makeController(window, context.growl());
     window.attach(*controller);
+    // CARDSWEEP_LIST_TRACE=FILE: what the list shows, line by line, for tests and support.
+    std::unique_ptr<ListTrace> trace;
+    if (const QString path = qEnvironmentVariable("CARDSWEEP_LIST_TRACE"); !path.isEmpty())
+        trace = std::make_unique<ListTrace>(window.model(), path);
     window.show();
     controller->startUp(QApplication::arguments());
     controller->startWatchingMounts();

@@ -1,7 +1,9 @@
 #include "VolumeTableModel.h"
 
+#include <QApplication>
 #include <QFileInfo>
 #include <QIcon>
+#include <QStyle>
 
 #include "AppController.h"
 #include "Preferences.h"
@@ -17,10 +19,13 @@ QString lastComponent(const QString& path) {
 }
 
 QIcon volumeIcon(const VolumeSnapshot& volume) {
+    // Desktops without an icon theme still get the style's own drive and folder.
+    const QStyle* style = QApplication::style();
     if (volume.isFolder)
-        return QIcon::fromTheme(QStringLiteral("folder"));
+        return QIcon::fromTheme(QStringLiteral("folder"), style->standardIcon(QStyle::SP_DirIcon));
     return QIcon::fromTheme(QStringLiteral("media-flash"),
-                            QIcon::fromTheme(QStringLiteral("drive-removable-media")));
+                            QIcon::fromTheme(QStringLiteral("drive-removable-media"),
+                                             style->standardIcon(QStyle::SP_DriveHDIcon)));
 }
 
 }  // namespace

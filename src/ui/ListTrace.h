@@ -1,0 +1,22 @@
+#pragma once
+// Writes every change of what the volume list shows (name, card type, status) as a line to a
+// file, so end-to-end runs and support can follow the window without looking at it. Main
+// thread only.
+
+#include <QFile>
+#include <QObject>
+#include <map>
+
+class VolumeTableModel;
+
+class ListTrace : public QObject {
+  public:
+    ListTrace(VolumeTableModel& model, const QString& path);
+
+  private:
+    void record();
+
+    VolumeTableModel& model_;
+    QFile file_;
+    std::map<QString, QString> shown_;  // by volume path, the last line written
+};

@@ -1,0 +1,32 @@
+# Installs the build into a scratch prefix and checks that a desktop finds everything there:
+# the programs side by side, a valid desktop entry, and the icon in every size.
+#   cmake -DBUILD_DIR=... -DPREFIX=... -P CheckInstall.cmake
+file(REMOVE_RECURSE "${PREFIX}")
+execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${PREFIX}"
+  RESULT_VARIABLE status OUTPUT_QUIET)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "cmake --install failed: ${status}")
+endif()
+set(expected
+  bin/cardsweep bin/cardsweep-cli bin/QTMetaTool bin/QTTimecodeTool
+  share/applications/cardsweep.desktop
+  share/icons/hicolor/scalable/apps/cardsweep.svg)
+foreach(size 16 24 32 48 64 128 256)
+  list(APPEND expected share/icons/hicolor/${size}x${size}/apps/cardsweep.png)
+endforeach()
+foreach(file IN LISTS expected)
+  if(NOT EXISTS "${PREFIX}/${file}")
+    message(FATAL_ERROR "not installed: ${file}")
+  endif()
+endforeach()
+find_program(VALIDATE desktop-file-validate)
+if(VALIDATE)
+  execute_process(COMMAND "${VALIDATE}" "${PREFIX}/share/applications/cardsweep.desktop"
+    RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "the desktop entry is not valid: ${output}")
+  endif()
+else()
+  message(STATUS "desktop-file-validate is not installed; the entry's syntax was not checked")
+endif()
+file(REMOVE_RECURSE "${PREFIX}")
