@@ -28,6 +28,7 @@
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "VerificationFailureWindow.h"
 #include "VolumeItemDelegate.h"
 #include "VolumeTableModel.h"
 
@@ -48,6 +49,7 @@ MainWindow::MainWindow(Desktop& desktop, QWidget* parent)
       desktop_(desktop),
       model_(new VolumeTableModel(this)),
       delegate_(new VolumeItemDelegate(*model_, this)),
+      failureReview_(new VerificationFailureWindow(this)),
       launcher_(std::make_unique<LauncherEntry>()) {
     QMainWindow::setWindowTitle(kAppTitle);
     setWindowIcon(QIcon::fromTheme(QStringLiteral("cardsweep")));
@@ -219,6 +221,7 @@ void MainWindow::sizeColumns() {
 void MainWindow::attach(AppController& controller) {
     controller_ = &controller;
     model_->setController(&controller);
+    failureReview_->setController(&controller);
     sizeColumns();
     SettingsStore& settings = controller.settings();
     project_->addItems(settings.object(SettingsKey::recentProjects).toStringList());
@@ -325,15 +328,7 @@ void MainWindow::showInfo(const QString& title,
 }
 
 void MainWindow::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
-    auto* box =
-        new QMessageBox(QMessageBox::Critical, kAppTitle,
-                        QStringLiteral("Files on %1 failed verification.").arg(volume->name()),
-                        QMessageBox::Ok, this);
-    box->setInformativeText(QStringLiteral("%1 copied file(s) do not match the card. Keep the card "
-                                           "until it has been transferred again.")
-                                .arg(volume->failedFiles().size()));
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->open();
+    failureReview_->showVerificationFailureForVolume(volume);
 }
 
 void MainWindow::setAutomaticModeSelected(bool selected) {

@@ -19,6 +19,7 @@ class QLabel;
 class QMimeData;
 class QTableView;
 class QTimer;
+class VerificationFailureWindow;
 class VolumeItemDelegate;
 class VolumeTableModel;
 
@@ -59,6 +60,7 @@ class MainWindow : public QMainWindow, public AppView {
     QAction& automaticAction() { return *automatic_; }
     QLabel& remainingSpaceLabel() { return *space_; }
     QComboBox& projectField() { return *project_; }
+    VerificationFailureWindow& failureReview() { return *failureReview_; }
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -97,6 +99,7 @@ class MainWindow : public QMainWindow, public AppView {
     QAction* reveal_ = nullptr;
     QAction* revealTransferred_ = nullptr;
     QPointer<InfoPanel> infoPanel_;
+    VerificationFailureWindow* failureReview_;  // owned by this window; one for the application
     std::unique_ptr<LauncherEntry> launcher_;
     bool quitting_ = false;
 };

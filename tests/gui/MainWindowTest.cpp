@@ -5,13 +5,16 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <cstdio>
 
 #include "AppController.h"
+#include "CopyInfo.h"
 #include "FaultyFileLayer.h"
 #include "MainWindow.h"
 #include "MetadataField.h"
@@ -22,6 +25,7 @@
 #include "SheetAnswerer.h"
 #include "TestFiles.h"
 #include "TestServices.h"
+#include "VerificationFailureWindow.h"
 #include "VolumeItemDelegate.h"
 #include "VolumeTableModel.h"
 
@@ -225,6 +229,51 @@ TEST_F(MainWindowTest, QuittingAsksOnlyWhileAVolumeCopiesVerifiesOrFormats) {
     window_->show();
     EXPECT_TRUE(window_->close());
     volume->setStatus(QVVolume::Idle);
+}
+
+TEST_F(MainWindowTest, TheFailureReviewListsEachFailedFileAndRestartQueuesTheVolumeAgain) {
+    const auto volume = card("A001");
+    list({volume});
+    for (int i = 1; i <= 3; ++i) {
+        auto file = std::make_shared<CopyInfo>();
+        file->failedFile = dest("one") + QString("/Untitled Project/A001/CLIP%1.MXF").arg(i);
+        file->sourceChecksum = QString("c0ffee%1").arg(i);
+        file->destChecksum = QString("badbad%1").arg(i);
+        volume->addFailedFile(file);
+    }
+    volume->setStatus(QVVolume::Failed);
+    window_->showVerificationFailureForVolume(volume);
+    VerificationFailureWindow& review = window_->failureReview();
+    EXPECT_TRUE(review.isVisible());
+    EXPECT_EQ(review.label().text(),
+              "Verification failed on the volume A001. The failed files are listed below.");
+    QTableWidget& table = review.table();
+    ASSERT_EQ(table.rowCount(), 3);
+    EXPECT_EQ(table.item(2, 0)->text(), dest("one") + "/Untitled Project/A001/CLIP3.MXF");
+    EXPECT_EQ(table.item(2, 1)->text(), "c0ffee3");
+    EXPECT_EQ(table.item(2, 2)->text(), "badbad3");
+
+    QPushButton* restart = nullptr;
+    for (QPushButton* button : review.findChildren<QPushButton*>()) {
+        if (button->text() == "Restart Transfer")
+            restart = button;
+    }
+    ASSERT_NE(restart, nullptr);
+    SheetAnswerer answerer;
+    answerer.answerWith("Cancel");
+    restart->click();
+    EXPECT_EQ(volume->status(), QVVolume::Failed) << "Cancel changes nothing";
+    EXPECT_TRUE(controller_->waitingObjects().empty());
+    EXPECT_TRUE(review.isVisible());
+    answerer.answerWith("Restart Transfer");
+    restart->click();
+    EXPECT_FALSE(review.isVisible());
+    EXPECT_EQ(answerer.seen(),
+              QStringList(2,
+                          "Are you sure you wish to restart the transfer? | Restart Transfer, "
+                          "Cancel"));
+    EXPECT_TRUE(waitUntil([&] { return volume->status() != QVVolume::Failed; }))
+        << "the volume is transferred again";
 }
 
 // Not a pass/fail check: prints how late the event loop answers while 200 volume updates a
