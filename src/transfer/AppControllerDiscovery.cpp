@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
@@ -72,10 +73,34 @@ void AppController::startUp(const QStringList& arguments) {
 void AppController::populateVolumes() {
     const std::lock_guard lock(populateMutex_);
     const std::vector<MountEntry> media = services_.mounts.removableVolumes();
+    // A card already listed keeps its record (one mounted while the program starts may be
+    // queued by now), and so does any volume being transferred: a new record in its place
+    // would hide a transfer that goes on. Folders the user added are dropped.
+    std::vector<std::shared_ptr<QVVolume>> before = dataArray();
+    const auto take = [&before](const QString& path) -> std::shared_ptr<QVVolume> {
+        const auto found = std::find_if(before.begin(), before.end(), [&](const auto& volume) {
+            return !volume->isFolder() && volume->path() == path;
+        });
+        if (found == before.end())
+            return nullptr;
+        std::shared_ptr<QVVolume> volume = *found;
+        before.erase(found);
+        return volume;
+    };
     setDataArray({});
     onMainThread([this] { reloadVolumeList(); }, true);
-    for (const MountEntry& entry : media)
-        addVolumeLocationToList(entry.mountPoint);
+    for (const MountEntry& entry : media) {
+        if (const auto listed = take(entry.mountPoint))
+            volumes_.add(listed);
+        else
+            addVolumeLocationToList(entry.mountPoint);
+    }
+    for (const auto& volume : before) {
+        const VolumeStatus status = volume->status();
+        if (status >= QVVolume::Copying && status != QVVolume::Done &&
+            status != QVVolume::Cancelled)
+            volumes_.add(volume);
+    }
     onMainThread([this] { reloadVolumeList(); }, true);
 }
 

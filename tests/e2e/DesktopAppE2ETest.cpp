@@ -81,8 +81,12 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
     VirtualDisplay x;
     if (x.display().isEmpty())
         GTEST_SKIP() << "no virtual X display (Xvfb is not installed or did not start)";
+    // A card already in at start-up is listed, not transferred; once it shows, the start-up
+    // listing is done and a card mounted next is the program's to take.
+    const auto present = mountCard("PRESENT");
     const auto card = mountCard("EOS_DIGITAL");
-    ASSERT_TRUE(card);
+    ASSERT_TRUE(present && card);
+    TestFiles::write(present->mountPoint() + "/DCIM/100EOS5D/MVI_0009.MOV", "left alone");
     const QByteArray clip = TestFiles::randomBytes(48 * 1024 * 1024 + 5, 21);
     TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", clip);
     TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/IMG_0002.JPG", "still");
@@ -109,7 +113,8 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
     app.start(CARDSWEEP_GUI_PATH, QStringList{});
     ASSERT_TRUE(app.waitForStarted());
     const bool shown = waitForLine(trace, "list shown", 60);
-    const bool listed = shown && card->remount() && waitForLine(trace, "EOS_DIGITAL\tEOSHD\t", 60);
+    const bool listed = shown && waitForLine(trace, "PRESENT\tEOSHD\tWaiting", 60) &&
+                        card->remount() && waitForLine(trace, "EOS_DIGITAL\tEOSHD\t", 60);
     if (listed && waitForLine(trace, "\tCopying", 30)) {
         QThread::msleep(250);  // some way into the copy
         screenshot(x.display());
@@ -122,6 +127,7 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
                       << lines.toStdString() << "output:\n"
                       << app.readAll().toStdString();
     EXPECT_FALSE(lines.contains("Failed")) << lines.toStdString();
+    EXPECT_FALSE(lines.contains("PRESENT\tEOSHD\tCopying")) << lines.toStdString();
 
     for (const QString& destination : {workPath("Shuttle A"), workPath("Shuttle B")}) {
         const QStringList copies = filesNamed(destination, "MVI_0001.MOV");

@@ -258,4 +258,19 @@ TEST_F(ControllerServicesTest, DiscoveryListsTheRemovableMountsOfTheTable) {
     for (const auto& volume : controller_->dataArray())
         listed << volume->name() + ":" + volume->typeName();
     EXPECT_EQ(listed, QStringList({"EOS:EOSHD", "USB:Unknown"}));
+
+    // Listing again (start-up racing a mount, or ignored volumes reset) keeps the records of
+    // cards still there and of anything being transferred; added folders go.
+    const auto eos = controller_->dataArray().front();
+    eos->setStatus(QVVolume::Copying);
+    const auto folder = controller_->addVolumeLocationToList(workPath("media/DATA"), true);
+    const auto verifying = listCard("GONE");
+    verifying->setStatus(QVVolume::Verifying);
+    controller_->setDataArray({eos, folder, verifying});
+    controller_->populateVolumes();
+    const auto relisted = controller_->dataArray();
+    ASSERT_EQ(relisted.size(), 3u);
+    EXPECT_EQ(relisted[0], eos) << "the same record, its transfer still in view";
+    EXPECT_EQ(relisted[1]->name(), "USB");
+    EXPECT_EQ(relisted[2], verifying);
 }
