@@ -15,6 +15,7 @@
 #include "DigestContext.h"
 #include "FileLayer.h"
 #include "HistoryVerifier.h"
+#include "ManifestComparison.h"
 #include "ManifestVerifier.h"
 #include "OffloadRunner.h"
 #include "PathText.h"
@@ -36,6 +37,37 @@ QStringList toStrings(const std::vector<std::string>& values) {
     for (const std::string& value : values)
         strings << QString::fromStdString(value);
     return strings;
+}
+
+// The first folder's checksums.txt against each other's: 0 when every copy lists the same
+// files with the same checksums, 1 on a difference, 2 when a folder has no manifest.
+int compareFolders(const QStringList& folders) {
+    if (folders.size() < 2) {
+        std::fprintf(stderr, "cardsweep-cli: compare needs two folders or more\n");
+        return 2;
+    }
+    const ManifestComparison::Result result =
+        ManifestComparison::compare(folders, FileLayer::posix());
+    for (const QString& folder : result.withoutManifest)
+        std::fprintf(stderr, "cardsweep-cli: %s: no checksums.txt to compare\n",
+                     qPrintable(folder));
+    if (!result.withoutManifest.isEmpty())
+        return 2;
+    const QString& first = folders.constFirst();
+    for (const auto& difference : result.differences) {
+        const QByteArray name = difference.file.toUtf8();
+        if (difference.sourceChecksum.isEmpty())
+            std::printf("only in %s: %s\n", qPrintable(difference.folder), name.constData());
+        else if (difference.checksum.isEmpty())
+            std::printf("missing from %s: %s\n", qPrintable(difference.folder), name.constData());
+        else
+            std::printf("differs: %s: %s in %s, %s in %s\n", name.constData(),
+                        qPrintable(difference.sourceChecksum), qPrintable(first),
+                        qPrintable(difference.checksum), qPrintable(difference.folder));
+    }
+    std::printf("%d files compared across %lld folders: %s\n", result.files,
+                static_cast<long long>(folders.size()), result.same() ? "the same" : "DIFFERENT");
+    return result.same() ? 0 : 1;
 }
 
 // The ASC MHL history when the folder has one (whole paths), else its checksums.txt.
@@ -208,6 +240,11 @@ int main(int argc, char** argv) {
         ->required();
     bool seal = false;
     verify->add_flag("--seal", seal, "Record the check as a new generation of the history");
+    CLI::App* compare = cli.add_subcommand(
+        "compare", "Compare the checksums.txt of several copies of a card, file by file");
+    std::vector<std::string> compareFolderPaths;
+    compare->add_option("FOLDER", compareFolderPaths, "Transferred folders (two or more)")
+        ->required();
     CLI::App* report = cli.add_subcommand(
         "report", "Write an earlier transfer's report again, from its copy's ASC MHL history");
     std::string reportFolder;
@@ -258,6 +295,8 @@ int main(int argc, char** argv) {
         status = OffloadRunner::run(context, context.settings(), request);
     } else if (verify->parsed()) {
         status = verifyFolder(QString::fromStdString(verifyFolderPath), seal);
+    } else if (compare->parsed()) {
+        status = compareFolders(toStrings(compareFolderPaths));
     } else if (report->parsed()) {
         status =
             writeReport(QString::fromStdString(reportFolder), QString::fromStdString(reportOutput));

@@ -156,6 +156,18 @@ QByteArray ChecksumManifest::find(FileLayer& layer, const QByteArray& folder) {
     return candidate(index);
 }
 
+std::optional<QByteArray> ChecksumManifest::read(FileLayer& layer, const QByteArray& folder) {
+    const int fd = layer.openRead(folder + '/' + find(layer, folder));
+    if (fd < 0)
+        return std::nullopt;
+    QByteArray text;
+    std::vector<char> buffer(1 << 16);
+    for (ssize_t n = 0; (n = layer.read(fd, buffer.data(), buffer.size(), text.size())) > 0;)
+        text.append(buffer.data(), n);
+    layer.close(fd);
+    return text;
+}
+
 bool ChecksumManifest::isReservationNumber(const QByteArray& name) {
     static const QRegularExpression number(QStringLiteral("^[0-9]{4,}(\\.dmg)?$"));
     return number.match(QString::fromLatin1(name)).hasMatch();

@@ -39,6 +39,9 @@ class ChecksumManifest {
     /// The manifest a check should read in a folder: the alternate name when present.
     static QByteArray find(FileLayer& layer, const QByteArray& folder);
 
+    /// The text of the manifest a check should read in the folder; nullopt when there is none.
+    static std::optional<QByteArray> read(FileLayer& layer, const QByteArray& folder);
+
     /// A name reservation gives a later copy inside an existing folder: "0001", "0002.dmg".
     static bool isReservationNumber(const QByteArray& name);
     /// An entry at the top of a destination folder that is a later transfer's copy placed inside

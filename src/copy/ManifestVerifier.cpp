@@ -87,14 +87,10 @@ ManifestVerifier::Report ManifestVerifier::verify(const QString& folderText, Fil
     Report report;
     const QByteArray folder = PathText::bytes(folderText);
     const QByteArray manifestName = ChecksumManifest::find(layer, folder);
-    const int fd = layer.openRead(folder + '/' + manifestName);
-    if (fd < 0)
+    const std::optional<QByteArray> manifest = ChecksumManifest::read(layer, folder);
+    if (!manifest)
         return report;
-    QByteArray text;
-    std::vector<char> buffer(1 << 16);
-    for (ssize_t n = 0; (n = layer.read(fd, buffer.data(), buffer.size(), text.size())) > 0;)
-        text.append(buffer.data(), n);
-    layer.close(fd);
+    const QByteArray& text = *manifest;
     report.manifestFound = true;
 
     // Every file by name (the manifest knows only names), with its path from the top.

@@ -82,6 +82,31 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
         expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
     }
+
+    // Both copies' manifests agree; once one is changed, compare names what differs.
+    const QString a = destinationFolder(run.output, 0);
+    const QString b = destinationFolder(run.output, 1);
+    const CliRun same = cli({"compare", a, b});
+    EXPECT_EQ(same.status, 0) << same.output.toStdString();
+    EXPECT_TRUE(same.output.contains("folders: the same")) << same.output.toStdString();
+    const QByteArray manifest = TestFiles::read(b + "/checksums.txt");
+    QList<QByteArray> lines = manifest.split('\n');
+    ASSERT_GE(lines.size(), 3);
+    const QByteArray changed = lines[0].split('\t').value(1);
+    const QByteArray dropped = lines[1].split('\t').value(1);
+    lines[0][0] = lines[0][0] == '0' ? '1' : '0';
+    lines.removeAt(1);
+    TestFiles::write(b + "/checksums.txt", lines.join('\n'));
+    const CliRun differ = cli({"compare", a, b});
+    EXPECT_EQ(differ.status, 1);
+    for (const QString& line :
+         {"differs: " + QString(changed) + ": ", "missing from " + b + ": " + QString(dropped),
+          QString("DIFFERENT")})
+        EXPECT_TRUE(differ.output.contains(line))
+            << line.toStdString() << differ.output.toStdString();
+    TestFiles::write(b + "/checksums.txt", manifest);
+    EXPECT_EQ(cli({"compare", a}).status, 2);
+    EXPECT_EQ(cli({"compare", a, dir.filePath("no copy here")}).status, 2);
     // MD5 unless told otherwise. Each step after the transfer that did something says so.
     const CliRun md5 = cli({"offload", card, "--dest", dir.filePath("C"), "--archive", "zip"});
     ASSERT_EQ(md5.status, 0) << md5.output.toStdString();
