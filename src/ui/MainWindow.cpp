@@ -22,6 +22,7 @@
 
 #include "AboutDialog.h"
 #include "AppController.h"
+#include "ChecksumComparisonWindow.h"
 #include "Desktop.h"
 #include "InfoPanel.h"
 #include "LauncherEntry.h"
@@ -115,6 +116,12 @@ void MainWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
     QAction* add = file->addAction(QStringLiteral("Add Folder…"), this, &MainWindow::addFolders);
     add->setShortcut(QKeySequence::Open);
+    file->addAction(QStringLiteral("Compare Copies…"), this, [this] {
+        ChecksumComparisonWindow& window = comparisonWindow();
+        window.show();
+        window.raise();
+        window.activateWindow();
+    });
     file->addSeparator();
     file->addAction(QStringLiteral("Close Window"), QKeySequence::Close, this, &QWidget::close);
     QAction* quit =
@@ -329,6 +336,12 @@ void MainWindow::showInfo(const QString& title,
 
 void MainWindow::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
     failureReview_->showVerificationFailureForVolume(volume);
+}
+
+ChecksumComparisonWindow& MainWindow::comparisonWindow() {
+    if (comparison_.isNull())
+        comparison_ = new ChecksumComparisonWindow(this);  // owned by this window
+    return *comparison_;
 }
 
 void MainWindow::setAutomaticModeSelected(bool selected) {

@@ -10,6 +10,7 @@
 #include "AppView.h"
 
 class AppController;
+class ChecksumComparisonWindow;
 class Desktop;
 class InfoPanel;
 class LauncherEntry;
@@ -61,6 +62,8 @@ class MainWindow : public QMainWindow, public AppView {
     QLabel& remainingSpaceLabel() { return *space_; }
     QComboBox& projectField() { return *project_; }
     VerificationFailureWindow& failureReview() { return *failureReview_; }
+    /// The copy comparison window, made on first use.
+    ChecksumComparisonWindow& comparisonWindow();
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -99,6 +102,7 @@ class MainWindow : public QMainWindow, public AppView {
     QAction* reveal_ = nullptr;
     QAction* revealTransferred_ = nullptr;
     QPointer<InfoPanel> infoPanel_;
+    QPointer<ChecksumComparisonWindow> comparison_;
     VerificationFailureWindow* failureReview_;  // owned by this window; one for the application
     std::unique_ptr<LauncherEntry> launcher_;
     bool quitting_ = false;
