@@ -29,6 +29,14 @@ int main(int argc, char** argv) {
     context.desktop().setAttentionHandler([&window] {
         QMetaObject::invokeMethod(&window, [&window] { QApplication::alert(&window); });
     });
+    // A click on one of our notifications brings the window forward.
+    QObject::connect(&context.growl(), &QVGrowl::notice, &window, [&window](const QString& name) {
+        if (name != QVGrowl::kClicked)
+            return;
+        window.showNormal();
+        window.raise();
+        window.activateWindow();
+    });
     const std::unique_ptr<AppController> controller =
         context.makeController(window, context.growl());
     window.attach(*controller);
