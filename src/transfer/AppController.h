@@ -189,6 +189,11 @@ class AppController {
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
     void reloadVolumeList();
+    /// The destination list as the preferences edit it: kept, stored at once, and the free
+    /// space shown again.
+    void changeDestinationList(const std::vector<DestinationEntry>& list);
+    /// Appends each folder not already listed (exactly that path), ticked.
+    void addDestinations(const QStringList& folders);
     /// An edit in the volume list: "colDestination" takes one destination path (empty: every
     /// ticked one); a metadata column stores the value in the volume and as the field's new
     /// default, so the next card starts from it.

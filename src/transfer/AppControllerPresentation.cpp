@@ -69,6 +69,24 @@ const QString kMetaPrefix = QStringLiteral("QVMeta");
 
 }  // namespace
 
+void AppController::changeDestinationList(const std::vector<DestinationEntry>& list) {
+    setDestinationList(list);
+    Preferences(settings_).setDestinationList(list);
+    refreshTotalRemainingSpace();
+}
+
+void AppController::addDestinations(const QStringList& folders) {
+    std::vector<DestinationEntry> list = destinationList();
+    for (const QString& folder : folders) {
+        const bool listed =
+            std::any_of(list.begin(), list.end(),
+                        [&](const DestinationEntry& entry) { return entry.path == folder; });
+        if (!listed)
+            list.push_back({1, folder});
+    }
+    changeDestinationList(list);
+}
+
 void AppController::setVolumeListValue(int row, const QString& column, const QString& value) {
     const auto volumes = volumes_.atRows({row});
     if (volumes.empty())

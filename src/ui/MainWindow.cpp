@@ -27,6 +27,7 @@
 #include "InfoPanel.h"
 #include "LauncherEntry.h"
 #include "Preferences.h"
+#include "PreferencesWindow.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "VerificationFailureWindow.h"
@@ -130,11 +131,10 @@ void MainWindow::buildMenus() {
 
     QMenu* edit = menuBar()->addMenu(QStringLiteral("&Edit"));
     QAction* preferences = edit->addAction(QStringLiteral("Preferences…"), this, [this] {
-        QMessageBox::information(
-            this, QStringLiteral("Preferences"),
-            QStringLiteral("Until the preferences window arrives, settings are kept in %1 and "
-                           "can be changed there or with cardsweep-cli's options.")
-                .arg(controller_->settings().path()));
+        PreferencesWindow& window = preferencesWindow();
+        window.show();
+        window.raise();
+        window.activateWindow();
     });
     preferences->setShortcut(QKeySequence::Preferences);
 
@@ -336,6 +336,15 @@ void MainWindow::showInfo(const QString& title,
 
 void MainWindow::showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) {
     failureReview_->showVerificationFailureForVolume(volume);
+}
+
+PreferencesWindow& MainWindow::preferencesWindow() {
+    if (preferences_.isNull()) {
+        preferences_ = new PreferencesWindow(*controller_, this);  // owned by this window
+        connect(preferences_, &PreferencesWindow::destinationsChanged, model_,
+                &VolumeTableModel::refreshColumns);
+    }
+    return *preferences_;
 }
 
 ChecksumComparisonWindow& MainWindow::comparisonWindow() {

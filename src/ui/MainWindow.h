@@ -14,6 +14,7 @@ class ChecksumComparisonWindow;
 class Desktop;
 class InfoPanel;
 class LauncherEntry;
+class PreferencesWindow;
 class QAction;
 class QComboBox;
 class QLabel;
@@ -62,6 +63,8 @@ class MainWindow : public QMainWindow, public AppView {
     QLabel& remainingSpaceLabel() { return *space_; }
     QComboBox& projectField() { return *project_; }
     VerificationFailureWindow& failureReview() { return *failureReview_; }
+    /// The preferences, made on first use.
+    PreferencesWindow& preferencesWindow();
     /// The copy comparison window, made on first use.
     ChecksumComparisonWindow& comparisonWindow();
 
@@ -103,6 +106,7 @@ class MainWindow : public QMainWindow, public AppView {
     QAction* revealTransferred_ = nullptr;
     QPointer<InfoPanel> infoPanel_;
     QPointer<ChecksumComparisonWindow> comparison_;
+    QPointer<PreferencesWindow> preferences_;
     VerificationFailureWindow* failureReview_;  // owned by this window; one for the application
     std::unique_ptr<LauncherEntry> launcher_;
     bool quitting_ = false;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
@@ -19,6 +20,7 @@
 #include "MainWindow.h"
 #include "MetadataField.h"
 #include "Preferences.h"
+#include "PreferencesWindow.h"
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
@@ -274,6 +276,40 @@ TEST_F(MainWindowTest, TheFailureReviewListsEachFailedFileAndRestartQueuesTheVol
                           "Cancel"));
     EXPECT_TRUE(waitUntil([&] { return volume->status() != QVVolume::Failed; }))
         << "the volume is transferred again";
+}
+
+TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoCopy) {
+    for (const char* name : {"one", "two", "three"})
+        ASSERT_TRUE(QDir().mkpath(dest(name)));
+    PreferencesWindow& preferences = window_->preferencesWindow();
+    preferences.addDestinations({dest("three"), dest("three"), dest("one")});
+    QTableWidget& table = preferences.destinations();
+    ASSERT_EQ(table.rowCount(), 3) << "each folder once";
+    EXPECT_EQ(table.item(2, 1)->text(), dest("three"));
+    EXPECT_TRUE(table.item(2, 2)->text().startsWith("Size: "));
+    EXPECT_EQ(table.item(2, 2)->text().count(", Free: "), 1);
+
+    table.item(1, 0)->setCheckState(Qt::Unchecked);  // "dest two"
+    const auto stored = Preferences(settings_).destinationList();
+    ASSERT_EQ(stored.size(), 3u);
+    EXPECT_EQ(stored[1].selected, 0) << "stored at once";
+    QStringList offered;
+    for (const auto& [title, path] : window_->model().destinationChoices())
+        offered << title;
+    EXPECT_EQ(offered, (QStringList{"All", "dest one", "dest three"}));
+
+    const auto volume = card("A001");
+    list({volume});
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Done; }));
+    ASSERT_EQ(volume->destinations().size(), 2);
+    EXPECT_TRUE(volume->destinations()[0].startsWith(dest("one") + "/"));
+    EXPECT_TRUE(volume->destinations()[1].startsWith(dest("three") + "/"));
+
+    preferences.destinations().selectRow(2);
+    preferences.removeSelectedDestinations();
+    EXPECT_EQ(controller_->destinationList().size(), 2u);
+    EXPECT_EQ(preferences.destinations().rowCount(), 2);
 }
 
 // Not a pass/fail check: prints how late the event loop answers while 200 volume updates a

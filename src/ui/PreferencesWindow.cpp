@@ -1,0 +1,265 @@
+#include "PreferencesWindow.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QStorageInfo>
+#include <QStyle>
+#include <QTabWidget>
+#include <QTableWidget>
+#include <QTreeView>
+#include <QVBoxLayout>
+
+#include "AppController.h"
+#include "Preferences.h"
+#include "QVFileManager.h"
+#include "SettingsStore.h"
+
+namespace {
+
+// "Size: 1.82 TB, Free: 640.12 GB" of the file system the folder is (or will be made) on.
+QString sizeText(const QString& path) {
+    QFileInfo existing(path);
+    while (!existing.exists() && !existing.isRoot() &&
+           existing.absolutePath() != existing.absoluteFilePath())
+        existing = QFileInfo(existing.absolutePath());
+    const QStorageInfo storage(existing.absoluteFilePath());
+    const bool known = storage.isValid() && storage.isReady();
+    return QStringLiteral("Size: %1, Free: %2")
+        .arg(QVFileManager::formatFileSize(known ? double(storage.bytesTotal()) : 0),
+             QVFileManager::formatFileSize(known ? double(storage.bytesAvailable()) : 0));
+}
+
+QWidget* page(QLayout* layout) {
+    auto* widget = new QWidget;  // handed to the tab widget, which owns it
+    widget->setLayout(layout);
+    return widget;
+}
+
+}  // namespace
+
+PreferencesWindow::PreferencesWindow(AppController& controller, QWidget* parent)
+    : QDialog(parent),
+      controller_(controller),
+      tabs_(new QTabWidget(this)),
+      destinations_(nullptr) {
+    setWindowTitle(QStringLiteral("Preferences"));
+    tabs_->addTab(destinationsPage(), QStringLiteral("Destinations"));
+    tabs_->addTab(transferPage(), QStringLiteral("Transfer"));
+    tabs_->addTab(afterTransferPage(), QStringLiteral("After Transfer"));
+    tabs_->addTab(privacyPage(), QStringLiteral("Privacy"));
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(tabs_);
+    layout->addWidget(buttons);
+    resize(720, 480);
+}
+
+QWidget* PreferencesWindow::destinationsPage() {
+    destinations_ = new QTableWidget(0, 3, this);
+    destinations_->setHorizontalHeaderLabels({QString(), QStringLiteral("Folder"), QString()});
+    destinations_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
+    destinations_->horizontalHeader()->setSectionResizeMode(1, QHeaderView::Stretch);
+    destinations_->horizontalHeader()->setSectionResizeMode(2, QHeaderView::ResizeToContents);
+    destinations_->verticalHeader()->hide();
+    destinations_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    destinations_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    connect(destinations_, &QTableWidget::itemChanged, this, [this](QTableWidgetItem* item) {
+        if (item->column() == 0)
+            destinationTicked(item->row(), item->checkState() == Qt::Checked);
+    });
+    reloadDestinations();
+    auto* add = new QPushButton(QStringLiteral("Add…"), this);
+    auto* remove = new QPushButton(QStringLiteral("Remove"), this);
+    connect(add, &QPushButton::clicked, this, &PreferencesWindow::chooseDestinations);
+    connect(remove, &QPushButton::clicked, this, &PreferencesWindow::removeSelectedDestinations);
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(add);
+    buttons->addWidget(remove);
+    buttons->addStretch();
+    auto* layout = new QVBoxLayout;
+    layout->addWidget(
+        new QLabel(QStringLiteral("Every ticked folder receives a verified copy of each card.")));
+    layout->addWidget(destinations_);
+    layout->addLayout(buttons);
+    return page(layout);
+}
+
+void PreferencesWindow::reloadDestinations() {
+    const QSignalBlocker quiet(destinations_);
+    const std::vector<DestinationEntry> list = controller_.destinationList();
+    destinations_->setRowCount(int(list.size()));
+    for (int row = 0; row < int(list.size()); ++row) {
+        const DestinationEntry& entry = list[std::size_t(row)];
+        auto* tick = new QTableWidgetItem;
+        tick->setFlags(Qt::ItemIsUserCheckable | Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+        tick->setCheckState(entry.isSelected() ? Qt::Checked : Qt::Unchecked);
+        auto* path = new QTableWidgetItem(
+            QIcon::fromTheme(QStringLiteral("folder"), style()->standardIcon(QStyle::SP_DirIcon)),
+            entry.path);
+        path->setToolTip(entry.path);
+        auto* size = new QTableWidgetItem(sizeText(entry.path));
+        size->setForeground(Qt::gray);
+        destinations_->setItem(row, 0, tick);
+        destinations_->setItem(row, 1, path);
+        destinations_->setItem(row, 2, size);
+    }
+}
+
+void PreferencesWindow::destinationTicked(int row, bool ticked) {
+    std::vector<DestinationEntry> list = controller_.destinationList();
+    if (row < 0 || std::size_t(row) >= list.size())
+        return;
+    list[std::size_t(row)].selected = ticked ? 1 : 0;
+    controller_.changeDestinationList(list);
+    Q_EMIT destinationsChanged();
+}
+
+void PreferencesWindow::addDestinations(const QStringList& folders) {
+    controller_.addDestinations(folders);
+    reloadDestinations();
+    Q_EMIT destinationsChanged();
+}
+
+void PreferencesWindow::removeSelectedDestinations() {
+    std::vector<int> rows;
+    for (const QModelIndex& index : destinations_->selectionModel()->selectedRows())
+        rows.push_back(index.row());
+    if (rows.empty())
+        return;
+    std::sort(rows.rbegin(), rows.rend());
+    std::vector<DestinationEntry> list = controller_.destinationList();
+    for (const int row : rows) {
+        if (std::size_t(row) < list.size())
+            list.erase(list.begin() + row);
+    }
+    controller_.changeDestinationList(list);
+    reloadDestinations();
+    Q_EMIT destinationsChanged();
+}
+
+void PreferencesWindow::chooseDestinations() {
+    // Qt's own dialog, so several folders can be chosen at once.
+    QFileDialog dialog(this, QStringLiteral("Add Destinations"));
+    dialog.setFileMode(QFileDialog::Directory);
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+    dialog.setOption(QFileDialog::ShowDirsOnly);
+    for (auto* view : dialog.findChildren<QAbstractItemView*>()) {
+        if (qobject_cast<QListView*>(view) || qobject_cast<QTreeView*>(view))
+            view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    }
+    if (dialog.exec() == QDialog::Accepted)
+        addDestinations(dialog.selectedFiles());
+}
+
+QCheckBox* PreferencesWindow::addSwitch(QFormLayout& form, const QString& text, const char* key) {
+    auto* box = new QCheckBox(text, this);
+    box->setChecked(controller_.settings().isOn(key));
+    connect(box, &QCheckBox::toggled, this, [this, key](bool on) {
+        controller_.settings().setObject(key, PropertyList(qint64(on ? 1 : 0)));
+    });
+    form.addRow(box);
+    return box;
+}
+
+QWidget* PreferencesWindow::transferPage() {
+    SettingsStore& settings = controller_.settings();
+    auto* form = new QFormLayout;
+    auto* digest = new QComboBox(this);
+    digest->addItems({QStringLiteral("MD5"), QStringLiteral("SHA-1"), QStringLiteral("XXH64"),
+                      QStringLiteral("XXH3 (64-bit)"), QStringLiteral("XXH128")});
+    digest->setCurrentIndex(
+        int(std::clamp<qint64>(settings.integer(SettingsKey::checksumFormat), 0, 4)));
+    connect(digest, &QComboBox::currentIndexChanged, this, [&settings](int index) {
+        settings.setObject(SettingsKey::checksumFormat, PropertyList(qint64(index)));
+    });
+    form->addRow(QStringLiteral("Checksum:"), digest);
+    auto* kind = new QComboBox(this);
+    kind->addItems({QStringLiteral("Copy the files"), QStringLiteral("Image the whole card")});
+    kind->setCurrentIndex(settings.integer(SettingsKey::transferType) == 0 ? 0 : 1);
+    connect(kind, &QComboBox::currentIndexChanged, this, [&settings](int index) {
+        settings.setObject(SettingsKey::transferType, PropertyList(qint64(index)));
+    });
+    form->addRow(QStringLiteral("Transfer:"), kind);
+    auto* threads = new QSpinBox(this);
+    threads->setRange(1, 8);
+    threads->setValue(
+        int(std::clamp<qint64>(settings.integer(SettingsKey::concurrentThreads), 1, 8)));
+    connect(threads, &QSpinBox::valueChanged, this, [&settings](int value) {
+        settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(value)));
+    });
+    form->addRow(QStringLiteral("Cards at once:"), threads);
+    addSwitch(*form, QStringLiteral("Verify file sizes"), SettingsKey::verifyFileSizes);
+    addSwitch(*form, QStringLiteral("Verify checksums"), SettingsKey::verifyFileChecksums);
+    addSwitch(*form, QStringLiteral("Check each write at once instead of reading copies back"),
+              SettingsKey::inlineVerification);
+    addSwitch(*form, QStringLiteral("Keep an ASC MHL history with each copy"),
+              SettingsKey::writeAscMhl);
+    addSwitch(*form, QStringLiteral("Copy only QuickTime movies"), SettingsKey::onlyCopyQTMovies);
+    addSwitch(*form, QStringLiteral("Mark transferred cards"), SettingsKey::writeDoneFlag);
+    return page(form);
+}
+
+void PreferencesWindow::chooseFolderInto(const char* key, const QString& title, bool files) {
+    const QString chosen = files ? QFileDialog::getOpenFileName(this, title)
+                                 : QFileDialog::getExistingDirectory(this, title);
+    if (!chosen.isEmpty())
+        controller_.settings().setObject(key, PropertyList(chosen));
+}
+
+QWidget* PreferencesWindow::afterTransferPage() {
+    SettingsStore& settings = controller_.settings();
+    auto* form = new QFormLayout;
+    addSwitch(*form, QStringLiteral("Write the project's metadata spreadsheet"),
+              SettingsKey::actionProjectMetadata);
+    addSwitch(*form, QStringLiteral("Write metadata into QuickTime movies"),
+              SettingsKey::actionEmbedQTMetadata);
+    addSwitch(*form, QStringLiteral("Show the copy in the file manager"),
+              SettingsKey::actionShowFinder);
+    addSwitch(*form, QStringLiteral("Open the movies"), SettingsKey::actionOpenQTPlayer);
+    addSwitch(*form, QStringLiteral("Send a clip list to the editing application"),
+              SettingsKey::actionSendFCP);
+    addSwitch(*form, QStringLiteral("Archive the first copy"), SettingsKey::actionArchive);
+    auto* archiveKind = new QComboBox(this);
+    archiveKind->addItems({QStringLiteral("Disk image (squashfs)"), QStringLiteral("Zip")});
+    archiveKind->setCurrentIndex(settings.integer(SettingsKey::actionArchiveType) == 0 ? 0 : 1);
+    connect(archiveKind, &QComboBox::currentIndexChanged, this, [&settings](int index) {
+        settings.setObject(SettingsKey::actionArchiveType, PropertyList(qint64(index)));
+    });
+    form->addRow(QStringLiteral("Archive as:"), archiveKind);
+    addSwitch(*form, QStringLiteral("Archive into a folder of my own"),
+              SettingsKey::archiveToCustomDir);
+    auto* archiveFolder = new QPushButton(QStringLiteral("Choose Archive Folder…"), this);
+    connect(archiveFolder, &QPushButton::clicked, this, [this] {
+        chooseFolderInto(SettingsKey::archiveDirectory, QStringLiteral("Archive Folder"), false);
+    });
+    form->addRow(archiveFolder);
+    addSwitch(*form, QStringLiteral("Eject the card"), SettingsKey::actionEject);
+    addSwitch(*form, QStringLiteral("Play a sound"), SettingsKey::actionSound);
+    addSwitch(*form, QStringLiteral("Show a notification"), SettingsKey::actionGrowl);
+    addSwitch(*form, QStringLiteral("Ask for attention"), SettingsKey::actionBounceDock);
+    return page(form);
+}
+
+QWidget* PreferencesWindow::privacyPage() {
+    auto* form = new QFormLayout;
+    auto* analytics = new QCheckBox(QStringLiteral("Send anonymous usage figures"), this);
+    analytics->setChecked(Preferences::qcLoggingEnabled());
+    connect(analytics, &QCheckBox::toggled, this, [](bool on) { Preferences::setQCLogging(on); });
+    form->addRow(analytics);
+    auto* reset = new QPushButton(QStringLiteral("Reset Ignored Volumes"), this);
+    connect(reset, &QPushButton::clicked, this, [this] { controller_.resetIgnoredVolumes(); });
+    form->addRow(reset);
+    return page(form);
+}

@@ -1,0 +1,48 @@
+#pragma once
+// The preferences, grouped as a crew thinks of them: destinations, transfer and verification,
+// what happens after a transfer, privacy. Every change is stored at once and counts from the
+// next transfer. Main thread only.
+
+#include <QDialog>
+
+class AppController;
+class QCheckBox;
+class QFormLayout;
+class QTableWidget;
+class QTabWidget;
+
+class PreferencesWindow : public QDialog {
+    Q_OBJECT
+
+  public:
+    PreferencesWindow(AppController& controller, QWidget* parent = nullptr);
+
+    /// Adds the folders as destinations (one already listed is not added again).
+    void addDestinations(const QStringList& folders);
+    /// Removes the selected destinations.
+    void removeSelectedDestinations();
+    /// Reads the destination list again into the table.
+    void reloadDestinations();
+
+    QTableWidget& destinations() { return *destinations_; }
+    QTabWidget& tabs() { return *tabs_; }
+
+  Q_SIGNALS:
+    /// The destination list changed (the main window's pop-ups follow).
+    void destinationsChanged();
+
+  private:
+    QWidget* destinationsPage();
+    QWidget* transferPage();
+    QWidget* afterTransferPage();
+    QWidget* privacyPage();
+    /// A check box that stores 1 or 0 under key as it is clicked.
+    QCheckBox* addSwitch(QFormLayout& form, const QString& text, const char* key);
+    void destinationTicked(int row, bool ticked);
+    void chooseDestinations();
+    void chooseFolderInto(const char* key, const QString& title, bool files);
+
+    AppController& controller_;
+    QTabWidget* tabs_;            // owned by this window
+    QTableWidget* destinations_;  // owned by this window
+};
