@@ -343,6 +343,8 @@ PreferencesWindow& MainWindow::preferencesWindow() {
         preferences_ = new PreferencesWindow(*controller_, this);  // owned by this window
         connect(preferences_, &PreferencesWindow::destinationsChanged, model_,
                 &VolumeTableModel::refreshColumns);
+        connect(preferences_, &PreferencesWindow::fieldsChanged, model_,
+                &VolumeTableModel::refreshColumns);
     }
     return *preferences_;
 }

@@ -21,6 +21,7 @@
 #include <QVBoxLayout>
 
 #include "AppController.h"
+#include "MetadataFieldEditor.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
 #include "SettingsStore.h"
@@ -57,6 +58,9 @@ PreferencesWindow::PreferencesWindow(AppController& controller, QWidget* parent)
     tabs_->addTab(destinationsPage(), QStringLiteral("Destinations"));
     tabs_->addTab(transferPage(), QStringLiteral("Transfer"));
     tabs_->addTab(afterTransferPage(), QStringLiteral("After Transfer"));
+    fields_ = new MetadataFieldEditor(controller.settings(), this);
+    connect(fields_, &MetadataFieldEditor::fieldsChanged, this, &PreferencesWindow::fieldsChanged);
+    tabs_->addTab(fields_, QStringLiteral("Metadata"));
     tabs_->addTab(privacyPage(), QStringLiteral("Privacy"));
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);

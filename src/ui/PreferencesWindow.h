@@ -6,6 +6,7 @@
 #include <QDialog>
 
 class AppController;
+class MetadataFieldEditor;
 class QCheckBox;
 class QFormLayout;
 class QTableWidget;
@@ -26,10 +27,13 @@ class PreferencesWindow : public QDialog {
 
     QTableWidget& destinations() { return *destinations_; }
     QTabWidget& tabs() { return *tabs_; }
+    MetadataFieldEditor& fieldEditor() { return *fields_; }
 
   Q_SIGNALS:
     /// The destination list changed (the main window's pop-ups follow).
     void destinationsChanged();
+    /// The metadata fields changed (the main window's columns follow).
+    void fieldsChanged();
 
   private:
     QWidget* destinationsPage();
@@ -43,6 +47,7 @@ class PreferencesWindow : public QDialog {
     void chooseFolderInto(const char* key, const QString& title, bool files);
 
     AppController& controller_;
-    QTabWidget* tabs_;            // owned by this window
-    QTableWidget* destinations_;  // owned by this window
+    QTabWidget* tabs_;             // owned by this window
+    QTableWidget* destinations_;   // owned by this window
+    MetadataFieldEditor* fields_;  // owned by this window
 };

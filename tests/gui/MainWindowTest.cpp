@@ -1,6 +1,8 @@
 // The main window's widgets driven as a user would, over a real controller with fake services.
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QElapsedTimer>
@@ -19,6 +21,7 @@
 #include "FaultyFileLayer.h"
 #include "MainWindow.h"
 #include "MetadataField.h"
+#include "MetadataFieldEditor.h"
 #include "Preferences.h"
 #include "PreferencesWindow.h"
 #include "QVVolume.h"
@@ -310,6 +313,80 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
     preferences.removeSelectedDestinations();
     EXPECT_EQ(controller_->destinationList().size(), 2u);
     EXPECT_EQ(preferences.destinations().rowCount(), 2);
+}
+
+TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathNamesTheFolder) {
+    PreferencesWindow& preferences = window_->preferencesWindow();
+    MetadataFieldEditor& editor = preferences.fieldEditor();
+    preferences.tabs().setCurrentWidget(&editor);
+    preferences.show();
+    preferences.activateWindow();
+    static_cast<void>(QTest::qWaitForWindowActive(&preferences));
+    QTableWidget& table = editor.table();
+    const int columnsBefore = window_->model().columnCount();
+    for (int i = 0; i < 3; ++i)
+        editor.add();
+    QCoreApplication::processEvents();
+    ASSERT_EQ(table.rowCount(), 6);
+    EXPECT_EQ(table.item(3, 0)->text(), "Untitled");
+    EXPECT_EQ(table.item(4, 0)->text(), "Untitled-2");
+    EXPECT_EQ(table.item(5, 0)->text(), "Untitled-3");
+    EXPECT_EQ(window_->model().columnCount(), columnsBefore + 3) << "shown in the list";
+    EXPECT_EQ(table.item(2, 2)->text(), "(auto)") << "the timestamp fills itself in";
+    EXPECT_FALSE(table.item(2, 2)->flags() & Qt::ItemIsEditable);
+
+    // Typed into a cell as a user would: edit, type, Return.
+    const auto type = [&](int row, int column, const QString& text) {
+        preferences.activateWindow();  // an alert may have taken it away
+        static_cast<void>(QTest::qWaitForWindowActive(&preferences));
+        table.setCurrentCell(row, column);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // closed editors
+        table.editItem(table.item(row, column));
+        QLineEdit* field = nullptr;
+        for (QLineEdit* open : table.viewport()->findChildren<QLineEdit*>()) {
+            if (open->isVisible())
+                field = open;
+        }
+        ASSERT_NE(field, nullptr);
+        field->setFocus();
+        field->selectAll();
+        QTest::keyClicks(field, text);
+        QTest::keyClick(field, Qt::Key_Return);
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+    };
+    SheetAnswerer answerer;
+    answerer.answerWith("OK");
+    answerer.answerWith("OK");
+    type(4, 0, "Reel");
+    type(5, 0, "Untitled-3");  // its own title counts as taken too
+    EXPECT_EQ(answerer.seen(), QStringList(2, "This metadata field already exists | OK"));
+    EXPECT_EQ(table.item(4, 0)->text(), "Untitled-2");
+
+    type(3, 0, "Camera");
+    table.item(3, 2)->setText("\"A\"");
+    QCoreApplication::processEvents();
+    qobject_cast<QCheckBox*>(table.cellWidget(3, 4))->setChecked(true);  // in the path
+    QCoreApplication::processEvents();
+    auto* key = qobject_cast<QComboBox*>(table.cellWidget(3, 6));
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(key->itemText(0), "(None)");
+    ASSERT_GT(key->count(), 1);
+    Q_EMIT key->activated(1);
+    QCoreApplication::processEvents();
+    const MetadataField camera = editor.fields()[3];
+    EXPECT_EQ(camera.title, "Camera");
+    EXPECT_EQ(camera.defaultVal, "A") << "quotes are taken out";
+    EXPECT_EQ(camera.qtMetadataKey, MetadataFieldEditor::qtMetaCache().front().key);
+    EXPECT_EQ(editor.pathPreview(), "/Day/Reel/Timestamp/Camera");
+
+    const auto volume = card("A001");
+    list({volume});
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Done; }));
+    ASSERT_FALSE(volume->destinations().isEmpty());
+    EXPECT_TRUE(volume->destinations().front().endsWith("/A"))
+        << volume->destinations().front().toStdString();
 }
 
 // Not a pass/fail check: prints how late the event loop answers while 200 volume updates a
