@@ -23,6 +23,7 @@
 #include "AppController.h"
 #include "MetadataFieldEditor.h"
 #include "Preferences.h"
+#include "QVAppleEvents.h"
 #include "QVFileManager.h"
 #include "SettingsStore.h"
 
@@ -53,7 +54,9 @@ PreferencesWindow::PreferencesWindow(AppController& controller, QWidget* parent)
     : QDialog(parent),
       controller_(controller),
       tabs_(new QTabWidget(this)),
-      destinations_(nullptr) {
+      destinations_(nullptr),
+      fields_(nullptr),
+      projectPath_(nullptr) {
     setWindowTitle(QStringLiteral("Preferences"));
     tabs_->addTab(destinationsPage(), QStringLiteral("Destinations"));
     tabs_->addTab(transferPage(), QStringLiteral("Transfer"));
@@ -215,11 +218,60 @@ QWidget* PreferencesWindow::transferPage() {
     return page(form);
 }
 
-void PreferencesWindow::chooseFolderInto(const char* key, const QString& title, bool files) {
-    const QString chosen = files ? QFileDialog::getOpenFileName(this, title)
-                                 : QFileDialog::getExistingDirectory(this, title);
+void PreferencesWindow::chooseArchiveFolder() {
+    const QString chosen =
+        QFileDialog::getExistingDirectory(this, QStringLiteral("Archive Folder"));
     if (!chosen.isEmpty())
-        controller_.settings().setObject(key, PropertyList(chosen));
+        controller_.settings().setObject(SettingsKey::archiveDirectory, PropertyList(chosen));
+}
+
+void PreferencesWindow::browseProject() {
+    const QString chosen = QFileDialog::getOpenFileName(
+        this, QStringLiteral("Editing Project"), QFileInfo(projectPath_->currentText()).path(),
+        QStringLiteral("Editing projects (*.fcp *.xml);;All files (*)"));
+    if (!chosen.isEmpty())
+        changeProjectPath(chosen);
+}
+
+void PreferencesWindow::changeProjectPath(const QString& path) {
+    SettingsStore& settings = controller_.settings();
+    if (!path.isEmpty())
+        settings.setObject(SettingsKey::fcpProjectPath, PropertyList(path));
+    const QStringList history =
+        Preferences(settings).addToHistory(SettingsKey::recentProjectPaths, path);
+    const QSignalBlocker quiet(projectPath_);
+    projectPath_->clear();
+    projectPath_->addItems(history);
+    projectPath_->setEditText(settings.string(SettingsKey::fcpProjectPath));
+}
+
+// The editing project that receives clip lists (its history kept), and the program that opens
+// them; with no program the clip list is only written beside the project.
+void PreferencesWindow::addEditingRows(QFormLayout& form) {
+    SettingsStore& settings = controller_.settings();
+    projectPath_ = new QComboBox(this);
+    projectPath_->setEditable(true);
+    projectPath_->setInsertPolicy(QComboBox::NoInsert);
+    projectPath_->setMinimumWidth(320);
+    projectPath_->lineEdit()->setPlaceholderText(QStringLiteral("No project"));
+    changeProjectPath(QString());  // fills the history in
+    connect(projectPath_->lineEdit(), &QLineEdit::editingFinished, this,
+            [this] { changeProjectPath(projectPath_->currentText().trimmed()); });
+    connect(projectPath_, &QComboBox::activated, this,
+            [this] { changeProjectPath(projectPath_->currentText()); });
+    auto* browse = new QPushButton(QStringLiteral("Choose…"), this);
+    connect(browse, &QPushButton::clicked, this, &PreferencesWindow::browseProject);
+    auto* row = new QHBoxLayout;
+    row->addWidget(projectPath_, 1);
+    row->addWidget(browse);
+    form.addRow(QStringLiteral("Editing project:"), row);
+    auto* application = new QLineEdit(settings.string(QVAppleEvents::editingApplicationKey), this);
+    application->setPlaceholderText(QStringLiteral("Only write the clip list"));
+    connect(application, &QLineEdit::editingFinished, this, [&settings, application] {
+        settings.setObject(QVAppleEvents::editingApplicationKey,
+                           PropertyList(application->text().trimmed()));
+    });
+    form.addRow(QStringLiteral("Editing application:"), application);
 }
 
 QWidget* PreferencesWindow::afterTransferPage() {
@@ -234,6 +286,7 @@ QWidget* PreferencesWindow::afterTransferPage() {
     addSwitch(*form, QStringLiteral("Open the movies"), SettingsKey::actionOpenQTPlayer);
     addSwitch(*form, QStringLiteral("Send a clip list to the editing application"),
               SettingsKey::actionSendFCP);
+    addEditingRows(*form);
     addSwitch(*form, QStringLiteral("Archive the first copy"), SettingsKey::actionArchive);
     auto* archiveKind = new QComboBox(this);
     archiveKind->addItems({QStringLiteral("Disk image (squashfs)"), QStringLiteral("Zip")});
@@ -245,9 +298,7 @@ QWidget* PreferencesWindow::afterTransferPage() {
     addSwitch(*form, QStringLiteral("Archive into a folder of my own"),
               SettingsKey::archiveToCustomDir);
     auto* archiveFolder = new QPushButton(QStringLiteral("Choose Archive Folder…"), this);
-    connect(archiveFolder, &QPushButton::clicked, this, [this] {
-        chooseFolderInto(SettingsKey::archiveDirectory, QStringLiteral("Archive Folder"), false);
-    });
+    connect(archiveFolder, &QPushButton::clicked, this, &PreferencesWindow::chooseArchiveFolder);
     form->addRow(archiveFolder);
     addSwitch(*form, QStringLiteral("Eject the card"), SettingsKey::actionEject);
     addSwitch(*form, QStringLiteral("Play a sound"), SettingsKey::actionSound);

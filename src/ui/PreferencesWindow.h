@@ -8,6 +8,7 @@
 class AppController;
 class MetadataFieldEditor;
 class QCheckBox;
+class QComboBox;
 class QFormLayout;
 class QTableWidget;
 class QTabWidget;
@@ -24,10 +25,13 @@ class PreferencesWindow : public QDialog {
     void removeSelectedDestinations();
     /// Reads the destination list again into the table.
     void reloadDestinations();
+    /// The editing project that receives clip lists: stored, and put first in its history.
+    void changeProjectPath(const QString& path);
 
     QTableWidget& destinations() { return *destinations_; }
     QTabWidget& tabs() { return *tabs_; }
     MetadataFieldEditor& fieldEditor() { return *fields_; }
+    QComboBox& projectPath() { return *projectPath_; }
 
   Q_SIGNALS:
     /// The destination list changed (the main window's pop-ups follow).
@@ -44,10 +48,13 @@ class PreferencesWindow : public QDialog {
     QCheckBox* addSwitch(QFormLayout& form, const QString& text, const char* key);
     void destinationTicked(int row, bool ticked);
     void chooseDestinations();
-    void chooseFolderInto(const char* key, const QString& title, bool files);
+    void chooseArchiveFolder();
+    void browseProject();
+    void addEditingRows(QFormLayout& form);
 
     AppController& controller_;
     QTabWidget* tabs_;             // owned by this window
     QTableWidget* destinations_;   // owned by this window
     MetadataFieldEditor* fields_;  // owned by this window
+    QComboBox* projectPath_;       // owned by this window
 };

@@ -313,6 +313,15 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
     preferences.removeSelectedDestinations();
     EXPECT_EQ(controller_->destinationList().size(), 2u);
     EXPECT_EQ(preferences.destinations().rowCount(), 2);
+
+    // The editing project: stored as chosen; its history keeps each path once, newest first.
+    for (const char* path : {"/projects/a.fcp", "/projects/b.fcp", "/projects/a.fcp"})
+        preferences.changeProjectPath(path);
+    EXPECT_EQ(settings_.string(SettingsKey::fcpProjectPath), "/projects/a.fcp");
+    QComboBox& projects = preferences.projectPath();
+    ASSERT_EQ(projects.count(), 2);
+    EXPECT_EQ(projects.itemText(0), "/projects/b.fcp");
+    EXPECT_EQ(projects.currentText(), "/projects/a.fcp");
 }
 
 TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathNamesTheFolder) {
