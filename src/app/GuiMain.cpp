@@ -11,6 +11,7 @@
 #include "MainWindow.h"
 #include "MountService.h"
 #include "QVGrowl.h"
+#include "VerificationFailureWindow.h"
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -42,8 +43,11 @@ int main(int argc, char** argv) {
     window.attach(*controller);
     // CARDSWEEP_LIST_TRACE=FILE: what the list shows, line by line, for tests and support.
     std::unique_ptr<ListTrace> trace;
-    if (const QString path = qEnvironmentVariable("CARDSWEEP_LIST_TRACE"); !path.isEmpty())
+    if (const QString path = qEnvironmentVariable("CARDSWEEP_LIST_TRACE"); !path.isEmpty()) {
         trace = std::make_unique<ListTrace>(window.model(), path);
+        QObject::connect(&window.failureReview(), &VerificationFailureWindow::reviewShown,
+                         trace.get(), &ListTrace::recordReview);
+    }
     window.show();
     controller->startUp(QApplication::arguments());
     controller->startWatchingMounts();

@@ -11,6 +11,14 @@ ListTrace::ListTrace(VolumeTableModel& model, const QString& path) : model_(mode
     file_.flush();
 }
 
+void ListTrace::recordReview(const QString& volumeName, const QList<QStringList>& rows) {
+    for (const QStringList& row : rows) {
+        const QString line = QStringLiteral("review\t") + volumeName + u'\t' + row.join(u'\t');
+        file_.write((line + u'\n').toUtf8());
+    }
+    file_.flush();
+}
+
 void ListTrace::record() {
     for (int row = 0; row < model_.rowCount(); ++row) {
         const auto volume = model_.volumeAt(row);

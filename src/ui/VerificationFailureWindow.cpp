@@ -22,6 +22,9 @@ VerificationFailureWindow::VerificationFailureWindow(QWidget* parent)
     table_->horizontalHeader()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     table_->horizontalHeader()->setSectionResizeMode(2, QHeaderView::ResizeToContents);
     table_->verticalHeader()->hide();
+    // Long paths keep their file name in sight.
+    table_->setTextElideMode(Qt::ElideMiddle);
+    table_->setWordWrap(false);
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
@@ -44,6 +47,7 @@ void VerificationFailureWindow::showVerificationFailureForVolume(
             .arg(volume->name()));
     const auto failed = volume->failedFiles();
     table_->setRowCount(int(failed.size()));
+    QList<QStringList> rows;
     for (int row = 0; row < int(failed.size()); ++row) {
         const CopyInfo& file = *failed[std::size_t(row)];
         const QStringList cells = {file.failedFile.value_or(file.source),
@@ -51,10 +55,12 @@ void VerificationFailureWindow::showVerificationFailureForVolume(
                                    file.destChecksum.value_or(QString())};
         for (int column = 0; column < cells.size(); ++column)
             table_->setItem(row, column, new QTableWidgetItem(cells[column]));
+        rows << cells;
     }
     show();
     raise();
     activateWindow();
+    Q_EMIT reviewShown(volume->name(), rows);
 }
 
 void VerificationFailureWindow::restartTransfer() {

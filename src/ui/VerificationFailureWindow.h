@@ -28,6 +28,10 @@ class VerificationFailureWindow : public QDialog {
     /// Asks, then queues the volume again and closes; "Cancel" changes nothing.
     void restartTransfer();
 
+  Q_SIGNALS:
+    /// The window lists a volume's failed files: each row as file, card and copy checksum.
+    void reviewShown(const QString& volumeName, const QList<QStringList>& rows);
+
   private:
     AppController* controller_ = nullptr;
     std::shared_ptr<QVVolume> volume_;

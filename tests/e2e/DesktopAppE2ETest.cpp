@@ -1,16 +1,19 @@
 // The desktop application as a crew starts it, on a virtual X display: a real loop card
 // mounted while it runs is listed with its format, transferred to both destinations, verified
-// and shown "Done". With CARDSWEEP_SCREENSHOT=FILE.png (and ImageMagick's import) the screen
-// is saved while the card copies.
+// and shown "Done"; copies on a medium that stores other bytes than it was given fail their
+// verification and the review lists them. With CARDSWEEP_SCREENSHOTS=FOLDER (and ImageMagick's
+// import) the screen is saved into FOLDER while a card copies and while the review shows.
 #include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QThread>
 
 #include "CardTest.h"
+#include "LyingMedium.h"
 #include "Preferences.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
@@ -60,22 +63,51 @@ QStringList filesNamed(const QString& root, const QString& name) {
     return found;
 }
 
-void screenshot(const QString& display) {
-    const QString target = qEnvironmentVariable("CARDSWEEP_SCREENSHOT");
+// Saves the screen's top-left `area` ("WxH+0+0") as FOLDER/name.
+void screenshot(const QString& display, const QString& name, const QString& area) {
+    const QString folder = qEnvironmentVariable("CARDSWEEP_SCREENSHOTS");
     const QString import = LoopCard::findTool("import");
-    if (target.isEmpty() || import.isEmpty())
+    if (folder.isEmpty() || import.isEmpty())
         return;
     QProcess grab;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("DISPLAY", display);
     grab.setProcessEnvironment(environment);
-    grab.start(import, {"-window", "root", "-crop", "980x460+0+0", "+repage", target});
+    grab.start(import, {"-window", "root", "-crop", area, "+repage", folder + "/" + name});
     grab.waitForFinished(20000);
 }
 
 }  // namespace
 
-class DesktopAppE2E : public CardTest {};
+class DesktopAppE2E : public CardTest {
+  protected:
+    // The settings a crew would have made: these destinations, the project "Night Shoot".
+    static void configure(const std::vector<DestinationEntry>& destinations) {
+        SettingsStore settings(SettingsStore::defaultPath());
+        Preferences(settings).registerAndMigrate();
+        Preferences(settings).setDestinationList(destinations);
+        settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
+        settings.setObject(SettingsKey::projectName, PropertyList(QString("Night Shoot")));
+        settings.synchronize();
+    }
+
+    // Starts cardsweep on the display, tracing its list into trace.
+    static void start(QProcess& app, const QString& display, const QString& trace) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("DISPLAY", display);
+        environment.insert("QT_QPA_PLATFORM", "xcb");
+        environment.insert("CARDSWEEP_LIST_TRACE", trace);
+        environment.insert("ASAN_OPTIONS", "detect_leaks=0");  // the X libraries keep caches
+        app.setProcessEnvironment(environment);
+        app.setProcessChannelMode(QProcess::MergedChannels);
+        app.start(CARDSWEEP_GUI_PATH, QStringList{});
+    }
+
+    static void stop(QProcess& app) {
+        app.terminate();
+        app.waitForFinished(10000);
+    }
+};
 
 TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
     VirtualDisplay x;
@@ -92,36 +124,20 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
     TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/IMG_0002.JPG", "still");
     ASSERT_TRUE(card->unmount());
 
-    {
-        SettingsStore settings(SettingsStore::defaultPath());
-        Preferences(settings).registerAndMigrate();
-        Preferences(settings).setDestinationList(
-            {{1, workPath("Shuttle A")}, {1, workPath("Shuttle B")}});
-        settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
-        settings.setObject(SettingsKey::projectName, PropertyList(QString("Night Shoot")));
-        settings.synchronize();
-    }
+    configure({{1, workPath("Shuttle A")}, {1, workPath("Shuttle B")}});
     const QString trace = workPath("list.txt");
     QProcess app;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("DISPLAY", x.display());
-    environment.insert("QT_QPA_PLATFORM", "xcb");
-    environment.insert("CARDSWEEP_LIST_TRACE", trace);
-    environment.insert("ASAN_OPTIONS", "detect_leaks=0");  // the X libraries keep their caches
-    app.setProcessEnvironment(environment);
-    app.setProcessChannelMode(QProcess::MergedChannels);
-    app.start(CARDSWEEP_GUI_PATH, QStringList{});
+    start(app, x.display(), trace);
     ASSERT_TRUE(app.waitForStarted());
     const bool shown = waitForLine(trace, "list shown", 60);
     const bool listed = shown && waitForLine(trace, "PRESENT\tEOSHD\tWaiting", 60) &&
                         card->remount() && waitForLine(trace, "EOS_DIGITAL\tEOSHD\t", 60);
     if (listed && waitForLine(trace, "\tCopying", 30)) {
         QThread::msleep(250);  // some way into the copy
-        screenshot(x.display());
+        screenshot(x.display(), "main-window-transfer.png", "980x460+0+0");
     }
     const bool done = listed && waitForLine(trace, "EOS_DIGITAL\tEOSHD\tDone", 120);
-    app.terminate();
-    app.waitForFinished(10000);
+    stop(app);
     const QString lines = QString::fromUtf8(TestFiles::read(trace));
     ASSERT_TRUE(done) << "list:\n"
                       << lines.toStdString() << "output:\n"
@@ -135,4 +151,58 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
         EXPECT_TRUE(copies.front().contains("/Night Shoot/")) << copies.front().toStdString();
         EXPECT_EQ(TestFiles::read(copies.front()), clip);
     }
+}
+
+TEST_F(DesktopAppE2E, CopiesThatFailTheirVerificationAreListedForReview) {
+    VirtualDisplay x;
+    if (x.display().isEmpty())
+        GTEST_SKIP() << "no virtual X display (Xvfb is not installed or did not start)";
+    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no lying medium: " << reason.toStdString();
+    // The shuttle stores byte 5000 of every clip named MVI_1... inverted: three bad copies.
+    LyingMedium shuttle(workPath("Shuttle B"), 5000, "MVI_1");
+    ASSERT_TRUE(shuttle.ok()) << shuttle.error().toStdString();
+    const auto card = mountCard("EOS_DIGITAL");
+    ASSERT_TRUE(card);
+    for (const char* name : {"MVI_1001.MOV", "MVI_1002.MOV", "MVI_1003.MOV", "MVI_0004.MOV"})
+        TestFiles::write(card->mountPoint() + "/DCIM/100EOS5D/" + name,
+                         TestFiles::randomBytes(3 * 1024 * 1024 + 17, name[7]));
+    ASSERT_TRUE(card->unmount());
+    configure({{1, workPath("Shuttle A")}, {1, shuttle.mountPoint()}});
+
+    const QString trace = workPath("list.txt");
+    QProcess app;
+    start(app, x.display(), trace);
+    ASSERT_TRUE(app.waitForStarted());
+    const bool failed = waitForLine(trace, "list shown", 60) && card->remount() &&
+                        waitForLine(trace, "EOS_DIGITAL\tEOSHD\tError", 180);
+    if (failed) {
+        QThread::msleep(1500);  // the review window comes up and draws
+        screenshot(x.display(), "verification-failure.png", "980x460+0+0");
+    }
+    stop(app);
+    const QString lines = QString::fromUtf8(TestFiles::read(trace));
+    ASSERT_TRUE(failed) << "list:\n"
+                        << lines.toStdString() << "output:\n"
+                        << app.readAll().toStdString();
+    EXPECT_FALSE(lines.contains("\tDone")) << lines.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(card->mountPoint() + "/.cardsweep"))
+        << "a card whose copies failed is not marked done";
+    // The review lists exactly the three lied-about copies, each with two differing checksums
+    // (it is shown again as each failure arrives).
+    QStringList reviewed;
+    for (const QString& line : lines.split('\n')) {
+        const QStringList cells = line.split('\t');
+        if (cells.size() != 5 || cells[0] != "review")
+            continue;
+        EXPECT_EQ(cells[1], "EOS_DIGITAL");
+        EXPECT_FALSE(cells[3].isEmpty());
+        EXPECT_FALSE(cells[4].isEmpty());
+        EXPECT_NE(cells[3], cells[4]) << line.toStdString();
+        reviewed << QFileInfo(cells[2]).fileName();
+    }
+    reviewed.removeDuplicates();
+    reviewed.sort();
+    EXPECT_EQ(reviewed, (QStringList{"MVI_1001.MOV", "MVI_1002.MOV", "MVI_1003.MOV"}))
+        << lines.toStdString();
 }
