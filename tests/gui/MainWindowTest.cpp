@@ -24,6 +24,7 @@
 #include "MetadataFieldEditor.h"
 #include "Preferences.h"
 #include "PreferencesWindow.h"
+#include "QVFileManager.h"
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
@@ -313,6 +314,13 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
     preferences.removeSelectedDestinations();
     EXPECT_EQ(controller_->destinationList().size(), 2u);
     EXPECT_EQ(preferences.destinations().rowCount(), 2);
+    // Nothing ticked, nothing free; ticked again, its drive counts again.
+    const QString nothing =
+        "Total Remaining Space on Media Drives: " + QVFileManager::formatFileSize(0);
+    preferences.destinations().item(0, 0)->setCheckState(Qt::Unchecked);
+    EXPECT_EQ(window_->remainingSpaceLabel().text(), nothing);
+    preferences.destinations().item(0, 0)->setCheckState(Qt::Checked);
+    EXPECT_NE(window_->remainingSpaceLabel().text(), nothing);
 
     // The editing project: stored as chosen; its history keeps each path once, newest first.
     for (const char* path : {"/projects/a.fcp", "/projects/b.fcp", "/projects/a.fcp"})
