@@ -266,7 +266,9 @@ void MainWindow::volumesChanged(const std::vector<std::shared_ptr<const VolumeSn
 }
 
 int MainWindow::showSheet(const SheetRequest& sheet) {
-    QMessageBox box(this);
+    // A sheet asked for from the preferences (resetting ignored volumes) belongs on them.
+    const bool onPreferences = !preferences_.isNull() && preferences_->isActiveWindow();
+    QMessageBox box(onPreferences ? static_cast<QWidget*>(preferences_.data()) : this);
     box.setWindowModality(Qt::WindowModal);
     box.setIcon(QMessageBox::Warning);
     box.setWindowTitle(kAppTitle);
