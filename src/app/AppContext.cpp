@@ -13,6 +13,7 @@
 #include "LogPlaces.h"
 #include "PosixProcessRunner.h"
 #include "Preferences.h"
+#include "QVAuthorization.h"
 #include "QVException.h"
 #include "QVGrowl.h"
 #include "QVLog.h"
@@ -33,6 +34,10 @@ AppContext::AppContext() {
     paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess());
     desktop_ = std::make_unique<LinuxDesktop>(*processes_);
     growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath());
+    // pkexec needs a desktop session to ask in.
+    const bool desktop =
+        !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    authorization_ = std::make_unique<QVAuthorization>(*processes_, *paths_, desktop);
 }
 
 AppContext::~AppContext() {
@@ -48,8 +53,9 @@ QString AppContext::settingsProblem() const {
 }
 
 Services AppContext::services(Notifier& notifier) {
-    return Services{FileLayer::posix(), *mounts_,  *volumes_, *disks_,        *processes_, *paths_,
-                    notifier,           *desktop_, *threads_, Clock::system()};
+    return Services{
+        FileLayer::posix(), *mounts_,  *volumes_, *disks_,         *processes_,         *paths_,
+        notifier,           *desktop_, *threads_, Clock::system(), authorization_.get()};
 }
 
 void AppContext::finishWork() {

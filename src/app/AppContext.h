@@ -24,6 +24,7 @@ class QVGrowl;
 class SettingsStore;
 class WorkerThreads;
 
+class QVAuthorization;
 class AppContext {
   public:
     AppContext();
@@ -59,4 +60,5 @@ class AppContext {
     std::unique_ptr<XdgLocalPaths> paths_;
     std::unique_ptr<LinuxDesktop> desktop_;
     std::unique_ptr<QVGrowl> growl_;
+    std::unique_ptr<QVAuthorization> authorization_;
 };

@@ -52,7 +52,6 @@ void say(const QString& line) {
 }
 
 void applyOverrides(SettingsStore& settings, const WatchRunner::Request& request) {
-    settings.setOverride(QStringLiteral("cardsweepEnabled"), PropertyList(qint64(1)));
     // Imaging a whole card is asked for on the command line, never inherited from the desktop.
     settings.setOverride(SettingsKey::transferType, PropertyList(qint64(request.image ? 1 : 0)));
     if (request.destinations.isEmpty())
@@ -122,6 +121,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     view.setDesktopNotifier(&app.growl());
     const Services services = app.services(view);
     AppController controller(settings, view, services);
+    controller.keepAutomaticModeOn();  // watching is the automatic mode, jobs or not
     MountService& mounts = app.mounts();
     QObject context;
     bool anyFailed = false;

@@ -24,6 +24,7 @@
 #include "ItemCopier.h"
 #include "MainThread.h"
 #include "MountTable.h"
+#include "QVAuthorization.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "SystemError.h"
@@ -177,8 +178,9 @@ bool QVFileManager::trashFile(const QString& path, bool shouldAuth) {
     unlockFile(path);
     if (!anythingAt(files_, path))
         return true;
-    static_cast<void>(shouldAuth);         // administrator rights come with the privileged helper
-    return FreedesktopTrash::trash(path);  // which logs why it failed
+    if (FreedesktopTrash::trash(path))  // which logs why it failed
+        return true;
+    return shouldAuth && authorization_ != nullptr && authorization_->authTrashFile(path);
 }
 
 bool QVFileManager::removeFile(const QString& path, bool shouldAuth) {
@@ -189,8 +191,7 @@ bool QVFileManager::removeFile(const QString& path, bool shouldAuth) {
     if (!anythingAt(files_, path))
         return true;
     QVLog::appendLog(u"Error removing file: %@. Authorizing...", errnoText(errno));
-    static_cast<void>(shouldAuth);  // administrator rights come with the privileged helper
-    return false;
+    return shouldAuth && authorization_ != nullptr && authorization_->authRemoveFile(path);
 }
 
 bool QVFileManager::createDirectory(const QString& path, bool shouldAuth) {
@@ -206,8 +207,7 @@ bool QVFileManager::createDirectory(const QString& path, bool shouldAuth) {
         return true;
     QVLog::appendLog(u"Error creating folder: %@. Authorizing...",
                      errnoText(code == 0 ? EEXIST : code));
-    static_cast<void>(shouldAuth);
-    return false;
+    return shouldAuth && authorization_ != nullptr && authorization_->authCreateDir(path);
 }
 
 bool QVFileManager::copyFile(const QString& source, const QString& destination, bool shouldAuth) {
@@ -224,8 +224,8 @@ bool QVFileManager::copyFile(const QString& source, const QString& destination, 
     if (ItemCopier::copy(source, destination, &error))
         return true;
     QVLog::appendLog(u"Error copying file: %@. Authorizing...", error);
-    static_cast<void>(shouldAuth);
-    return false;
+    return shouldAuth && authorization_ != nullptr &&
+           authorization_->authCopyFile(source, destination);
 }
 
 bool QVFileManager::moveFile(const QString& source, const QString& destination, bool shouldAuth) {
@@ -250,9 +250,10 @@ bool QVFileManager::moveFile(const QString& source, const QString& destination, 
     if (moved)
         return true;
     QVLog::appendLog(u"Error moving file: %@.", error);
-    if (shouldAuth)
-        QVLog::appendLog(u"Authorizing...");
-    return false;
+    if (!shouldAuth)
+        return false;
+    QVLog::appendLog(u"Authorizing...");
+    return authorization_ != nullptr && authorization_->authMoveFile(source, destination);
 }
 
 void QVFileManager::trashDirectoryContents(const QString& path, bool shouldAuth) {

@@ -20,9 +20,13 @@
 #include "FileLayer.h"
 #include "PropertyList.h"
 
+class QVAuthorization;
+
 class QVFileManager {
   public:
-    explicit QVFileManager(FileLayer& files) : files_(files) {}
+    /// authorization, when given, is where the shouldAuth forms turn after a first failure.
+    explicit QVFileManager(FileLayer& files, QVAuthorization* authorization = nullptr)
+        : files_(files), authorization_(authorization) {}
 
     // ---- Tests
 
@@ -150,4 +154,5 @@ class QVFileManager {
     static bool isCaseOnlyChange(const QString& source, const QString& destination);
 
     FileLayer& files_;
+    QVAuthorization* authorization_;  // may be null: no administrator rights to ask for
 };

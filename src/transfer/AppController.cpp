@@ -29,7 +29,15 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
       services_(services),
       stages_(stages ? *stages : ownStages_),
       fileLayer_(services.files),
-      fileManager_(services.files),
+      fileManager_(services.files, services.authorization),
+      launchd_(services.processes, services.paths, services.authorization,
+               [this](const QString& title, const QString& text) {
+                   onMainThread(
+                       [this, title, text] {
+                           view_.showSheet({title, QStringLiteral("OK"), {}, {}, text});
+                       },
+                       true);
+               }),
       volumes_(destinationsAtStart(settings)),
       reservation_(settings, services.clock, services.files),
       images_(services.files, services.mounts),

@@ -24,6 +24,7 @@
 #include "DiskImages.h"
 #include "PostActions.h"
 #include "QVFileManager.h"
+#include "QVLaunchd.h"
 #include "QVVolume.h"
 #include "Services.h"
 #include "TransferProgress.h"
@@ -174,8 +175,19 @@ class AppController {
     /// Hears of mounts from now on (main thread): a card that could be one is listed, one
     /// that goes away leaves the list, interrupting its transfer.
     void startWatchingMounts();
-    /// The automatic mode (queue recognised cards as they are mounted).
+    /// The automatic mode (queue recognised cards as they are mounted): on while the listener
+    /// job is installed, or for this run after keepAutomaticModeOn.
     bool cardsweepEnabled() const;
+    /// Automatic mode for the life of this controller, whatever the jobs say (`watch`).
+    void keepAutomaticModeOn() { automaticForThisRun_ = true; }
+    static constexpr const char* listenerLabel = "com.quorvant.Cardsweep";
+    static constexpr const char* setupLabel = "com.quorvant.CardsweepSetup";
+    /// The background jobs that bring the program up when a card is mounted.
+    void startListener();
+    void stopListener();
+    void startSetupJob();
+    void stopSetupJob();
+    QVLaunchd& launchd() { return launchd_; }
     /// Starts the selected volumes, or, while the Transfer item reads " Cancel " for them,
     /// is the cancel command.
     void transfer();
@@ -200,6 +212,7 @@ class AppController {
     void setVolumeListValue(int row, const QString& column, const QString& value);
 
   private:
+    void startHelperJob(const char* label, bool setup);
     /// Deletes what a transfer wrote into a destination, never another transfer's copy in it.
     void removeTransferredFiles(const QString& destination);
     QStringList chooseDestinations(const QVVolume& volume);
@@ -254,6 +267,8 @@ class AppController {
     TransferStages& stages_;
     FileLayer& fileLayer_;
     QVFileManager fileManager_;
+    QVLaunchd launchd_;
+    bool automaticForThisRun_ = false;
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 
     VolumeList volumes_;

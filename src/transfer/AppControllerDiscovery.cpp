@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
+#include <optional>
 
 #include "AppController.h"
 #include "CardsweepVolumeChecker.h"
@@ -19,14 +20,67 @@
 #include "SettingsStore.h"
 #include "WorkerThreads.h"
 
+bool AppController::cardsweepEnabled() const {
+    return automaticForThisRun_ ||
+           QFileInfo::exists(launchd_.jobFile(QString::fromLatin1(listenerLabel), true, true));
+}
+
 namespace {
 
-const char* const kAutomaticMode = "cardsweepEnabled";
+// The job running our helper: the listener on every mount, the setup once, or nothing when
+// there is no program to run.
+std::optional<PropertyList> helperJob(const QString& label, bool setup) {
+    const QString helper = LocalPaths::helperProgram(QStringLiteral("CardsweepHelper"));
+    if (helper.isEmpty() || !QFileInfo(helper).isAbsolute()) {
+        return std::nullopt;
+    }
+    PropertyList::Dictionary job;
+    job[QStringLiteral("Label")] = PropertyList(label);
+    job[QStringLiteral("Program")] = PropertyList(helper);
+    job[QStringLiteral("WorkingDirectory")] = PropertyList(QFileInfo(helper).path());
+    if (setup) {
+        job[QStringLiteral("ProgramArguments")] =
+            PropertyList(PropertyList::Array{PropertyList(QStringLiteral("CardsweepHelper")),
+                                             PropertyList(QStringLiteral("-setup"))});
+        job[QStringLiteral("RunAtLoad")] = PropertyList(true);
+    } else {
+        job[QStringLiteral("StartOnMount")] = PropertyList(true);
+    }
+    return PropertyList(job);
+}
 
 }  // namespace
 
-bool AppController::cardsweepEnabled() const {
-    return settings_.isOn(kAutomaticMode);
+void AppController::startHelperJob(const char* label, bool setup) {
+    const auto job = helperJob(QString::fromLatin1(label), setup);
+    if (!job) {
+        QVLog::appendLog(
+            u"Error - unable to determine application path. Please report this "
+            u"error to Quorvant.");
+        view_.showSheet({QStringLiteral("Error - unable to determine application path"),
+                         QStringLiteral("OK"),
+                         {},
+                         {},
+                         QStringLiteral("Please report this error to Quorvant.")});
+        return;
+    }
+    launchd_.startLaunchAgent(QString::fromLatin1(label), *job, true);
+}
+
+void AppController::startListener() {
+    startHelperJob(listenerLabel, false);
+}
+
+void AppController::stopListener() {
+    launchd_.removeLaunchAgent(QString::fromLatin1(listenerLabel), true);
+}
+
+void AppController::startSetupJob() {
+    startHelperJob(setupLabel, true);
+}
+
+void AppController::stopSetupJob() {
+    launchd_.removeLaunchAgent(QString::fromLatin1(setupLabel), true);
 }
 
 void AppController::startUp(const QStringList& arguments) {
@@ -200,11 +254,13 @@ void AppController::transfer() {
 void AppController::toggleCardsweep() {
     if (cardsweepEnabled()) {
         view_.setAutomaticModeSelected(false);
-        settings_.setObject(kAutomaticMode, PropertyList(qint64(0)));
+        stopSetupJob();
+        stopListener();
         return;
     }
     view_.setAutomaticModeSelected(true);
-    settings_.setObject(kAutomaticMode, PropertyList(qint64(1)));
+    startSetupJob();
+    startListener();
     for (const auto& volume : dataArray()) {
         const VolumeStatus status = volume->status();
         if (volume->type() != -1 && (status == QVVolume::Idle || status == QVVolume::Cancelled))

@@ -14,6 +14,7 @@ class LocalPaths;
 class MountService;
 class Notifier;
 class ProcessRunner;
+class QVAuthorization;
 class VolumeActions;
 class WorkerThreads;
 
@@ -28,4 +29,6 @@ struct Services {
     Desktop& desktop;
     WorkerThreads& threads;
     std::shared_ptr<const Clock> clock;
+    /// Administrator rights for the fall-backs that may ask for them; null: none to ask for.
+    QVAuthorization* authorization = nullptr;
 };

@@ -13,8 +13,12 @@
 #include <QTemporaryDir>
 #include <thread>
 
+#include "FakeLocalPaths.h"
+#include "FakeProcessRunner.h"
 #include "FaultyFileLayer.h"
 #include "FileLayer.h"
+#include "PosixFileLayer.h"
+#include "QVAuthorization.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "TempHome.h"
@@ -291,4 +295,39 @@ TEST(QVFileManager, FileOperationsMeetTheFaultsOfTheirLayer) {
     layer.failCreationsUnder(dir.filePath("full"));
     EXPECT_FALSE(faulty.createDirectory(dir.filePath("full/Offload/CARD")));
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("full/Offload"))) << "nothing made on the way";
+}
+
+namespace {
+
+// A disk that refuses to remove anything, as a folder the user has no rights over does.
+class RefusingRemovals : public PosixFileLayer {
+  public:
+    int removeFile(const QByteArray&) override {
+        errno = EACCES;
+        return -1;
+    }
+};
+
+}  // namespace
+
+TEST(QVFileManagerTest, ARemovalThatFailsIsTakenOverByTheRunnerOnlyWhenRightsMayBeAsked) {
+    QTemporaryDir work;
+    const QString clip = work.filePath("A001/CLIP.MOV");
+    TestFiles::write(clip, "root's");
+    RefusingRemovals disk;
+    FakeProcessRunner processes;
+    processes.setRunsAsRoot(false);  // the runner, started without a dialog, does the work
+    FakeLocalPaths paths;
+    QVAuthorization::Approval direct;
+    direct.dialog = {};
+    direct.runner = CARDSWEEP_AUTH_TOOL;
+
+    QVAuthorization headless(processes, paths, false, direct);
+    EXPECT_FALSE(QVFileManager(disk, &headless).removeFile(clip));
+    EXPECT_TRUE(QFileInfo::exists(clip)) << "no rights to ask for: the failure stands";
+    QVAuthorization asking(processes, paths, true, direct);
+    EXPECT_FALSE(QVFileManager(disk, &asking).removeFile(clip, false)) << "not asked to";
+    EXPECT_TRUE(QFileInfo::exists(clip));
+    EXPECT_TRUE(QVFileManager(disk, &asking).removeFile(clip));
+    EXPECT_FALSE(QFileInfo::exists(clip)) << "removed through the runner";
 }

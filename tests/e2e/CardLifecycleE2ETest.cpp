@@ -191,7 +191,6 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
-    settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
     FaultyFileLayer layer;
     layer.slowReads(pulled->mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", 100);  // ~600 ms a clip
     RecordingAppView view;
@@ -200,6 +199,7 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     services.useThisMachine();
     services.files = &layer;
     AppController controller(settings, view, services.bundle());
+    controller.keepAutomaticModeOn();
     controller.setDestinationList({{1, workPath("dest")}});
     controller.volumeDidMount(pulled->mountPoint());
     controller.volumeDidMount(next->mountPoint());

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
@@ -15,6 +16,7 @@
 #include "CardTest.h"
 #include "LyingMedium.h"
 #include "Preferences.h"
+#include "QVLocalPaths.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
 
@@ -86,9 +88,12 @@ class DesktopAppE2E : public CardTest {
         SettingsStore settings(SettingsStore::defaultPath());
         Preferences(settings).registerAndMigrate();
         Preferences(settings).setDestinationList(destinations);
-        settings.setObject("cardsweepEnabled", PropertyList(qint64(1)));
         settings.setObject(SettingsKey::projectName, PropertyList(QString("Night Shoot")));
         settings.synchronize();
+        // The automatic mode is on while the listener unit is installed.
+        const QString units = QVLocalPaths::prefsDirectory(true) + "/systemd/user";
+        QDir().mkpath(units);
+        TestFiles::write(units + "/com.quorvant.Cardsweep.service", "[Service]\n");
     }
 
     // Starts cardsweep on the display, tracing its list into trace.

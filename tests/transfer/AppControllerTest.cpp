@@ -337,7 +337,23 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
 TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     withMediaRoot(work_.filePath("cards"));
     controller_->setDestinationList({{1, dest("A")}});
-    settings_.setObject("cardsweepEnabled", PropertyList(qint64(1)));
+    // On: both jobs become user units, enabled at once; the listener's file is the switch.
+    const QString units =
+        mediaPaths_->pathForDirectory(QVLocalPaths::Directory::Preferences, true) +
+        "/systemd/user/";
+    EXPECT_FALSE(controller_->cardsweepEnabled());
+    controller_->toggleCardsweep();
+    EXPECT_TRUE(controller_->cardsweepEnabled());
+    const QString listener =
+        QString::fromUtf8(TestFiles::read(units + "com.quorvant.Cardsweep.service"));
+    EXPECT_TRUE(listener.contains("Type=simple\n")) << listener.toStdString();
+    EXPECT_TRUE(listener.contains("/CardsweepHelper\"\n")) << "run with no arguments";
+    const QString setup =
+        QString::fromUtf8(TestFiles::read(units + "com.quorvant.CardsweepSetup.service"));
+    EXPECT_TRUE(setup.contains("Type=oneshot\n"));
+    EXPECT_TRUE(setup.contains("/CardsweepHelper\" \"-setup\"\n")) << setup.toStdString();
+    EXPECT_TRUE(services_.fakeProcesses.commandLines().contains(
+        "systemctl --user enable --now com.quorvant.Cardsweep.service"));
     TestFiles::write(work_.filePath("cards/EOS/DCIM/100EOS5D/MVI_0001.MOV"));
     TestFiles::write(work_.filePath("cards/USB/notes.txt"));
     controller_->volumeDidMount(work_.filePath("cards/USB"));
@@ -356,6 +372,11 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     controller_->releaseSlot(*eos);
     eos->setStatus(QVVolume::Cancelled);
     controller_->toggleCardsweep();  // off
+    EXPECT_FALSE(controller_->cardsweepEnabled());
+    EXPECT_FALSE(QFileInfo::exists(units + "com.quorvant.Cardsweep.service"));
+    EXPECT_FALSE(QFileInfo::exists(units + "com.quorvant.CardsweepSetup.service"));
+    EXPECT_TRUE(services_.fakeProcesses.commandLines().contains(
+        "systemctl --user disable --now com.quorvant.CardsweepSetup.service"));
     controller_->toggleCardsweep();
     ASSERT_TRUE(copiesReach(2));
     EXPECT_EQ(stages_.copies()[1].volume, eos);
@@ -367,7 +388,7 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     controller_->startUp({"cardsweep", "-cardsweepVolume", work_.filePath("cards/NONE")});
     EXPECT_FALSE(view_.toolbar().transferEnabled || view_.toolbar().infoEnabled);
     EXPECT_EQ(view_.events().filter("automatic:"),
-              QStringList({"automatic: off", "automatic: on", "automatic: on"}));
+              QStringList({"automatic: on", "automatic: off", "automatic: on", "automatic: on"}));
     EXPECT_EQ(view_.count("sheet: Destinations offline | The following destination drives are "
                           "offline:\nRAID"),
               1);

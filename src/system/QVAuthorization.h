@@ -1,0 +1,75 @@
+#pragma once
+// File operations with administrator rights. The approval is asked for once per process
+// (pkexec's dialog, or a given name and password through `sudo -S`) and kept: one privileged
+// runner of ours then executes each argument vector as the superuser, never through a shell.
+// As root the tools run directly. Destructive operations refuse the system directories, and so
+// does the runner. Safe from any thread; approval is sought by whichever thread needs it first.
+
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <mutex>
+
+class LocalPaths;
+class PrivilegedSession;
+class ProcessRunner;
+
+class QVAuthorization {
+  public:
+    /// How the approval is sought: the program put in front of the runner for the dialog
+    /// ("pkexec"), for a name and password ("sudo -S -k -p ''"), and the runner itself.
+    struct Approval {
+        QStringList dialog{QStringLiteral("pkexec")};
+        QStringList password{QStringLiteral("sudo"), QStringLiteral("-S"), QStringLiteral("-k"),
+                             QStringLiteral("-p"), QString()};
+        QString runner;  // empty: CardsweepAuthTool beside the running program
+    };
+
+    /// hasGUI: whether the user may be asked through a dialog.
+    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI);
+    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI,
+                    Approval approval);
+    ~QVAuthorization();
+    QVAuthorization(const QVAuthorization&) = delete;
+    QVAuthorization& operator=(const QVAuthorization&) = delete;
+
+    bool authStart();
+    /// sudo checks the password of the user running us: another name is refused.
+    bool authStartWithUser(const QString& user, const QString& password);
+    void authEnd();
+    bool isAuthorized() const;
+    bool canAuthorize() const;
+
+    bool authRemoveFile(const QString& path);
+    bool authTrashFile(const QString& path, bool deleteOnRootAccount = false);
+    bool authTrashFolderContents(const QString& folder, bool deleteOnRootAccount = false);
+    bool authMoveFolderContents(const QString& folder, const QString& destination);
+    bool authMoveFile(const QString& path, const QString& newPath);
+    bool authCopyFile(const QString& path, const QString& newPath);
+    bool authCreateDir(const QString& path);
+
+    /// 0 on success, -2 when the tool does not exist, -1 without approval, otherwise the
+    /// tool's exit status (126 for a request the runner refused). Every call returns once the
+    /// tool has ended, also with async: a later step may rely on the earlier one's result.
+    int authExecTask(const QString& tool, const QStringList& parameters, bool async = true);
+
+    /// Why the runner must not run this request (a destructive tool aimed at a system
+    /// directory, a tool that is not an absolute path); empty when it may. Used by the runner.
+    static QString refusalForTask(const QString& tool, const QStringList& parameters);
+
+  private:
+    bool runsAsRoot() const;
+    bool startSession(const QStringList& prefix, const QByteArray& input);
+    QString runner() const;
+    /// Runs directly (as root) or through the runner; true on exit status 0.
+    bool runTool(const QString& tool, const QStringList& parameters);
+    QString trashTarget(const QString& path) const;
+
+    ProcessRunner& processes_;
+    const LocalPaths& paths_;
+    const bool hasGUI_;
+    const Approval approval_;
+    const QString userDirectory_;
+    mutable std::mutex mutex_;
+    std::shared_ptr<PrivilegedSession> session_;  // guarded by mutex_; the kept approval
+};
