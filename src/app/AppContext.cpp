@@ -71,6 +71,14 @@ MountService& AppContext::mounts() {
     return *mounts_;
 }
 
+ProcessRunner& AppContext::processes() {
+    return *processes_;
+}
+
+const LocalPaths& AppContext::paths() const {
+    return *paths_;
+}
+
 std::unique_ptr<AppController> AppContext::makeController(AppView& view, Notifier& notifier) {
     return std::make_unique<AppController>(*settings_, view, services(notifier));
 }

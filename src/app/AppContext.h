@@ -20,11 +20,11 @@ class LinuxVolumeActions;
 class PosixProcessRunner;
 class XdgLocalPaths;
 class Notifier;
+class QVAuthorization;
 class QVGrowl;
 class SettingsStore;
 class WorkerThreads;
 
-class QVAuthorization;
 class AppContext {
   public:
     AppContext();
@@ -39,6 +39,8 @@ class AppContext {
     Services services(Notifier& notifier);
     WorkerThreads& threads() { return *threads_; }
     MountService& mounts();
+    ProcessRunner& processes();
+    const LocalPaths& paths() const;
     /// Desktop notifications through the session's notification service.
     QVGrowl& growl() { return *growl_; }
     LinuxDesktop& desktop() { return *desktop_; }

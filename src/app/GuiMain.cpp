@@ -11,6 +11,8 @@
 #include "MainWindow.h"
 #include "MountService.h"
 #include "QVGrowl.h"
+#include "QVLog.h"
+#include "SingleInstance.h"
 #include "VerificationFailureWindow.h"
 
 int main(int argc, char** argv) {
@@ -23,6 +25,14 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Cardsweep"));
     QApplication::setDesktopFileName(QStringLiteral("cardsweep"));
+    // One window per user: a later start (the helper's, on a mount) hands its card over.
+    SingleInstance instance(SingleInstance::defaultSocketPath());
+    if (instance.handOff(QApplication::arguments())) {
+        std::printf("cardsweep: handed over to the running instance\n");
+        return 0;
+    }
+    if (!instance.listen() && instance.handOff(QApplication::arguments()))
+        return 0;
     AppContext context;
 
     MainWindow window(context.desktop());
@@ -48,6 +58,15 @@ int main(int argc, char** argv) {
         QObject::connect(&window.failureReview(), &VerificationFailureWindow::reviewShown,
                          trace.get(), &ListTrace::recordReview);
     }
+    QObject::connect(&instance, &SingleInstance::handedOver, &window,
+                     [&window, &controller](const QStringList& arguments) {
+                         QVLog::appendLog(u"Started again with: %@", arguments.join(u' '));
+                         window.showNormal();
+                         window.raise();
+                         window.activateWindow();
+                         QApplication::alert(&window);
+                         controller->openVolumeFromArguments(arguments);
+                     });
     window.show();
     controller->startUp(QApplication::arguments());
     controller->startWatchingMounts();

@@ -192,6 +192,9 @@ class AppController {
     /// is the cancel command.
     void transfer();
     void toggleCardsweep();
+    /// A later start's "-cardsweepVolume MOUNTPOINT" under the automatic mode: a card not
+    /// listed yet is listed and queued as a mount would be; a listed one was already seen.
+    void openVolumeFromArguments(const QStringList& arguments);
     void ignore();
     void resetIgnoredVolumes();
     void showInfo();

@@ -251,6 +251,19 @@ void AppController::transfer() {
     reloadVolumeList();
 }
 
+void AppController::openVolumeFromArguments(const QStringList& arguments) {
+    const qsizetype flag = arguments.indexOf(QStringLiteral("-cardsweepVolume"));
+    if (!cardsweepEnabled() || flag < 0 || flag + 1 >= arguments.size())
+        return;
+    const QString path = arguments[flag + 1];
+    const auto volumes = dataArray();
+    const bool listed = std::any_of(volumes.begin(), volumes.end(),
+                                    [&](const auto& volume) { return volume->path() == path; });
+    // The mount watcher queues what it lists; queuing a listed card again would restart it.
+    if (!listed && QFileInfo(path).isDir())
+        volumeDidMount(path);
+}
+
 void AppController::toggleCardsweep() {
     if (cardsweepEnabled()) {
         view_.setAutomaticModeSelected(false);

@@ -103,6 +103,11 @@ class DesktopAppE2E : public CardTest {
         environment.insert("QT_QPA_PLATFORM", "xcb");
         environment.insert("CARDSWEEP_LIST_TRACE", trace);
         environment.insert("ASAN_OPTIONS", "detect_leaks=0");  // the X libraries keep caches
+        // Where the one running instance answers later starts: this test's own.
+        const QString runtime = QFileInfo(trace).path() + "/run";
+        QDir().mkpath(runtime);
+        QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        environment.insert("XDG_RUNTIME_DIR", runtime);
         app.setProcessEnvironment(environment);
         app.setProcessChannelMode(QProcess::MergedChannels);
         app.start(CARDSWEEP_GUI_PATH, QStringList{});
@@ -142,6 +147,14 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
         screenshot(x.display(), "main-window-transfer.png", "980x460+0+0");
     }
     const bool done = listed && waitForLine(trace, "EOS_DIGITAL\tEOSHD\tDone", 120);
+    // Started again, as the helper does on a mount: the running window takes the card.
+    QProcess again;
+    again.setProcessEnvironment(app.processEnvironment());
+    again.setProcessChannelMode(QProcess::MergedChannels);
+    again.start(CARDSWEEP_GUI_PATH, {"-cardsweepVolume", card->mountPoint()});
+    const bool handed = again.waitForFinished(30000) &&
+                        again.exitStatus() == QProcess::NormalExit && again.exitCode() == 0;
+    const QByteArray againSaid = again.readAll();
     stop(app);
     const QString lines = QString::fromUtf8(TestFiles::read(trace));
     ASSERT_TRUE(done) << "list:\n"
@@ -149,6 +162,12 @@ TEST_F(DesktopAppE2E, AMountedCardIsListedTransferredVerifiedAndShownDone) {
                       << app.readAll().toStdString();
     EXPECT_FALSE(lines.contains("Failed")) << lines.toStdString();
     EXPECT_FALSE(lines.contains("PRESENT\tEOSHD\tCopying")) << lines.toStdString();
+    EXPECT_TRUE(handed && againSaid.contains("handed over to the running instance"))
+        << againSaid.toStdString();
+    EXPECT_FALSE(
+        lines.contains("EOS_DIGITAL\tEOSHD\tCopying...\nEOS_DIGITAL\tEOSHD\tDone\n"
+                       "EOS_DIGITAL\tEOSHD\tCopying"))
+        << "a card already listed is not transferred again";
 
     for (const QString& destination : {workPath("Shuttle A"), workPath("Shuttle B")}) {
         const QStringList copies = filesNamed(destination, "MVI_0001.MOV");
