@@ -1,5 +1,6 @@
 # Installs the build into a scratch prefix and checks that a desktop finds everything there:
-# the programs side by side, a valid desktop entry, and the icon in every size.
+# the programs side by side, a valid desktop entry, the icon in every size, the manual page,
+# the completion, the user units and the approval policy.
 #   cmake -DBUILD_DIR=... -DPREFIX=... -P CheckInstall.cmake
 file(REMOVE_RECURSE "${PREFIX}")
 execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${PREFIX}"
@@ -8,8 +9,14 @@ if(NOT status EQUAL 0)
   message(FATAL_ERROR "cmake --install failed: ${status}")
 endif()
 set(expected
-  bin/cardsweep bin/cardsweep-cli bin/QTMetaTool bin/QTTimecodeTool
+  bin/cardsweep bin/cardsweep-cli bin/QTMetaTool bin/QTTimecodeTool bin/CardsweepHelper
+  bin/CardsweepAuthTool
   share/applications/cardsweep.desktop
+  share/man/man1/cardsweep-cli.1
+  share/bash-completion/completions/cardsweep-cli
+  lib/systemd/user/com.quorvant.Cardsweep.service
+  lib/systemd/user/com.quorvant.CardsweepSetup.service
+  share/polkit-1/actions/com.quorvant.cardsweep.policy
   share/icons/hicolor/scalable/apps/cardsweep.svg)
 foreach(size 16 24 32 48 64 128 256)
   list(APPEND expected share/icons/hicolor/${size}x${size}/apps/cardsweep.png)

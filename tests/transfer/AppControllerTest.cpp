@@ -334,6 +334,22 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
               1);
 }
 
+TEST_F(AppControllerTest, AutomaticModeThatCannotBeInstalledSaysWhyAndStaysOff) {
+    withMediaRoot(work_.filePath("cards"));
+    const QString config =
+        mediaPaths_->pathForDirectory(QVLocalPaths::Directory::Preferences, true);
+    TestFiles::write(config + "/systemd", "a file where the units' folder should be");
+    controller_->toggleCardsweep();
+    EXPECT_FALSE(controller_->cardsweepEnabled());
+    EXPECT_EQ(view_.count("sheet: Error: Unable to create LaunchAgent | Please check you have "
+                          "correct permissions for the directory " +
+                          config + "/systemd/user."),
+              2)
+        << "one for each job: " << view_.events().join('\n').toStdString();
+    EXPECT_FALSE(services_.fakeProcesses.commandLines().join('\n').contains("enable"))
+        << "nothing loaded";
+}
+
 TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     withMediaRoot(work_.filePath("cards"));
     controller_->setDestinationList({{1, dest("A")}});
