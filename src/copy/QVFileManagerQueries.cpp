@@ -14,6 +14,7 @@
 #include "CopyEngine.h"
 #include "DiskInfo.h"
 #include "ImmutableFlag.h"
+#include "QVAuthorization.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
@@ -289,7 +290,9 @@ void QVFileManager::touchFile(const QString& path, bool setCreationDate) {
     static_cast<void>(setCreationDate);
     if (::access(encoded(path).constData(), W_OK) == 0) {
         QVTaskEx::runTask(QStringLiteral("/usr/bin/touch"), {QStringLiteral("-c"), path}, 5.0);
-    } else {
+    } else if (authorization_ == nullptr ||
+               authorization_->authExecTask(QStringLiteral("/usr/bin/touch"),
+                                            {QStringLiteral("-c"), path}, false) != 0) {
         QVLog::appendLog(u"Unable to touch %@ without administrator rights", path);
     }
     notifyFileSystemChanged(path);
