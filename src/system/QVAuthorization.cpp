@@ -232,15 +232,26 @@ bool QVAuthorization::authMoveFolderContents(const QString& folder, const QStrin
     return true;
 }
 
-bool QVAuthorization::authMoveFile(const QString& path, const QString& newPath) {
+namespace {
+
+// Both paths given, else the operation's log line says which is missing.
+bool bothGiven(const char* operation, const QString& path, const QString& newPath) {
     if (path.isEmpty()) {
-        QVLog::appendLog(u"Error in authMoveFile: old path is null");
+        QVLog::appendLog(u"Error in %@: old path is null", QString::fromLatin1(operation));
         return false;
     }
     if (newPath.isEmpty()) {
-        QVLog::appendLog(u"Error in authMoveFile: new path is null");
+        QVLog::appendLog(u"Error in %@: new path is null", QString::fromLatin1(operation));
         return false;
     }
+    return true;
+}
+
+}  // namespace
+
+bool QVAuthorization::authMoveFile(const QString& path, const QString& newPath) {
+    if (!bothGiven("authMoveFile", path, newPath))
+        return false;
     if (paths_.isPathSystemDirectory(path, true)) {
         SystemLog::write(
             QStringLiteral("Unable to move path %1 because it is a system directory.").arg(path));
@@ -252,14 +263,8 @@ bool QVAuthorization::authMoveFile(const QString& path, const QString& newPath) 
 }
 
 bool QVAuthorization::authCopyFile(const QString& path, const QString& newPath) {
-    if (path.isEmpty()) {
-        QVLog::appendLog(u"Error in authCopyFile: old path is null");
+    if (!bothGiven("authCopyFile", path, newPath))
         return false;
-    }
-    if (newPath.isEmpty()) {
-        QVLog::appendLog(u"Error in authCopyFile: new path is null");
-        return false;
-    }
     if (!QFileInfo(path).exists() && !QFileInfo(path).isSymLink())
         return false;
     return runTool(

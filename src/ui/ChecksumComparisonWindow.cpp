@@ -68,12 +68,7 @@ QStringList ChecksumComparisonWindow::pathsIn(const QMimeData& data, bool* isLis
 }
 
 void ChecksumComparisonWindow::dragEnterEvent(QDragEnterEvent* event) {
-    bool isList = false;
-    const QStringList paths = pathsIn(*event->mimeData(), &isList);
-    if (isList && acceptsDrop(paths))
-        event->acceptProposedAction();
-    else
-        event->ignore();
+    dragMoveEvent(event);
 }
 
 void ChecksumComparisonWindow::dragMoveEvent(QDragMoveEvent* event) {

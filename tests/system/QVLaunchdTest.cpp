@@ -56,16 +56,21 @@ PropertyList job(const QString& label, const QString& program, bool setup) {
     return PropertyList(entries);
 }
 
-}  // namespace
-
-TEST(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
+// Jobs in a fresh home, their alerts collected.
+class QVLaunchdTest : public testing::Test {
+  protected:
     FakeSystemctl systemctl;
     FakeLocalPaths paths;
     PosixProcessRunner processes;
     QStringList alerts;
-    QVLaunchd launchd(processes, paths, nullptr, [&](const QString& title, const QString& text) {
-        alerts << title + " | " + text;
-    });
+    QVLaunchd launchd{processes, paths, nullptr, [this](const QString& title, const QString& text) {
+                          alerts << title + " | " + text;
+                      }};
+};
+
+}  // namespace
+
+TEST_F(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
     const QString folder =
         paths.pathForDirectory(QVLocalPaths::Directory::Preferences, true) + "/systemd/user";
     EXPECT_EQ(launchd.jobFolder(true, true), folder);
@@ -112,14 +117,7 @@ TEST(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
     EXPECT_TRUE(alerts.isEmpty()) << alerts.join('\n').toStdString();
 }
 
-TEST(QVLaunchdTest, AUnitThatCannotBeWrittenAnywhereIsReportedAndNothingIsLoaded) {
-    FakeSystemctl systemctl;
-    FakeLocalPaths paths;
-    PosixProcessRunner processes;
-    QStringList alerts;
-    QVLaunchd launchd(processes, paths, nullptr, [&](const QString& title, const QString& text) {
-        alerts << title + " | " + text;
-    });
+TEST_F(QVLaunchdTest, AUnitThatCannotBeWrittenAnywhereIsReportedAndNothingIsLoaded) {
     const QString config = paths.pathForDirectory(QVLocalPaths::Directory::Preferences, true);
     TestFiles::write(config + "/systemd", "a file where the folder should be");  // root too
     EXPECT_FALSE(launchd.startLaunchAgent(
