@@ -24,10 +24,10 @@ int CliCommands::paths() const {
 
 int CliCommands::settings() const {
     PropertyList::Dictionary effective = preferences_.store().registeredDefaults();
-    for (const auto& [key, value] :
-         PropertyList::readFile(preferences_.store().path()).toDictionary()) {
+    // Kept in a variable: the loop must not run over a temporary's insides.
+    const PropertyList stored = PropertyList::readFile(preferences_.store().path());
+    for (const auto& [key, value] : stored.toDictionary())
         effective[key] = value;
-    }
     const QByteArray xml = PropertyList(effective).toXml();
     std::fwrite(xml.constData(), 1, static_cast<std::size_t>(xml.size()), stdout);
     return 0;
