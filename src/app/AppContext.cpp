@@ -4,6 +4,7 @@
 #include <QDeadlineTimer>
 
 #include "AppController.h"
+#include "CrashHandler.h"
 #include "DetachedThreads.h"
 #include "FileLayer.h"
 #include "LinuxDesktop.h"
@@ -38,9 +39,37 @@ AppContext::AppContext() {
     const bool desktop =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
     authorization_ = std::make_unique<QVAuthorization>(*processes_, *paths_, desktop);
+    QString name = QCoreApplication::applicationName();
+    if (name.isEmpty())
+        name = QStringLiteral("cardsweep");
+    const QStringList crashFolders = QVBugReporter::crashFolders(*paths_);
+    crashPlaces_ = {paths_->pathForDirectory(QVLocalPaths::Directory::ApplicationSupport, true) +
+                        QStringLiteral("/Quorvant/%1 Launches.plist").arg(name),
+                    crashFolders, Preferences::globalFilePath(), name};
+    if (!crashFolders.isEmpty())
+        CrashHandler::install(crashFolders.front(), name);
+}
+
+std::optional<QString> AppContext::startBugReporter(const QVBugReporter::Delegate& delegate) {
+    bugReporterStarted_ = true;
+    return QVBugReporter::startBugReporter(crashPlaces_, QDateTime::currentDateTime(), delegate);
+}
+
+QVTroubleshootingUtils::Places AppContext::troubleshootingPlaces() const {
+    return QVTroubleshootingUtils::placesFor(*paths_);
+}
+
+QString AppContext::gatherLogs(bool silent, const QVTroubleshootingUtils::Tell& tell) const {
+    return QVTroubleshootingUtils::gatherLogsForAppsWithNames(
+        troubleshootingPlaces(),
+        {QStringLiteral("Cardsweep"), QStringLiteral("cardsweep-cli"),
+         QStringLiteral("CardsweepHelper")},
+        silent, {Preferences::globalFilePath(), Preferences::qcFilePath()}, tell);
 }
 
 AppContext::~AppContext() {
+    if (bugReporterStarted_)
+        QVBugReporter::stopBugReporter(crashPlaces_, QDateTime::currentDateTime());
     mounts_->stopWatching();
     threads_->joinAll();
     DetachedThreads::joinAll();

@@ -8,6 +8,8 @@
 #include <QString>
 #include <memory>
 
+#include "QVBugReporter.h"
+#include "QVTroubleshootingUtils.h"
 #include "Services.h"
 
 class AppController;
@@ -49,6 +51,15 @@ class AppContext {
     /// then joins them. For the end of a program, after its transfers were stopped.
     void finishWork();
 
+    /// Records this launch, after checking whether the last run of this program (named by
+    /// the application's name) crashed: its report goes to delegate unless switched off. The
+    /// exit is recorded when this context ends in order.
+    std::optional<QString> startBugReporter(const QVBugReporter::Delegate& delegate = {});
+    /// Where logs, crash reports and settings are gathered from, for support.
+    QVTroubleshootingUtils::Places troubleshootingPlaces() const;
+    /// Gathers this suite's logs, crash reports and settings into a zip on the desktop.
+    QString gatherLogs(bool silent, const QVTroubleshootingUtils::Tell& tell = {}) const;
+
     /// A controller over these services showing through view (which also notifies).
     std::unique_ptr<AppController> makeController(AppView& view, Notifier& notifier);
 
@@ -63,4 +74,6 @@ class AppContext {
     std::unique_ptr<LinuxDesktop> desktop_;
     std::unique_ptr<QVGrowl> growl_;
     std::unique_ptr<QVAuthorization> authorization_;
+    QVBugReporter::Places crashPlaces_;
+    bool bugReporterStarted_ = false;
 };

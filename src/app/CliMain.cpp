@@ -261,6 +261,10 @@ int main(int argc, char** argv) {
     watchActions.addTo(*watch);
     watch->add_flag("--image", image, "Make a disk image of each card instead of copying files");
 
+    CLI::App* gatherLogs = cli.add_subcommand(
+        "gather-logs",
+        "Put the logs, crash reports and settings in a zip on the desktop, for support");
+
     CLI::App* demoCommand =
         cli.add_subcommand("demo", "Make a sample card and offload it to two temporary folders");
 
@@ -273,13 +277,27 @@ int main(int argc, char** argv) {
 
     QCoreApplication app(argc, argv);
     AppContext context;
+    context.startBugReporter([](const QString& report) {
+        std::fprintf(stderr, "cardsweep-cli: the last run crashed; its report is %s\n",
+                     report.toUtf8().constData());
+    });
     if (const QString problem = context.settingsProblem(); !problem.isEmpty())
         std::fprintf(stderr, "cardsweep-cli: %s\n", problem.toUtf8().constData());
     Preferences preferences(context.settings());
     const CliCommands commands(preferences);
 
     int status = 0;
-    if (paths->parsed()) {
+    if (gatherLogs->parsed()) {
+        const QString zip = context.gatherLogs(true);
+        if (zip.isEmpty()) {
+            std::fprintf(stderr,
+                         "cardsweep-cli: there were no logs to gather, or the zip could "
+                         "not be written (see the log)\n");
+            status = 1;
+        } else {
+            std::printf("%s\n", zip.toUtf8().constData());
+        }
+    } else if (paths->parsed()) {
         status = commands.paths();
     } else if (settings->parsed()) {
         status = commands.settings();

@@ -1,6 +1,9 @@
 // cardsweep: the desktop application.
 
 #include <QApplication>
+#include <QDesktopServices>
+#include <QTimer>
+#include <QUrl>
 #include <cstdio>
 #include <cstring>
 
@@ -8,10 +11,17 @@
 #include "AppController.h"
 #include "LinuxDesktop.h"
 #include "ListTrace.h"
+#include "LocalPaths.h"
 #include "MainWindow.h"
 #include "MountService.h"
+#include "Preferences.h"
 #include "QVGrowl.h"
+#include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "QVOSDetect.h"
+#include "QVQC.h"
+#include "QVTroubleshootingUtils.h"
+#include "SettingsStore.h"
 #include "SingleInstance.h"
 #include "VerificationFailureWindow.h"
 
@@ -71,7 +81,59 @@ int main(int argc, char** argv) {
     controller->startUp(QApplication::arguments());
     controller->startWatchingMounts();
 
+    // Support: gathering logs, the current log, and the last run's crash.
+    const auto tell = [&window](const QString& title, const QString& text) {
+        window.showSheet({title, QStringLiteral("OK"), {}, {}, text});
+    };
+    QObject::connect(&window, &MainWindow::gatherLogsRequested, &window,
+                     [&context, tell] { context.gatherLogs(false, tell); });
+    QObject::connect(&window, &MainWindow::viewLogRequested, &window, [&context, tell] {
+        const QString log = QVTroubleshootingUtils::currentLog(context.troubleshootingPlaces(),
+                                                               QStringLiteral("cardsweep"), tell);
+        if (!log.isEmpty())
+            context.desktop().openFiles({log});
+    });
+    QString crashReport;
+    context.startBugReporter([&crashReport](const QString& report) { crashReport = report; });
+    const auto offerCrashReport = [&] {
+        if (crashReport.isEmpty())
+            return;
+        const int answer = window.showSheet(
+            {QStringLiteral("Application crashed on last launch"),
+             QStringLiteral("Gather Logs"),
+             QStringLiteral("Not Now"),
+             {},
+             QStringLiteral("Its report was saved as %1. Gather Logs puts it, with the logs, in "
+                            "a zip on your desktop to send to support.")
+                 .arg(crashReport)});
+        if (answer == 1)
+            context.gatherLogs(false, tell);
+    };
+
+    // Usage figures, only with consent: asked from the second launch on.
+    QVQC analytics(
+        context.settings(),
+        {Preferences::qcFilePath(),
+         context.paths().pathForDirectory(QVLocalPaths::Directory::Caches, true) +
+             QStringLiteral("/Quorvant/QC/com.quorvant.Cardsweep"),
+         QStringLiteral("com.quorvant.Cardsweep"), QStringLiteral(CARDSWEEP_VERSION)},
+        Clock::system(), [] { return QVOSDetect::osxVersion(); },
+        [&window](const QString& title, const QStringList& buttons) {
+            return window.showSheet(
+                {title, buttons.value(0), buttons.value(1), buttons.value(2),
+                 QStringLiteral("Cardsweep would send how often it is started and the system's "
+                                "version, once a day, with a random identifier. Nothing about "
+                                "your cards or files is collected.")});
+        });
+    analytics.setInfoPageOpener(
+        [](const QString& address) { QDesktopServices::openUrl(QUrl(address)); });
+    QTimer::singleShot(0, &window, [&] {
+        offerCrashReport();
+        analytics.loadQC();
+    });
+
     const int status = QApplication::exec();
+    analytics.willTerminate();
     context.desktop().setAttentionHandler({});
     // Quitting was confirmed: nothing more starts and what runs stops before the controller goes.
     context.mounts().stopWatching();

@@ -153,6 +153,10 @@ void MainWindow::buildMenus() {
     volume->addAction(automatic_);
 
     QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
+    help->addAction(QStringLiteral("Gather Logs for Support"), this,
+                    &MainWindow::gatherLogsRequested);
+    help->addAction(QStringLiteral("View Log"), this, &MainWindow::viewLogRequested);
+    help->addSeparator();
     help->addAction(QStringLiteral("About Cardsweep"), this, [this] {
         AboutDialog about(this);
         about.exec();

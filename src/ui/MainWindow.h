@@ -68,6 +68,11 @@ class MainWindow : public QMainWindow, public AppView {
     /// The copy comparison window, made on first use.
     ChecksumComparisonWindow& comparisonWindow();
 
+  Q_SIGNALS:
+    /// Help ▸ Gather Logs for Support and Help ▸ View Log.
+    void gatherLogsRequested();
+    void viewLogRequested();
+
   protected:
     void closeEvent(QCloseEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;

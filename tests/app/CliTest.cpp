@@ -155,6 +155,18 @@ TEST(Cli, DemoOffloadsASampleCardAndShowsTheManifests) {
     }
 }
 
+TEST(Cli, GatherLogsPutsTheDemosLogsInAZipOnTheDesktopAndPrintsItsPath) {
+    TempHome home;
+    home.setEnv("TMPDIR", QFile::encodeName(home.path()));
+    ASSERT_EQ(cli({"demo"}).status, 0);  // leaves a log behind
+    const CliRun run = cli({"gather-logs"});
+    ASSERT_EQ(run.status, 0) << run.output.toStdString();
+    const QString zip = run.output.trimmed();
+    EXPECT_TRUE(zip.endsWith("/Cardsweep Logs.zip")) << zip.toStdString();
+    EXPECT_TRUE(zip.startsWith(home.path())) << "on this user's desktop";
+    EXPECT_GT(QFileInfo(zip).size(), 0);
+}
+
 TEST(Cli, BadRequestsEndWithOneClearLineAndAStatus) {
     QTemporaryDir dir;
     QFile(dir.filePath("plain")).open(QIODevice::WriteOnly);
