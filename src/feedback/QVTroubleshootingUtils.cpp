@@ -105,3 +105,15 @@ QString QVTroubleshootingUtils::currentLog(const Places& places, const QString& 
              QStringLiteral("You must perform a task before viewing the log."));
     return {};
 }
+
+QString QVTroubleshootingUtils::currentTaskLog(const Places& places, const QString& name,
+                                               const Tell& tell) {
+    const QString log = places.logFolder + QStringLiteral("/%1.1.task.log").arg(name);
+    if (QFileInfo::exists(log))
+        return log;
+    if (tell)
+        tell(QStringLiteral("No log found"),
+             QStringLiteral("You must run the application as a scheduled task (for example from "
+                            "a systemd timer) before viewing its log."));
+    return {};
+}

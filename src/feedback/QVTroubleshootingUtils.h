@@ -32,4 +32,6 @@ class QVTroubleshootingUtils {
                                               const Tell& tell = {});
     /// The current log of the program, "" when there is none yet (tell says so).
     static QString currentLog(const Places& places, const QString& name, const Tell& tell = {});
+    /// The same for the log of a run as a scheduled task (NAME.1.task.log).
+    static QString currentTaskLog(const Places& places, const QString& name, const Tell& tell = {});
 };
