@@ -95,25 +95,30 @@ QString QVTroubleshootingUtils::gatherLogsForAppsWithNames(const Places& places,
     return zip;
 }
 
-QString QVTroubleshootingUtils::currentLog(const Places& places, const QString& name,
-                                           const Tell& tell) {
-    const QString log = places.logFolder + QStringLiteral("/%1.1.log").arg(name);
+namespace {
+
+// The log if it is there; else tell says why there is none.
+QString existingLog(const QString& log, const QString& why,
+                    const QVTroubleshootingUtils::Tell& tell) {
     if (QFileInfo::exists(log))
         return log;
     if (tell)
-        tell(QStringLiteral("No log found"),
-             QStringLiteral("You must perform a task before viewing the log."));
+        tell(QStringLiteral("No log found"), why);
     return {};
+}
+
+}  // namespace
+
+QString QVTroubleshootingUtils::currentLog(const Places& places, const QString& name,
+                                           const Tell& tell) {
+    return existingLog(places.logFolder + QStringLiteral("/%1.1.log").arg(name),
+                       QStringLiteral("You must perform a task before viewing the log."), tell);
 }
 
 QString QVTroubleshootingUtils::currentTaskLog(const Places& places, const QString& name,
                                                const Tell& tell) {
-    const QString log = places.logFolder + QStringLiteral("/%1.1.task.log").arg(name);
-    if (QFileInfo::exists(log))
-        return log;
-    if (tell)
-        tell(QStringLiteral("No log found"),
-             QStringLiteral("You must run the application as a scheduled task (for example from "
-                            "a systemd timer) before viewing its log."));
-    return {};
+    return existingLog(places.logFolder + QStringLiteral("/%1.1.task.log").arg(name),
+                       QStringLiteral("You must run the application as a scheduled task (for "
+                                      "example from a systemd timer) before viewing its log."),
+                       tell);
 }

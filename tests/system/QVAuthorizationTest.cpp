@@ -1,5 +1,5 @@
 // Administrator rights: system directories refused by the library and by the runner, the
-// spec's refusals without asking for anything, and requests carried to the runner intact.
+// refusals made before anything is asked for, and requests carried to the runner intact.
 #include <gtest/gtest.h>
 
 #include <QDir>
