@@ -180,25 +180,28 @@ QCheckBox* PreferencesWindow::addSwitch(QFormLayout& form, const QString& text, 
     return box;
 }
 
+void PreferencesWindow::addChoice(QFormLayout& form, const QString& label,
+                                  const QStringList& choices, const char* key, int shown) {
+    auto* popup = new QComboBox(this);
+    popup->addItems(choices);
+    popup->setCurrentIndex(shown);
+    connect(popup, &QComboBox::currentIndexChanged, this, [this, key](int index) {
+        controller_.settings().setObject(key, PropertyList(qint64(index)));
+    });
+    form.addRow(label, popup);
+}
+
 QWidget* PreferencesWindow::transferPage() {
     SettingsStore& settings = controller_.settings();
     auto* form = new QFormLayout;
-    auto* digest = new QComboBox(this);
-    digest->addItems({QStringLiteral("MD5"), QStringLiteral("SHA-1"), QStringLiteral("XXH64"),
-                      QStringLiteral("XXH3 (64-bit)"), QStringLiteral("XXH128")});
-    digest->setCurrentIndex(
-        int(std::clamp<qint64>(settings.integer(SettingsKey::checksumFormat), 0, 4)));
-    connect(digest, &QComboBox::currentIndexChanged, this, [&settings](int index) {
-        settings.setObject(SettingsKey::checksumFormat, PropertyList(qint64(index)));
-    });
-    form->addRow(QStringLiteral("Checksum:"), digest);
-    auto* kind = new QComboBox(this);
-    kind->addItems({QStringLiteral("Copy the files"), QStringLiteral("Image the whole card")});
-    kind->setCurrentIndex(settings.integer(SettingsKey::transferType) == 0 ? 0 : 1);
-    connect(kind, &QComboBox::currentIndexChanged, this, [&settings](int index) {
-        settings.setObject(SettingsKey::transferType, PropertyList(qint64(index)));
-    });
-    form->addRow(QStringLiteral("Transfer:"), kind);
+    addChoice(*form, QStringLiteral("Checksum:"),
+              {QStringLiteral("MD5"), QStringLiteral("SHA-1"), QStringLiteral("XXH64"),
+               QStringLiteral("XXH3 (64-bit)"), QStringLiteral("XXH128")},
+              SettingsKey::checksumFormat,
+              int(std::clamp<qint64>(settings.integer(SettingsKey::checksumFormat), 0, 4)));
+    addChoice(*form, QStringLiteral("Transfer:"),
+              {QStringLiteral("Copy the files"), QStringLiteral("Image the whole card")},
+              SettingsKey::transferType, settings.integer(SettingsKey::transferType) == 0 ? 0 : 1);
     auto* threads = new QSpinBox(this);
     threads->setRange(1, 8);
     threads->setValue(
@@ -288,13 +291,10 @@ QWidget* PreferencesWindow::afterTransferPage() {
               SettingsKey::actionSendFCP);
     addEditingRows(*form);
     addSwitch(*form, QStringLiteral("Archive the first copy"), SettingsKey::actionArchive);
-    auto* archiveKind = new QComboBox(this);
-    archiveKind->addItems({QStringLiteral("Disk image (squashfs)"), QStringLiteral("Zip")});
-    archiveKind->setCurrentIndex(settings.integer(SettingsKey::actionArchiveType) == 0 ? 0 : 1);
-    connect(archiveKind, &QComboBox::currentIndexChanged, this, [&settings](int index) {
-        settings.setObject(SettingsKey::actionArchiveType, PropertyList(qint64(index)));
-    });
-    form->addRow(QStringLiteral("Archive as:"), archiveKind);
+    addChoice(*form, QStringLiteral("Archive as:"),
+              {QStringLiteral("Disk image (squashfs)"), QStringLiteral("Zip")},
+              SettingsKey::actionArchiveType,
+              settings.integer(SettingsKey::actionArchiveType) == 0 ? 0 : 1);
     addSwitch(*form, QStringLiteral("Archive into a folder of my own"),
               SettingsKey::archiveToCustomDir);
     auto* archiveFolder = new QPushButton(QStringLiteral("Choose Archive Folder…"), this);

@@ -46,6 +46,9 @@ class PreferencesWindow : public QDialog {
     QWidget* privacyPage();
     /// A check box that stores 1 or 0 under key as it is clicked.
     QCheckBox* addSwitch(QFormLayout& form, const QString& text, const char* key);
+    /// A pop-up of choices that stores the chosen index under key; shown is the index to show.
+    void addChoice(QFormLayout& form, const QString& label, const QStringList& choices,
+                   const char* key, int shown);
     void destinationTicked(int row, bool ticked);
     void chooseDestinations();
     void chooseArchiveFolder();
