@@ -30,8 +30,8 @@ AppContext::AppContext() {
     threads_ = std::make_unique<WorkerThreads>();
     mounts_ = std::make_unique<LinuxMountService>();
     processes_ = std::make_unique<PosixProcessRunner>();
-    volumes_ = std::make_unique<LinuxVolumeActions>(*mounts_, *processes_);
     disks_ = std::make_unique<LinuxDiskInformation>();
+    volumes_ = std::make_unique<LinuxVolumeActions>(*mounts_, *processes_, *disks_);
     paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess());
     desktop_ = std::make_unique<LinuxDesktop>(*processes_);
     growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath());

@@ -1,7 +1,8 @@
 #include "LinuxVolumeActions.h"
 
-LinuxVolumeActions::LinuxVolumeActions(MountService& mounts, ProcessRunner& runner)
-    : ejector_(mounts, runner), eraser_(mounts, runner) {}
+LinuxVolumeActions::LinuxVolumeActions(MountService& mounts, ProcessRunner& runner,
+                                       DiskInformation& disks)
+    : ejector_(mounts, runner), eraser_(mounts, runner, disks) {}
 
 bool LinuxVolumeActions::unmount(const QString& mountPoint, QString* error, QString* device) {
     return ejector_.unmountVolume(mountPoint, error, device);
@@ -11,7 +12,7 @@ bool LinuxVolumeActions::unmountAndEject(const QString& mountPoint, QString* err
     return ejector_.ejectVolume(mountPoint, error);
 }
 
-bool LinuxVolumeActions::eraseAsFat(const QString& mountPoint, const QString& name,
-                                    const QStringList& protectedPaths, QString* error) {
+bool LinuxVolumeActions::erase(const QString& mountPoint, const QString& name,
+                               const QStringList& protectedPaths, QString* error) {
     return eraser_.eraseVolume(mountPoint, name, protectedPaths, error);
 }

@@ -8,12 +8,12 @@
 
 class LinuxVolumeActions : public VolumeActions {
   public:
-    LinuxVolumeActions(MountService& mounts, ProcessRunner& runner);
+    LinuxVolumeActions(MountService& mounts, ProcessRunner& runner, DiskInformation& disks);
 
     bool unmount(const QString& mountPoint, QString* error, QString* device = nullptr) override;
     bool unmountAndEject(const QString& mountPoint, QString* error) override;
-    bool eraseAsFat(const QString& mountPoint, const QString& name,
-                    const QStringList& protectedPaths, QString* error) override;
+    bool erase(const QString& mountPoint, const QString& name, const QStringList& protectedPaths,
+               QString* error) override;
 
   private:
     VolumeEjector ejector_;

@@ -14,8 +14,9 @@ class VolumeActions {
     virtual bool unmount(const QString& mountPoint, QString* error, QString* device = nullptr) = 0;
     /// Unmounts mountPoint, then detaches its loop device or powers its drive off.
     virtual bool unmountAndEject(const QString& mountPoint, QString* error) = 0;
-    /// Reformats the removable card at mountPoint as FAT32 labelled after name; refuses the
-    /// device of "/" or of any of protectedPaths.
-    virtual bool eraseAsFat(const QString& mountPoint, const QString& name,
-                            const QStringList& protectedPaths, QString* error) = 0;
+    /// Reformats the removable card at mountPoint in its own file system type and label (name
+    /// when the label can't be read), then mounts it again; refuses the device of "/" or of any
+    /// of protectedPaths.
+    virtual bool erase(const QString& mountPoint, const QString& name,
+                       const QStringList& protectedPaths, QString* error) = 0;
 };

@@ -256,7 +256,7 @@ void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume)
     QString error;
     const bool erased =
         !volume->isFolder() &&
-        services_.volumes.eraseAsFat(volume->path(), volume->name(), destinations, &error);
+        services_.volumes.erase(volume->path(), volume->name(), destinations, &error);
     if (!error.isEmpty())
         QVLog::appendLog(u"Erase of %@: %@", volume->path(), error);
     const QString name = volume->name();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
@@ -128,10 +129,11 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
     }
 }
 
-TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
+TEST_F(EraseE2E, AnExfatCardStaysExfatWithItsLabelAndComesBackEmptyButFoldersAndDestinationsStay) {
     const auto oldCard = mountCard("OLD CARD");
     ASSERT_TRUE(oldCard);
     LoopCard& card = *oldCard;
+    TestFiles::write(card.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV", "clip");
     SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
     RecordingAppView view;
@@ -155,30 +157,25 @@ TEST_F(EraseE2E, TheControllerErasesACardButNeverAFolderOrADestinationsDisk) {
                                  .arg(name)),
                   1);
     }
+    ASSERT_TRUE(QFileInfo::exists(card.mountPoint() + "/DCIM/100EOS5D/MVI_0001.MOV"));
 
     controller.setDestinationList({{1, workPath("dest")}});
-    view.setSelectedRows({0});
-    controller.erase();
-    ASSERT_TRUE(waitUntil([&] {
-        return view.count(
-                   "sheet: 'day: 2*' erased successfully | The volume is now ready for use.") == 1;
-    }));
-    drainWorkers();
+    controller.eraseVolumeOnThread(volume);
+    EXPECT_EQ(view.count("sheet: 'day: 2*' erased successfully | The volume is now ready for use."),
+              1)
+        << view.events().join(u'\n').toStdString();
     const auto blkid = [&](const QString& tag) {
         return QVTaskEx::stringFromTask(LoopCard::findTool("blkid"),
                                         {"-p", "-s", tag, "-o", "value", card.device()})
             .trimmed();
     };
-    EXPECT_EQ(blkid("TYPE"), "vfat");
-    EXPECT_EQ(blkid("LABEL"), "DAY 2");
-    // Mounted again, empty, wherever the kernel reads FAT (trying loads its driver).
-    if (TestFiles::read("/proc/filesystems").contains("\tvfat\n")) {
-        const auto entry = MountTable::entryForMountPoint(card.mountPoint());
-        ASSERT_TRUE(entry);
-        EXPECT_EQ(entry->source, card.device());
-        EXPECT_EQ(entry->fsType, "vfat");
-        EXPECT_TRUE(QDir(card.mountPoint()).isEmpty());
-    }
+    EXPECT_EQ(blkid("TYPE"), "exfat");
+    EXPECT_EQ(blkid("LABEL"), "OLD CARD") << "the card's own label, not the list's name";
+    // Back where it was, so the card returns to the list, and empty.
+    const auto entry = MountTable::entryForMountPoint(card.mountPoint());
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->source, card.device());
+    EXPECT_TRUE(QDir(card.mountPoint()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot));
 }
 
 TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfers) {

@@ -5,8 +5,12 @@
 
 #include <QTemporaryDir>
 
+#include "FakeDiskInformation.h"
 #include "FakeMountService.h"
 #include "FakeProcessRunner.h"
+#include "LinuxDiskInformation.h"
+#include "LinuxMountService.h"
+#include "PosixProcessRunner.h"
 #include "VolumeEjector.h"
 #include "VolumeEraser.h"
 
@@ -44,7 +48,13 @@ class FakeEraseTest : public testing::Test {
             mounts.mount(FakeMountService::entry(arguments.value(1), arguments.value(0)));
             return FakeProcessRunner::exited(0);
         });
+        runner.answer(QStringLiteral("mount.exfat-fuse"), [this](const QStringList& arguments) {
+            mounts.mount(
+                FakeMountService::entry(arguments.value(1), arguments.value(0), "fuseblk"));
+            return FakeProcessRunner::exited(0);
+        });
         runner.answer(QStringLiteral("mkfs.fat"), FakeProcessRunner::exited(0));
+        runner.answer(QStringLiteral("mkfs.exfat"), FakeProcessRunner::exited(0));
     }
 
     void add(const char* name, quint64 number, quint64 disk, const QString& mountPoint,
@@ -67,7 +77,8 @@ class FakeEraseTest : public testing::Test {
 
     FakeMountService mounts;
     FakeProcessRunner runner;
-    VolumeEraser eraser{mounts, runner};
+    FakeDiskInformation disks;
+    VolumeEraser eraser{mounts, runner, disks};
 };
 
 }  // namespace
@@ -85,26 +96,74 @@ TEST_F(FakeEraseTest, RefusesTheSystemDiskDestinationsDisksAndFixedDisks) {
                   QStringLiteral("is not where a block device is mounted"));
 }
 
-TEST_F(FakeEraseTest, ErasesACardWithMkfsBetweenUnmountAndMount) {
+// A card as the mount table has it and as its device says it is, and what erasing it runs.
+struct EraseCase {
+    const char* name;
+    const char* tableType;
+    const char* deviceType;  // "" when the device can't be read
+    const char* label;       // the card's own; "" when it can't be read
+    QStringList expected;    // command lines after "umount"; empty when refused
+};
+
+class EraseKeepsTheFormat : public FakeEraseTest, public testing::WithParamInterface<EraseCase> {};
+
+TEST_P(EraseKeepsTheFormat, MakesTheSameFileSystemWithTheSameLabelAndMountsItAgain) {
+    const EraseCase& c = GetParam();
+    mounts.unmount(kCard);
+    mounts.mount(FakeMountService::entry(kCard, device("sdc1"), c.tableType));
+    PropertyList::Dictionary info;
+    if (*c.deviceType != 0)
+        info["FilesystemType"] = c.deviceType;
+    if (*c.label != 0)
+        info["VolumeName"] = QString::fromUtf8(c.label);
+    disks.set(kCard, PropertyList(info));
     QString error = QStringLiteral("stale");
-    EXPECT_TRUE(eraser.eraseVolume(kCard, QStringLiteral("card $(x)"), {kDestination}, &error))
-        << error.toStdString();
+    const bool erased = eraser.eraseVolume(kCard, QStringLiteral("from the list"), {}, &error);
+    if (c.expected.isEmpty()) {
+        EXPECT_FALSE(erased);
+        EXPECT_TRUE(error.contains("only exFAT and FAT cards are erased")) << error.toStdString();
+        EXPECT_TRUE(runner.calls().empty()) << runner.commandLines().join(u'\n').toStdString();
+        return;
+    }
+    EXPECT_TRUE(erased) << error.toStdString();
     EXPECT_TRUE(error.isEmpty()) << error.toStdString();
     const std::vector<FakeProcessRunner::Call> calls = runner.calls();
     ASSERT_EQ(calls.size(), 3U) << runner.commandLines().join(u'\n').toStdString();
-    EXPECT_EQ(calls[0].program, QStringLiteral("umount"));
-    EXPECT_EQ(calls[0].arguments, QStringList{kCard});
-    EXPECT_EQ(calls[1].program, QStringLiteral("mkfs.fat"));
-    EXPECT_EQ(calls[1].arguments,
-              QStringList({QStringLiteral("-F"), QStringLiteral("32"), QStringLiteral("-n"),
-                           QStringLiteral("CARD $(X)"), device("sdc1")}));
-    EXPECT_EQ(calls[2].program, QStringLiteral("mount"));
-    EXPECT_EQ(calls[2].arguments, QStringList({device("sdc1"), kCard}));
-    for (const FakeProcessRunner::Call& call : calls) {
-        EXPECT_GT(call.timeoutSeconds, 0) << call.program.toStdString();
+    EXPECT_EQ(calls[0].program + ' ' + calls[0].arguments.join(' '), "umount " + kCard);
+    for (std::size_t i = 1; i < calls.size(); ++i) {
+        QStringList expected = c.expected[qsizetype(i - 1)].split(u'|');
+        expected.replaceInStrings("DEV", device("sdc1"));
+        expected.replaceInStrings("CARD", kCard);
+        EXPECT_EQ(calls[i].program, expected.takeFirst());
+        EXPECT_EQ(calls[i].arguments, expected) << "one argument each, no shell quoting";
+        EXPECT_GT(calls[i].timeoutSeconds, 0) << calls[i].program.toStdString();
     }
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Cards, EraseKeepsTheFormat,
+    testing::Values(
+        // exFAT through FUSE: the table only says "fuseblk"; it goes back the same way.
+        EraseCase{"ExfatThroughFuse",
+                  "fuseblk",
+                  "exfat",
+                  "A001 \"day 2\" it's",
+                  {"mkfs.exfat|-L|A001 \"day 2\" it|DEV", "mount.exfat-fuse|DEV|CARD"}},
+        EraseCase{"ExfatUnreadable",
+                  "exfat",
+                  "",
+                  "",
+                  {"mkfs.exfat|-L|from the list|DEV", "mount|DEV|CARD"}},
+        EraseCase{"Fat",
+                  "vfat",
+                  "vfat",
+                  "cam \"b\" $(x)",
+                  {"mkfs.fat|-F|32|-n|CAM B $(X)|DEV", "mount|DEV|CARD"}},
+        EraseCase{"FatNoLabelLeft", "vfat", "vfat", "*?", {"mkfs.fat|-F|32|DEV", "mount|DEV|CARD"}},
+        EraseCase{"Ntfs", "ntfs", "ntfs", "CARD", {}},
+        EraseCase{"FuseUnreadable", "fuseblk", "", "CARD", {}}),
+    [](const testing::TestParamInfo<EraseCase>& info) { return std::string(info.param.name); });
 
 TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
     runner.answer(QStringLiteral("mkfs.fat"), FakeProcessRunner::exited(1, "mkfs.fat: bad"));
@@ -125,19 +184,21 @@ TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
         return FakeProcessRunner::exited(0);
     });
     hanging.hang(QStringLiteral("mkfs.fat"));
-    EXPECT_FALSE(VolumeEraser(mounts, hanging).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
+    EXPECT_FALSE(
+        VolumeEraser(mounts, hanging, disks).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
     EXPECT_TRUE(error.contains(QStringLiteral("did not finish"))) << error.toStdString();
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 
     // Without root or udisks2 the card is left as it was.
     FakeProcessRunner user;
     user.setRunsAsRoot(false);
-    EXPECT_FALSE(VolumeEraser(mounts, user).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
+    EXPECT_FALSE(
+        VolumeEraser(mounts, user, disks).eraseVolume(kCard, QStringLiteral("C"), {}, &error));
     EXPECT_TRUE(user.calls().empty());
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 }
 
-TEST(VolumeEraserTest, FatLabelsAreUpperCaseShortAndAcceptedByMkfs) {
+TEST(VolumeEraserTest, LabelsFitTheFileSystem) {
     EXPECT_EQ(VolumeEraser::fatLabel(QStringLiteral("card 1")), QStringLiteral("CARD 1"));
     EXPECT_EQ(VolumeEraser::fatLabel(QStringLiteral("a001 camera card")),
               QStringLiteral("A001 CAMERA"));
@@ -150,23 +211,35 @@ TEST(VolumeEraserTest, FatLabelsAreUpperCaseShortAndAcceptedByMkfs) {
               QStringLiteral("CAMBROLL"));
     EXPECT_EQ(VolumeEraser::fatLabel(QStringLiteral("-n $(x)")), QStringLiteral("-N $(X)"));
     EXPECT_EQ(VolumeEraser::fatLabel(QStringLiteral("*?")), QString());
+    // exFAT keeps case and any character but controls, up to 15 UTF-16 units, never half a
+    // pair.
+    EXPECT_EQ(VolumeEraser::exfatLabel(QStringLiteral("a001 \"Tag\"\tB/C\u00e9")),
+              QStringLiteral("a001 \"Tag\"B/C\u00e9"));
+    EXPECT_EQ(VolumeEraser::exfatLabel(QStringLiteral("0123456789abcdefgh")),
+              QStringLiteral("0123456789abcde"));
+    EXPECT_EQ(VolumeEraser::exfatLabel(QStringLiteral("01234567890123\U0001F3AC")),
+              QStringLiteral("01234567890123"));
 }
 
 TEST(VolumeEraserTest, RefusesWhatIsNotAMountedCard) {
+    LinuxMountService mounts;
+    PosixProcessRunner runner;
+    LinuxDiskInformation disks;
+    const VolumeEraser eraser(mounts, runner, disks);
     const QTemporaryDir plain;
     ASSERT_TRUE(plain.isValid());
     const QStringList none;
     for (const QString& path : {plain.path(), plain.filePath(QStringLiteral("missing")),
                                 QStringLiteral("/"), QStringLiteral("/proc"), QString()}) {
         QString error;
-        EXPECT_FALSE(VolumeEraser::eraseAsFat(path, QStringLiteral("CARD"), none, &error))
+        EXPECT_FALSE(eraser.eraseVolume(path, QStringLiteral("CARD"), none, &error))
             << path.toStdString();
         EXPECT_FALSE(error.isEmpty()) << path.toStdString();
     }
     // "/" is refused whichever way it is mounted, also when it is given as a destination.
     QString error;
-    EXPECT_FALSE(VolumeEraser::eraseAsFat(QStringLiteral("/"), QStringLiteral("CARD"),
-                                          {plain.path()}, &error));
+    EXPECT_FALSE(
+        eraser.eraseVolume(QStringLiteral("/"), QStringLiteral("CARD"), {plain.path()}, &error));
     EXPECT_FALSE(error.isEmpty());
 
     for (const QString& path : {plain.path(), QStringLiteral("/proc")}) {

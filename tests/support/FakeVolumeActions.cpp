@@ -47,9 +47,9 @@ bool FakeVolumeActions::unmountAndEject(const QString& mountPoint, QString* erro
     return record(Call{Action::UnmountAndEject, mountPoint, {}, {}}, error);
 }
 
-bool FakeVolumeActions::eraseAsFat(const QString& mountPoint, const QString& name,
-                                   const QStringList& protectedPaths, QString* error) {
-    return record(Call{Action::EraseAsFat, mountPoint, name, protectedPaths}, error);
+bool FakeVolumeActions::erase(const QString& mountPoint, const QString& name,
+                              const QStringList& protectedPaths, QString* error) {
+    return record(Call{Action::Erase, mountPoint, name, protectedPaths}, error);
 }
 
 std::vector<FakeVolumeActions::Call> FakeVolumeActions::calls() const {

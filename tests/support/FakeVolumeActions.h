@@ -11,7 +11,7 @@
 
 class FakeVolumeActions : public VolumeActions {
   public:
-    enum class Action { Unmount, UnmountAndEject, EraseAsFat };
+    enum class Action { Unmount, UnmountAndEject, Erase };
     struct Call {
         Action action = Action::Unmount;
         QString mountPoint;
@@ -29,8 +29,8 @@ class FakeVolumeActions : public VolumeActions {
 
     bool unmount(const QString& mountPoint, QString* error, QString* device = nullptr) override;
     bool unmountAndEject(const QString& mountPoint, QString* error) override;
-    bool eraseAsFat(const QString& mountPoint, const QString& name,
-                    const QStringList& protectedPaths, QString* error) override;
+    bool erase(const QString& mountPoint, const QString& name, const QStringList& protectedPaths,
+               QString* error) override;
 
     std::vector<Call> calls() const;
 

@@ -16,8 +16,9 @@ TestServices::~TestServices() = default;
 void TestServices::useThisMachine() {
     machineMounts_ = std::make_unique<LinuxMountService>();
     machineProcesses_ = std::make_unique<PosixProcessRunner>();
-    machineVolumes_ = std::make_unique<LinuxVolumeActions>(*machineMounts_, *machineProcesses_);
     machineDisks_ = std::make_unique<LinuxDiskInformation>();
+    machineVolumes_ =
+        std::make_unique<LinuxVolumeActions>(*machineMounts_, *machineProcesses_, *machineDisks_);
     mounts = machineMounts_.get();
     volumes = machineVolumes_.get();
     disks = machineDisks_.get();

@@ -177,7 +177,7 @@ TEST_F(ControllerServicesTest, EraseIsRefusedForACardOnADestinationsDiskAndForma
         return FakeProcessRunner::exited(0);
     });
     runner.answer("mkfs.fat", FakeProcessRunner::exited(0));
-    LinuxVolumeActions volumes(mounts, runner);
+    LinuxVolumeActions volumes(mounts, runner, services_.fakeDisks);
     services_.volumes = &volumes;
     const auto add = [&](const QString& device, quint64 number, quint64 disk, const QString& at) {
         mounts.addBlockDevice(device, number, disk);
