@@ -3,8 +3,8 @@
 #include "MainThread.h"
 #include "QVVolume.h"
 
-VolumeUpdates::VolumeUpdates(Receiver receiver, std::chrono::milliseconds interval)
-    : receiver_(std::move(receiver)), interval_(interval) {}
+VolumeUpdates::VolumeUpdates(Receiver receiver, std::chrono::milliseconds interval, SteadyNow now)
+    : receiver_(std::move(receiver)), interval_(interval), now_(std::move(now)) {}
 
 VolumeUpdates::~VolumeUpdates() {
     alive_.reset();
@@ -20,17 +20,20 @@ void VolumeUpdates::changed(const std::shared_ptr<QVVolume>& volume) {
     schedule();
 }
 
-// On the main thread, the delivery waits out the rest of the interval since the last one.
+// On the main thread, the delivery waits out the rest of the interval since the last one;
+// the first waits for nothing.
 void VolumeUpdates::schedule() {
     const std::weak_ptr<int> alive = alive_;
     MainThread::performOnMainThread(
         [this, alive] {
             if (!alive.lock())
                 return;
-            const auto due = lastDelivery_ + interval_;
-            const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(
-                due - std::chrono::steady_clock::now());
-            QTimer::singleShot(std::max(wait, std::chrono::milliseconds(0)), [this, alive] {
+            using std::chrono::milliseconds;
+            const milliseconds wait =
+                lastDelivery_
+                    ? std::chrono::duration_cast<milliseconds>(*lastDelivery_ + interval_ - now_())
+                    : milliseconds(0);
+            QTimer::singleShot(std::max(wait, milliseconds(0)), [this, alive] {
                 if (alive.lock())
                     flush();
             });
@@ -45,7 +48,7 @@ void VolumeUpdates::flush() {
         pending.swap(pending_);
         scheduled_ = false;
     }
-    lastDelivery_ = std::chrono::steady_clock::now();
+    lastDelivery_ = now_();
     Snapshots snapshots;
     for (const auto& [key, weak] : pending) {
         if (const auto volume = weak.lock())

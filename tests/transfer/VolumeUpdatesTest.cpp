@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <optional>
 #include <thread>
 
 #include "QVVolume.h"
@@ -15,12 +16,22 @@ void serveEvents() {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
 }
 
+// The steady clock as this machine reads it (none), or one that reads as if the machine had
+// been up for so long: a minute (a fresh CI machine) or weeks.
+using Uptime = std::optional<std::chrono::seconds>;
+
 }  // namespace
 
-TEST(VolumeUpdates, ManyChangesFromWorkersArriveAsFewSnapshotsOfTheLatestState) {
+class VolumeUpdatesAt : public testing::TestWithParam<Uptime> {};
+
+TEST_P(VolumeUpdatesAt, ManyChangesFromWorkersArriveAsFewSnapshotsOfTheLatestState) {
+    std::chrono::steady_clock::time_point now(GetParam().value_or(std::chrono::seconds(0)));
+    VolumeUpdates::SteadyNow clock = &std::chrono::steady_clock::now;
+    if (GetParam())
+        clock = [&] { return now; };
     std::vector<VolumeUpdates::Snapshots> deliveries;
     VolumeUpdates updates([&](const VolumeUpdates::Snapshots& s) { deliveries.push_back(s); },
-                          std::chrono::hours(1));
+                          std::chrono::hours(1), clock);
     const auto a = std::make_shared<QVVolume>(Clock::system());
     const auto b = std::make_shared<QVVolume>(Clock::system());
     a->setName("A");
@@ -57,7 +68,18 @@ TEST(VolumeUpdates, ManyChangesFromWorkersArriveAsFewSnapshotsOfTheLatestState) 
     // A snapshot stays as it was taken.
     a->setProgressValue(1);
     EXPECT_EQ(latest.progress, 5000);
+
+    if (!GetParam())
+        return;
+    now += std::chrono::hours(1);
+    updates.changed(b);
+    serveEvents();
+    EXPECT_EQ(deliveries.size(), 3u) << "once the interval has passed, a change goes out at once";
 }
+
+INSTANTIATE_TEST_SUITE_P(VolumeUpdates, VolumeUpdatesAt,
+                         testing::Values(Uptime(), Uptime(std::chrono::seconds(60)),
+                                         Uptime(std::chrono::hours(24 * 40))));
 
 TEST(VolumeUpdates, AVolumeGoneBeforeDeliveryIsLeftOutAndNothingComesAfterTheEnd) {
     std::vector<VolumeUpdates::Snapshots> deliveries;
