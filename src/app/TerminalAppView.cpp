@@ -25,6 +25,10 @@ int TerminalAppView::showSheet(const SheetRequest& sheet) {
     print(sheet.message + u'\n');
     if (!sheet.informativeText.isEmpty())
         print(sheet.informativeText + u'\n');
+    if (sheet.defaultAnswer == 0 && !sheet.alternateButton.isEmpty())
+        return 0;
+    if (sheet.defaultAnswer == -1 && !sheet.otherButton.isEmpty())
+        return -1;
     return 1;
 }
 

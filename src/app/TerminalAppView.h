@@ -1,7 +1,7 @@
 #pragma once
-// The transfer's view on a terminal: sheets are printed and answered with their default
-// button, failures are listed, and progress is drawn as a bar (plain lines when the output
-// is not a terminal). Also prints notifications.
+// The transfer's view on a terminal: sheets are printed and answered as Return would answer
+// them, failures are listed, and progress is drawn as a bar (plain lines when the output is
+// not a terminal). Also prints notifications.
 
 #include <QElapsedTimer>
 #include <functional>

@@ -13,6 +13,7 @@
 #include <QStringList>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -154,8 +155,13 @@ class AppController {
     void eject();
     /// Unmounts the card and powers it off; false (logged) when it stays.
     bool ejectVolume(QVVolume& volume);
-    /// Erase command: asks, then reformats each selected card as FAT on a thread of its own.
+    /// Erase command: refuses, naming each, cards without a verified copy; otherwise asks
+    /// (Cancel being the default), then reformats each selected card in its own format on a
+    /// thread of its own.
     void erase();
+    /// Why the card must not be erased (e.g. "it has not been transferred since it was
+    /// listed"); nothing when its transfer in this run ended complete and verified everywhere.
+    std::optional<QString> eraseRefusal(const QVVolume& volume) const;
     void eraseVolume(const std::shared_ptr<QVVolume>& volume);
     /// Refuses folders and any card sharing a device with "/" or a destination.
     void eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume);
@@ -216,6 +222,8 @@ class AppController {
 
   private:
     void startHelperJob(const char* label, bool setup);
+    /// The erase sheet's line for the card: name, format, size, and its verified copies.
+    QString eraseDetails(const QVVolume& volume) const;
     /// Deletes what a transfer wrote into a destination, never another transfer's copy in it.
     void removeTransferredFiles(const QString& destination);
     QStringList chooseDestinations(const QVVolume& volume);

@@ -222,7 +222,7 @@ bool AppController::applicationShouldTerminate() {
     return view_.showSheet(
                {QStringLiteral("File operations are in progress. Are you sure you wish to quit?"),
                 QStringLiteral("Quit"), QStringLiteral("Cancel"), QString(),
-                QStringLiteral("This will cancel any transfers.")}) == 1;
+                QStringLiteral("This will cancel any transfers."), 0}) == 1;
 }
 
 void AppController::eject() {
@@ -246,11 +246,96 @@ bool AppController::ejectVolume(QVVolume& volume) {
     return false;
 }
 
+std::optional<QString> AppController::eraseRefusal(const QVVolume& volume) const {
+    if (volume.isFolder())
+        return QStringLiteral("it is a folder, not a card");
+    switch (volume.status()) {
+        case QVVolume::Done:
+            break;
+        case QVVolume::Failed: {
+            const QString error = volume.errorString().value_or(QString());
+            return error.isEmpty() ? QStringLiteral("its transfer failed")
+                                   : QStringLiteral("its transfer failed (%1)").arg(error);
+        }
+        case QVVolume::Cancelled:
+            return QStringLiteral("its transfer was stopped before it was verified");
+        case QVVolume::Unrecognised:
+        case QVVolume::Idle:
+            return QStringLiteral("it has not been transferred since it was listed");
+        default:
+            return QStringLiteral("its transfer has not ended");
+    }
+    // "Done" may also come from the card's own marker of an earlier run: no copy of ours.
+    const TransferChecks checks = volume.transferChecks();
+    if (!checks.started)
+        return QStringLiteral("it has not been transferred since it was listed");
+    const std::size_t failed = volume.failedFiles().size();
+    if (failed > 0)
+        return QStringLiteral("%1 of its files failed verification").arg(failed);
+    if (!checks.sizes || !checks.checksums || !checks.fromMedium)
+        return QStringLiteral(
+            "its copies were not verified (file sizes, and checksums read "
+            "back from each copy)");
+    if (!checks.ended || !checks.completeAndVerified)
+        return QStringLiteral("not every destination holds a complete, verified copy");
+    return std::nullopt;
+}
+
+namespace {
+
+QString formatName(const QString& type) {
+    if (type == u"exfat")
+        return QStringLiteral("exFAT");
+    if (type == u"vfat")
+        return QStringLiteral("FAT");
+    return type.isEmpty() ? QStringLiteral("unknown format") : type;
+}
+
+}  // namespace
+
+// What is about to go, and where its verified copies are, so a crew can check before saying yes.
+QString AppController::eraseDetails(const QVVolume& volume) const {
+    const auto info = services_.disks.forMountPoint(volume.path());
+    QString line = QStringLiteral("%1: %2").arg(
+        volume.name(), formatName(info ? (*info)["FilesystemType"].toString() : QString()));
+    if (info && (*info)["TotalSize"].toInteger() > 0)
+        line += QStringLiteral(", ") +
+                QVFileManager::formatFileSize(double((*info)["TotalSize"].toInteger()));
+    line += QStringLiteral(", at %1").arg(volume.path());
+    for (const QString& copy : volume.destinations())
+        line += QStringLiteral("\n    verified copy: %1").arg(copy);
+    return line;
+}
+
 void AppController::erase() {
     const auto selected = selectedVolumes();
     if (selected.empty())
         return;
+    QStringList refused;
+    QStringList reasons;
+    for (const auto& volume : selected) {
+        if (const auto reason = eraseRefusal(*volume)) {
+            refused << volume->name();
+            reasons << QStringLiteral("%1: %2.").arg(volume->name(), *reason);
+        }
+    }
+    if (!refused.isEmpty()) {
+        QVLog::appendLog(u"Erase refused: %@", reasons.join(u' '));
+        view_.showSheet(
+            {QStringLiteral("%1 %2 no verified copy")
+                 .arg(refused.join(QStringLiteral(", ")),
+                      refused.size() == 1 ? QStringLiteral("has") : QStringLiteral("have")),
+             QStringLiteral("OK"),
+             {},
+             {},
+             reasons.join(u'\n') + QStringLiteral("\nNothing was erased.")});
+        return;
+    }
     const bool one = selected.size() == 1;
+    QStringList details{QStringLiteral("This will permanently remove all data.")};
+    for (const auto& volume : selected)
+        details << eraseDetails(*volume);
+    // Return must never erase: Cancel is the default here.
     const int answer =
         view_.showSheet({QStringLiteral("Are you sure you wish to erase %1 volume%2?")
                              .arg(one ? QStringLiteral("this") : QStringLiteral("these"),
@@ -258,7 +343,8 @@ void AppController::erase() {
                          QStringLiteral("Erase"),
                          QStringLiteral("Cancel"),
                          {},
-                         QStringLiteral("This will permanently remove all data.")});
+                         details.join(QStringLiteral("\n\n")),
+                         0});
     if (answer != 1)
         return;
     for (const auto& volume : selected)

@@ -33,7 +33,10 @@ ToolbarState AppController::toolbarForSelection() const {
             return volume->status() > QVVolume::Idle && volume->status() != QVVolume::Done;
         });
         state = transferItem(busy);
-        state.eraseEnabled = state.ejectEnabled = !busy;
+        state.ejectEnabled = !busy;
+        // Offered once a selected card has a verified copy; erase() names any that has none.
+        state.eraseEnabled = std::any_of(selected.begin(), selected.end(),
+                                         [this](const auto& v) { return !eraseRefusal(*v); });
         state.transferEnabled = state.infoEnabled = state.ignoreEnabled = true;
         state.revealTransferredEnabled = true;
     }

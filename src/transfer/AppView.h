@@ -18,6 +18,9 @@ struct SheetRequest {
     QString alternateButton;
     QString otherButton;
     QString informativeText;
+    /// The answer Return gives, and a terminal that can't ask: 1, 0 or -1 as below. Where
+    /// the first button destroys something, the safe one is the default.
+    int defaultAnswer = 1;
 };
 
 /// What the toolbar offers for the selected volumes.

@@ -281,7 +281,6 @@ int MainWindow::showSheet(const SheetRequest& sheet) {
     QPushButton* defaultButton =
         box.addButton(sheet.defaultButton.isEmpty() ? QStringLiteral("OK") : sheet.defaultButton,
                       QMessageBox::AcceptRole);
-    box.setDefaultButton(defaultButton);
     QPushButton* alternate = nullptr;
     if (!sheet.alternateButton.isEmpty()) {
         alternate = box.addButton(sheet.alternateButton, QMessageBox::RejectRole);
@@ -290,6 +289,12 @@ int MainWindow::showSheet(const SheetRequest& sheet) {
     QPushButton* other = sheet.otherButton.isEmpty()
                              ? nullptr
                              : box.addButton(sheet.otherButton, QMessageBox::DestructiveRole);
+    if (sheet.defaultAnswer == 0 && alternate != nullptr)
+        box.setDefaultButton(alternate);
+    else if (sheet.defaultAnswer == -1 && other != nullptr)
+        box.setDefaultButton(other);
+    else
+        box.setDefaultButton(defaultButton);
     box.exec();
     const QAbstractButton* clicked = box.clickedButton();
     if (clicked == defaultButton)

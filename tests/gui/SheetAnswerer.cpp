@@ -3,6 +3,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QMessageBox>
+#include <QTest>
 
 SheetAnswerer::SheetAnswerer() {
     timer_.setInterval(10);
@@ -22,8 +23,10 @@ void SheetAnswerer::poll() {
             chosen = button;
     }
     seen_ << box->text() + " | " + buttons.join(", ");
-    answers_.removeFirst();
-    if (chosen != nullptr)
+    const QString answer = answers_.takeFirst();
+    if (answer == QStringLiteral("Return"))
+        QTest::keyClick(box, Qt::Key_Return);
+    else if (chosen != nullptr)
         chosen->click();
     else
         box->reject();

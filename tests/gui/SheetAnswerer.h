@@ -9,7 +9,8 @@
 class SheetAnswerer : public QObject {
   public:
     SheetAnswerer();
-    /// The next sheet that appears is answered with this button.
+    /// The next sheet that appears is answered with this button, or with the Return key for
+    /// "Return".
     void answerWith(const QString& button) { answers_ << button; }
     /// "message | button, button..." of every sheet answered.
     const QStringList& seen() const { return seen_; }

@@ -51,7 +51,7 @@ void RecordingAppView::transferDidEnd(const std::shared_ptr<QVVolume>& volume) {
 
 int RecordingAppView::showSheet(const SheetRequest& sheet) {
     record(QStringLiteral("sheet: %1 | %2").arg(sheet.message, sheet.informativeText));
-    return sheetAnswer_;
+    return sheetAnswer_ == kReturn ? sheet.defaultAnswer : sheetAnswer_.load();
 }
 
 std::vector<int> RecordingAppView::selectedRows() const {

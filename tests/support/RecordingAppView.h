@@ -45,7 +45,9 @@ class RecordingAppView : public AppView {
     /// Waits (serving the main thread) until event is recorded; true when it was, once.
     bool sawOnce(const QString& event) const;
     void setSelectedRows(std::vector<int> rows);
+    /// Every sheet is answered so (1, 0 or -1), or as Return would answer it (kReturn).
     void setSheetAnswer(int answer) { sheetAnswer_ = answer; }
+    static constexpr int kReturn = 2;
     /// Runs on every list reload, after it is recorded (a test's way in between two steps).
     void setReloadHook(std::function<void()> hook);
     /// Runs as each post-action line is recorded, while that step's thread waits.

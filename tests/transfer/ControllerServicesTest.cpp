@@ -38,6 +38,24 @@ class NoFoldersUnder : public FaultyFileLayer {
 
 class ControllerServicesTest : public OffloadFixture {};
 
+// As a transfer in this run leaves a card that ended complete and verified everywhere.
+void markVerified(QVVolume& volume) {
+    volume.startTransferChecks(true, true, true);
+    volume.setStatus(QVVolume::Done);
+    volume.endTransferChecks(true);
+}
+
+// How a card stands, and why Erase refuses it then ("" when it doesn't).
+struct EraseCase {
+    const char* name;
+    std::function<void(QVVolume&)> set;
+    const char* reason;
+    friend void PrintTo(const EraseCase& c, std::ostream* os) { *os << c.name; }
+};
+
+class EraseOnlyVerified : public ControllerServicesTest,
+                          public testing::WithParamInterface<EraseCase> {};
+
 }  // namespace
 
 TEST_F(ControllerServicesTest, ACardUnmountedMidTransferIsInterruptedAndNothingIsVerified) {
@@ -190,6 +208,7 @@ TEST_F(ControllerServicesTest, EraseIsRefusedForACardOnADestinationsDiskAndForma
     makeController();
     const auto card =
         QVVolume::volumeWithName("CARD", "/media/tester/CARD", 0, settings_, services_.clock);
+    markVerified(*card);
     controller_->setDataArray({card});
     view_.setSelectedRows({0});
 
@@ -207,6 +226,108 @@ TEST_F(ControllerServicesTest, EraseIsRefusedForACardOnADestinationsDiskAndForma
     EXPECT_EQ(runner.commandLines(),
               QStringList({"umount /media/tester/CARD", "mkfs.fat -F 32 -n CARD /dev/sdb1",
                            "mount /dev/sdb1 /media/tester/CARD"}));
+}
+
+TEST_P(EraseOnlyVerified, ACardIsErasedOnlyWithAVerifiedCopyAndTheSheetNamesItAndWhy) {
+    makeController();
+    const QString path = "/media/tester/A001";
+    const auto card = QVVolume::volumeWithName("A001", path, 0, settings_, services_.clock);
+    card->addDestination(workPath("dest/A001"));
+    services_.fakeDisks.set(
+        path, PropertyList(PropertyList::Dictionary{
+                  {"FilesystemType", "exfat"}, {"TotalSize", PropertyList(qint64(64) << 30)}}));
+    GetParam().set(*card);
+    controller_->setDataArray({card});
+    view_.setSelectedRows({0});
+    controller_->updateToolbarForTableSelection();
+    const QString reason = GetParam().reason;
+    EXPECT_EQ(view_.toolbar().eraseEnabled, reason.isEmpty());
+
+    controller_->erase();
+    drainWorkers();
+    const QStringList sheets = view_.events().filter("sheet: ");
+    ASSERT_FALSE(sheets.isEmpty());
+    if (!reason.isEmpty()) {
+        EXPECT_EQ(sheets, QStringList("sheet: A001 has no verified copy | A001: " + reason +
+                                      ".\nNothing was erased."));
+        EXPECT_TRUE(services_.fakeVolumes.calls().empty());
+        return;
+    }
+    EXPECT_TRUE(
+        sheets.first().startsWith("sheet: Are you sure you wish to erase this volume? | "
+                                  "This will permanently remove all data.\n\nA001: "
+                                  "exFAT, 64"))
+        << sheets.first().toStdString();
+    EXPECT_TRUE(sheets.first().endsWith("verified copy: " + workPath("dest/A001")));
+    ASSERT_EQ(services_.fakeVolumes.calls().size(), 1u);
+    EXPECT_EQ(services_.fakeVolumes.calls()[0].mountPoint, path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cards, EraseOnlyVerified,
+    testing::Values(
+        EraseCase{"Verified", markVerified, ""},
+        EraseCase{"NeverCopied", [](QVVolume&) {},
+                  "it has not been transferred since it was listed"},
+        // A marker on the card from another run: no copy of this run to vouch for it.
+        EraseCase{"DoneByItsMarker", [](QVVolume& v) { v.setStatus(QVVolume::Done); },
+                  "it has not been transferred since it was listed"},
+        EraseCase{"Failed",
+                  [](QVVolume& v) {
+                      v.startTransferChecks(true, true, true);
+                      v.setErrorString(QStringLiteral("No space left on RAID"));
+                      v.setStatus(QVVolume::Failed);
+                      v.endTransferChecks(false);
+                  },
+                  "its transfer failed (No space left on RAID)"},
+        EraseCase{"Cancelled",
+                  [](QVVolume& v) {
+                      v.startTransferChecks(true, true, true);
+                      v.setStatus(QVVolume::Cancelled);
+                  },
+                  "its transfer was stopped before it was verified"},
+        EraseCase{"NotReadBack",
+                  [](QVVolume& v) {
+                      v.startTransferChecks(true, true, false);
+                      v.setStatus(QVVolume::Done);
+                      v.endTransferChecks(true);
+                  },
+                  "its copies were not verified (file sizes, and checksums read back from each "
+                  "copy)"},
+        EraseCase{"AFileFailed",
+                  [](QVVolume& v) {
+                      markVerified(v);
+                      v.addFailedFile(std::make_shared<CopyInfo>());
+                  },
+                  "1 of its files failed verification"},
+        EraseCase{"Interrupted",
+                  [](QVVolume& v) {
+                      v.startTransferChecks(true, true, true);
+                      v.setStatus(QVVolume::Done);
+                      v.endTransferChecks(false);
+                  },
+                  "not every destination holds a complete, verified copy"}),
+    [](const testing::TestParamInfo<EraseCase>& info) { return std::string(info.param.name); });
+
+// Return never erases and never quits over running transfers: Cancel is the default of both.
+TEST_F(ControllerServicesTest, ReturnCancelsTheEraseAndTheQuitSheets) {
+    makeController();
+    const auto done =
+        QVVolume::volumeWithName("A001", "/media/tester/A001", 0, settings_, services_.clock);
+    const auto copying =
+        QVVolume::volumeWithName("B001", "/media/tester/B001", 0, settings_, services_.clock);
+    markVerified(*done);
+    controller_->setDataArray({done, copying});
+    view_.setSelectedRows({0});
+    view_.setSheetAnswer(RecordingAppView::kReturn);
+    controller_->erase();
+    drainWorkers();
+    EXPECT_EQ(view_.events().filter("sheet: Are you sure you wish to erase").size(), 1);
+    EXPECT_TRUE(services_.fakeVolumes.calls().empty());
+
+    copying->setStatus(QVVolume::Copying);
+    EXPECT_FALSE(controller_->applicationShouldTerminate());
+    EXPECT_EQ(view_.events().filter("sheet: File operations are in progress.").size(), 1);
 }
 
 // Eject: cards leave through the volume actions, a folder the user added just leaves the list,
