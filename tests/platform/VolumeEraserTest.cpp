@@ -103,6 +103,7 @@ struct EraseCase {
     const char* deviceType;  // "" when the device can't be read
     const char* label;       // the card's own; "" when it can't be read
     QStringList expected;    // command lines after "umount"; empty when refused
+    friend void PrintTo(const EraseCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class EraseKeepsTheFormat : public FakeEraseTest, public testing::WithParamInterface<EraseCase> {};
