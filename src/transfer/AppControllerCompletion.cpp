@@ -74,6 +74,8 @@ void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
         removalRequests_.erase(volume);
     }
     updates_.changed(volume);
+    // Erase is offered from now on for a selected card that ended verified.
+    onMainThread([this] { updateToolbarForTableSelection(); }, false);
     view_.transferDidEnd(volume);
 }
 

@@ -24,9 +24,12 @@ TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFil
     makeController();
     const auto volume = card("A001");
     const auto before = TestFiles::tree(volume->path());
+    view_.setSelectedRows({0});
     ASSERT_TRUE(offload({volume}));
     drainWorkers();
     EXPECT_EQ(volume->status(), QVVolume::Done);
+    EXPECT_TRUE(waitUntil([&] { return view_.toolbar().eraseEnabled; }))
+        << "Erase is offered once the selected card's transfer ends verified";
 
     const auto copied = TestFiles::tree(volume->path(), kNotCopied);
     const QStringList destinations = volume->destinations();
