@@ -1,5 +1,6 @@
 # Installs the build into a scratch prefix and checks that a desktop finds everything there:
-# the programs side by side, a valid desktop entry, the icon in every size, the manual page,
+# the programs side by side, a valid desktop entry, the icon in every size, a manual page for
+# each program, the package's copyright and changelog,
 # the completion, the user units and the approval policy.
 #   cmake -DBUILD_DIR=... -DPREFIX=... -P CheckInstall.cmake
 file(REMOVE_RECURSE "${PREFIX}")
@@ -12,7 +13,10 @@ set(expected
   bin/cardsweep bin/cardsweep-cli bin/QTMetaTool bin/QTTimecodeTool bin/CardsweepHelper
   bin/CardsweepAuthTool
   share/applications/cardsweep.desktop
-  share/man/man1/cardsweep-cli.1
+  share/man/man1/cardsweep.1.gz share/man/man1/cardsweep-cli.1.gz
+  share/man/man1/CardsweepHelper.1.gz share/man/man1/QTMetaTool.1.gz
+  share/man/man1/QTTimecodeTool.1.gz share/man/man1/CardsweepAuthTool.1.gz
+  share/doc/cardsweep/copyright share/doc/cardsweep/changelog.Debian.gz
   share/bash-completion/completions/cardsweep-cli
   lib/systemd/user/com.quorvant.Cardsweep.service
   lib/systemd/user/com.quorvant.CardsweepSetup.service
