@@ -122,6 +122,9 @@ class AppController {
     std::shared_ptr<CopyDelegate> copierFor(const std::shared_ptr<QVVolume>& volume);
     /// Share of the work done over every listed volume (NaN with none).
     float totalProgressForAllVolumes() const;
+    /// The window's title and the launcher's progress: the overall share while anything runs,
+    /// the plain title and no progress otherwise.
+    void showOverallProgress();
 
     // ---- Verification (AppControllerVerification.cpp)
     void verifyVolume(const std::shared_ptr<QVVolume>& volume,
@@ -188,8 +191,8 @@ class AppController {
     void startSetupJob();
     void stopSetupJob();
     QVLaunchd& launchd() { return launchd_; }
-    /// Starts the selected volumes, or, while the Transfer item reads " Cancel " for them,
-    /// is the cancel command.
+    /// Starts the selected volumes, or, while one of them runs or waits for its turn, is the
+    /// cancel command.
     void transfer();
     void toggleCardsweep();
     /// A later start's "-cardsweepVolume MOUNTPOINT" under the automatic mode: a card not
@@ -203,6 +206,8 @@ class AppController {
     // ---- Presentation (AppControllerPresentation.cpp); main thread only
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
+    /// The line over the list saying where copies go, warning of one on the system disk.
+    void showDestinationSummary();
     void reloadVolumeList();
     /// The destination list as the preferences edit it: kept, stored at once, and the free
     /// space shown again.
@@ -232,6 +237,8 @@ class AppController {
     std::uint64_t transferSize(QVVolume& volume) const;
     /// The toolbar for the selected volumes.
     ToolbarState toolbarForSelection() const;
+    /// Some selected volume is running or waiting for its turn (so Transfer cancels).
+    bool selectionIsBusy() const;
     void postTransferFailed(const QVVolume& volume);
     bool inImageMode() const;
     /// Runs fn on the main thread (see MainThread); a request still queued when the controller

@@ -50,6 +50,13 @@ void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
         removalRequests_.erase(volume);
     }
     updates_.changed(volume);
+    // The ended transfer no longer counts in the title, and its destinations have less room.
+    onMainThread(
+        [this] {
+            showOverallProgress();
+            refreshTotalRemainingSpace();
+        },
+        false);
     view_.transferDidEnd(volume);
 }
 
@@ -152,6 +159,7 @@ void AppController::cancelSelectedTransfers() {
             continue;
         QVLog::appendLog(u"User cancelled transfer for volume %@", v.path());
         v.setStatus(QVVolume::Cancelled);
+        queue_.withdraw(volume);  // one still waiting for its turn never starts
         cancelVolume(v);
         if (remove) {
             {
@@ -204,12 +212,13 @@ bool AppController::applicationShouldTerminate() {
 void AppController::eject() {
     std::vector<std::shared_ptr<QVVolume>> folders;
     for (const auto& volume : selectedVolumes()) {
-        if (volume->isFolder())
+        if (volume->isFolder() || volume->isRemoved())
             folders.push_back(volume);
         else
             ejectVolume(*volume);
     }
-    // A folder is ejected by dropping it from the list; cards leave through their unmount.
+    // A folder (or a card already pulled) is ejected by dropping it from the list; cards leave
+    // through their unmount.
     volumes_.remove(folders);
     reloadVolumeList();
 }
@@ -267,7 +276,8 @@ void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume)
                                  QStringLiteral("OK"),
                                  {},
                                  {},
-                                 QStringLiteral("The volume is now ready for use.")});
+                                 QStringLiteral("The volume is now ready for use."),
+                                 SheetRequest::Icon::Information});
             } else {
                 view_.showSheet({QStringLiteral("Unable to erase volume '%1'").arg(name),
                                  QStringLiteral("OK"),

@@ -318,7 +318,8 @@ QString QVVolume::statusText() const {
         case Done:
             return QStringLiteral("Done");
         case Cancelled:
-            return QStringLiteral("Canceled");
+            // Stopped by something other than the user (a pulled card, shutting down): why.
+            return errorString().value_or(QStringLiteral("Canceled"));
         case Finishing:
             return QStringLiteral("Finishing...");
         default:

@@ -120,6 +120,10 @@ class QVVolume {
     qint64 transferCount() const { return transferCount_.load(); }
 
     void addDestination(const QString& path);
+    /// The card went away while it was being transferred; its row stays until the user drops
+    /// it or it is mounted again. Never cleared: a new mount makes a new record.
+    bool isRemoved() const { return removed_.load(); }
+    void setRemoved() { removed_.store(true); }
     /// Back to "Waiting" for a new transfer: status 0, counters 0, destinations cleared.
     void reset();
     /// True for the first call since the record was made or reset: a transfer is reported as
@@ -171,6 +175,7 @@ class QVVolume {
     ProgressIndicator spinner_;      // guarded by mutex_
     ProgressIndicator progressBar_;  // guarded by mutex_
     std::atomic<VolumeStatus> status_{Idle};
+    std::atomic<bool> removed_{false};
     std::optional<QString> errorString_;  // guarded by mutex_
     std::atomic<qint64> threadCount_{0};
     std::atomic<qint64> transferCount_{0};
