@@ -110,12 +110,17 @@ void AppController::showDestinationSummary() {
         return;
     }
     QString text = QStringLiteral("Copies will go to %1.").arg(ticked.join(QStringLiteral(", ")));
-    if (!onSystemDisk.isEmpty())
+    if (!onSystemDisk.isEmpty()) {
+        const QString which =
+            onSystemDisk.size() == ticked.size()
+                ? (ticked.size() == 1 ? QStringLiteral("It is") : QStringLiteral("They are"))
+                : onSystemDisk.join(QStringLiteral(", ")) +
+                      (onSystemDisk.size() == 1 ? QStringLiteral(" is") : QStringLiteral(" are"));
         text += QStringLiteral(
-                    " %1 on the system disk: a card can fill it, and the copy goes "
-                    "with the computer.")
-                    .arg(onSystemDisk.size() == 1 ? onSystemDisk.first() + QStringLiteral(" is")
-                                                  : QStringLiteral("Some are"));
+                    " %1 on the system disk: a large card can fill it, and a copy "
+                    "there is lost with the computer.")
+                    .arg(which);
+    }
     view_.setDestinationSummary(text, !onSystemDisk.isEmpty());
 }
 

@@ -248,7 +248,7 @@ void MainWindow::sizeColumns() {
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->resizeSection(0, 240);
     header->resizeSection(1, 130);
-    header->resizeSection(2, 260);
+    header->resizeSection(2, 400);  // room for a reason such as "No space left on ..."
     header->setSectionResizeMode(3, QHeaderView::Fixed);
     header->resizeSection(3, 40);
     for (int column = 4; column < model_->columnCount(); ++column)
