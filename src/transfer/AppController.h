@@ -107,6 +107,9 @@ class AppController {
     /// The manifest (digest TAB name LF) into every destination, from the transfer's ledger;
     /// one that can't be written whole makes that destination incomplete.
     void writeChecksumFileForVolume(QVVolume& volume);
+    /// The list for the standard checksum tools beside the manifest, one destination's.
+    void writeChecksumList(const TransferLedger& ledger, std::size_t destination,
+                           const QByteArray& folder);
     /// Files that contradict the card's own ASC MHL history become failures (before manifests).
     void checkCardHistory(QVVolume& volume, const QString& cardPath);
     /// The transfer report beside every destination's manifest.

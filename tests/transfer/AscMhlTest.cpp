@@ -105,7 +105,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
             AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
         EXPECT_EQ(error, "");
         const auto latest = history.latest();
-        ASSERT_EQ(latest.size(), 5u) << "three clips, the manifest and the report";
+        ASSERT_EQ(latest.size(), 6u) << "three clips, the manifest, its list and the report";
         EXPECT_TRUE(latest.count("DCIM/R&D <\"take\" 2>\r.MOV"));
         const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.size, 90000u);
@@ -129,7 +129,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
     const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix());
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
-    EXPECT_EQ(byHistory.checked, 5);
+    EXPECT_EQ(byHistory.checked, 6);
     const auto byManifest = ManifestVerifier::verify(destination, FileLayer::posix());
     EXPECT_FALSE(byManifest.ok());
     EXPECT_EQ(byManifest.ambiguous.size(), 2);
@@ -189,7 +189,7 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     rebuilt->files([&](const TransferReport::File& file) { files << file.path; });
     files.sort();
     EXPECT_EQ(files, QStringList({"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV",
-                                  "checksums.txt"}));
+                                  "checksums.md5", "checksums.txt"}));
 }
 
 TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {

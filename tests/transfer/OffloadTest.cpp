@@ -33,7 +33,8 @@ TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFil
     ASSERT_EQ(destinations.size(), 2);
     for (const QString& destination : destinations) {
         EXPECT_TRUE(destination.startsWith(work_.filePath("dest")));
-        EXPECT_EQ(TestFiles::tree(destination, {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+        EXPECT_EQ(TestFiles::tree(destination, {"checksums.txt", "checksums.md5", "ascmhl",
+                                                "Transfer Report.html"}),
                   copied);
         const QStringList lines = QString::fromUtf8(TestFiles::read(destination + "/checksums.txt"))
                                       .split(u'\n', Qt::SkipEmptyParts);
@@ -69,7 +70,7 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     for (const QString& destination : litter->destinations())
         EXPECT_EQ(TestFiles::read(destination + "/checksums.txt"), "");
     EXPECT_EQ(TestFiles::tree(second->destinations()[1],
-                              {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+                              {"checksums.txt", "checksums.md5", "ascmhl", "Transfer Report.html"}),
               TestFiles::tree(second->path(), kNotCopied));
 }
 
