@@ -79,7 +79,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         QVLog::appendLog(u"Processing volume %@", path);
         if (stoppedByCancel(volume, {}))
             return;
-        settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+        claimCardMetadata(volume);
         const QString marker = path + QStringLiteral("/.cardsweep");
         if (fileLayer_.exists(PathText::bytes(marker)))
             fileManager_.removeFile(marker);
