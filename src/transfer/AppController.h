@@ -76,6 +76,14 @@ class AppController {
     /// Marks a freshly listed card "Done" when its marker is newer than everything on it;
     /// deletes a stale marker.
     void checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume);
+    /// The card's identity across mounts and restarts: its file system's UUID (else its
+    /// partition's); empty for a folder or when unknown.
+    QString cardIdentity(const QVVolume& volume) const;
+    /// A listed card that started a transfer here before shows the values that transfer used.
+    void recallCardMetadata(QVVolume& volume);
+    /// The transfer starts: its numbers are spent and remembered for the card, the transfer's
+    /// date recorded, and the other listed cards show the numbers they would get now.
+    void claimCardMetadata(const std::shared_ptr<QVVolume>& volume);
 
     // ---- Processing (AppControllerProcessing.cpp)
     /// The worker: checks the source, reserves destinations and hands over to a stage.
@@ -107,6 +115,9 @@ class AppController {
     /// The manifest (digest TAB name LF) into every destination, from the transfer's ledger;
     /// one that can't be written whole makes that destination incomplete.
     void writeChecksumFileForVolume(QVVolume& volume);
+    /// The list for the standard checksum tools beside the manifest, one destination's.
+    void writeChecksumList(const TransferLedger& ledger, std::size_t destination,
+                           const QByteArray& folder);
     /// Files that contradict the card's own ASC MHL history become failures (before manifests).
     void checkCardHistory(QVVolume& volume, const QString& cardPath);
     /// The transfer report beside every destination's manifest.

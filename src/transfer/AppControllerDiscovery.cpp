@@ -12,6 +12,7 @@
 #include "DiskInformation.h"
 #include "FileLayer.h"
 #include "LocalPaths.h"
+#include "MetadataNaming.h"
 #include "MountService.h"
 #include "PathText.h"
 #include "Preferences.h"
@@ -175,6 +176,7 @@ std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& 
     const int type = CardsweepVolumeChecker::verifyVolumeType(fileLayer_, path);
     const auto volume = QVVolume::volumeWithName(name, path, type, settings_, services_.clock);
     volume->setIsFolder(isFolder);
+    recallCardMetadata(*volume);
     if (isFolder)
         volume->setStatus(QVVolume::Idle);
     const QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
@@ -370,5 +372,31 @@ void AppController::importFolders(const QStringList& folders) {
         if (volume->status() == QVVolume::Idle && cardsweepEnabled())
             addVolumeToQueue(volume);
         QVLog::appendLog(u"Folder added: %@", folder);
+    }
+}
+
+QString AppController::cardIdentity(const QVVolume& volume) const {
+    if (volume.isFolder())
+        return {};
+    const std::optional<PropertyList> info = services_.disks.forMountPoint(volume.path());
+    if (!info)
+        return {};
+    const QString filesystem = (*info)["VolumeUUID"].toString();
+    return filesystem.isEmpty() ? (*info)["DiskUUID"].toString() : filesystem;
+}
+
+void AppController::recallCardMetadata(QVVolume& volume) {
+    if (const auto values = MetadataNaming::recallCard(settings_, cardIdentity(volume)))
+        volume.restoreMetadata(*values);
+}
+
+void AppController::claimCardMetadata(const std::shared_ptr<QVVolume>& volume) {
+    // The day rule compares with the previous transfer's date: numbers first.
+    const MetadataValues values = volume->claimMetadata(settings_);
+    MetadataNaming::rememberCard(settings_, cardIdentity(*volume), values);
+    settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+    for (const auto& listed : dataArray()) {
+        if (listed != volume && listed->refreshListedMetadata(settings_))
+            publish(listed);
     }
 }

@@ -101,7 +101,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
                 false);
             return failWith(reason, true);
         }
-        settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+        claimCardMetadata(volume);
         const QString marker = path + QStringLiteral("/.cardsweep");
         if (fileLayer_.exists(PathText::bytes(marker)))
             fileManager_.removeFile(marker);

@@ -162,7 +162,17 @@ class QVVolume {
     std::map<QString, ChecksumMap> destChecksumDict() const;
     void setDestChecksumDict(const std::map<QString, ChecksumMap>& checksums);
 
-    void populateDefaultMetadata(SettingsStore& settings);
+    /// Fills the metadata from the field list as the list shows it before a transfer; the
+    /// numbers shown are not spent until claimMetadata.
+    void populateDefaultMetadata(const SettingsStore& settings);
+    /// The transfer starts: numbers still as listed are claimed now (and spent), values the
+    /// user typed are kept. Returns the values the transfer uses; later calls claim nothing.
+    MetadataValues claimMetadata(SettingsStore& settings);
+    /// Shows again the values a transfer of this card used; nothing is left to claim.
+    void restoreMetadata(const MetadataValues& values);
+    /// Another card spent a number: the numbers this one still shows as listed move on. True
+    /// when something shown changed.
+    bool refreshListedMetadata(const SettingsStore& settings);
 
   private:
     static void makeDeterminate(ProgressIndicator& bar);
@@ -191,6 +201,7 @@ class QVVolume {
     std::optional<QDateTime> lastProgressUpdate_;         // guarded by mutex_
     bool isFolder_ = false;                               // guarded by mutex_
     MetadataValues metadata_;                             // guarded by mutex_
+    MetadataValues listedNumbers_;                        // guarded by mutex_: not yet claimed
     bool hasQTMovies_ = false;                            // guarded by mutex_
     std::optional<QStringList> qtMoviePaths_;             // guarded by mutex_
     std::vector<std::shared_ptr<CopyInfo>> failedFiles_;  // guarded by mutex_
