@@ -4,6 +4,7 @@
 #include <QDesktopServices>
 #include <QTimer>
 #include <QUrl>
+#include <QWindow>
 #include <cstdio>
 #include <cstring>
 
@@ -90,8 +91,9 @@ int main(int argc, char** argv) {
     QObject::connect(&window, &MainWindow::viewLogRequested, &window, [&context, tell] {
         const QString log = QVTroubleshootingUtils::currentLog(context.troubleshootingPlaces(),
                                                                QStringLiteral("cardsweep"), tell);
-        if (!log.isEmpty())
-            context.desktop().openFiles({log});
+        if (!log.isEmpty() && !context.desktop().openFiles({log}))
+            tell(QStringLiteral("Unable to open the log"),
+                 QStringLiteral("No program could open %1.").arg(log));
     });
     QString crashReport;
     context.startBugReporter([&crashReport](const QString& report) { crashReport = report; });
@@ -127,10 +129,18 @@ int main(int argc, char** argv) {
         });
     analytics.setInfoPageOpener(
         [](const QString& address) { QDesktopServices::openUrl(QUrl(address)); });
-    QTimer::singleShot(0, &window, [&] {
+    // The first sheets wait until the window is on the screen where the window manager put
+    // it; asked earlier, a sheet has no window to centre on and lands in the screen's corner.
+    QTimer placed;
+    placed.setInterval(50);
+    QObject::connect(&placed, &QTimer::timeout, &window, [&] {
+        if (window.windowHandle() == nullptr || !window.windowHandle()->isExposed())
+            return;
+        placed.stop();
         offerCrashReport();
         analytics.loadQC();
     });
+    placed.start();
 
     const int status = QApplication::exec();
     analytics.willTerminate();

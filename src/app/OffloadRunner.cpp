@@ -10,13 +10,13 @@
 #include "CardsweepVolumeChecker.h"
 #include "DigestContext.h"
 #include "FileLayer.h"
-#include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVGrowl.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
+#include "TransferRequest.h"
 #include "TransferSummary.h"
 #include "WorkerThreads.h"
 
@@ -65,8 +65,8 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
 
 int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Request& request) {
     if (const auto problem =
-            OffloadRequest::problem(request.source, request.destinations, request.onlyMovies)) {
-        printError(*problem);
+            TransferRequest::problem(request.source, request.destinations, request.onlyMovies)) {
+        printError(problem->line);
         return 2;
     }
     applyOverrides(settings, request);

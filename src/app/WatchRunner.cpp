@@ -12,13 +12,13 @@
 #include "AppContext.h"
 #include "AppController.h"
 #include "MountService.h"
-#include "OffloadRequest.h"
 #include "Preferences.h"
 #include "QVGrowl.h"
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "TerminalAppView.h"
+#include "TransferRequest.h"
 #include "TransferSummary.h"
 #include "WorkerThreads.h"
 
@@ -111,8 +111,8 @@ bool stopTransfers(AppController& controller) {
 
 int WatchRunner::run(AppContext& app, const Request& request) {
     SettingsStore& settings = app.settings();
-    if (const auto problem = OffloadRequest::destinationsProblem(request.destinations)) {
-        std::fprintf(stderr, "cardsweep-cli: %s\n", problem->toUtf8().constData());
+    if (const auto problem = TransferRequest::destinationsProblem(request.destinations)) {
+        std::fprintf(stderr, "cardsweep-cli: %s\n", problem->line.toUtf8().constData());
         return 2;
     }
     applyOverrides(settings, request);

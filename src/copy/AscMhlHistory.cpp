@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <QRegularExpression>
 #include <algorithm>
 #include <pugixml.hpp>
 #include <sstream>
@@ -97,7 +98,82 @@ QByteArray generationName(int number, const QByteArray& folder, const QDateTime&
            date.toUTC().toString(QStringLiteral("yyyy-MM-dd_HHmmss")).toLatin1() + "Z.mhl";
 }
 
+// A gitignore-style pattern as a regular expression over '/'-separated levels.
+QRegularExpression patternExpression(const QString& pattern) {
+    QString expression;
+    for (qsizetype i = 0; i < pattern.size(); ++i) {
+        const QChar c = pattern[i];
+        if (pattern.mid(i, 3) == QLatin1String("**/")) {
+            expression += QStringLiteral("(?:.*/)?");
+            i += 2;
+        } else if (pattern.mid(i, 2) == QLatin1String("**")) {
+            expression += QStringLiteral(".*");
+            ++i;
+        } else if (c == u'*') {
+            expression += QStringLiteral("[^/]*");
+        } else if (c == u'?') {
+            expression += QStringLiteral("[^/]");
+        } else if (c == u'[' && pattern.indexOf(u']', i + 2) > i) {
+            const qsizetype end = pattern.indexOf(u']', i + 2);
+            QString set = pattern.mid(i + 1, end - i - 1);
+            if (set.startsWith(u'!'))
+                set[0] = u'^';
+            expression += u'[' + set.replace(QStringLiteral("\\"), QStringLiteral("\\\\")) + u']';
+            i = end;
+        } else if (c == u'\\' && i + 1 < pattern.size()) {
+            expression += QRegularExpression::escape(pattern.mid(++i, 1));
+        } else {
+            expression += QRegularExpression::escape(QString(c));
+        }
+    }
+    return QRegularExpression(QRegularExpression::anchoredPattern(expression),
+                              QRegularExpression::DotMatchesEverythingOption);
+}
+
+bool patternMatches(QString pattern, const QStringList& levels) {
+    const bool folderOnly = pattern.endsWith(u'/');
+    if (folderOnly)
+        pattern.chop(1);
+    const bool fromTop = pattern.contains(u'/');
+    if (pattern.startsWith(u'/'))
+        pattern.remove(0, 1);
+    const QRegularExpression expression = patternExpression(pattern);
+    // A folder pattern never matches the last level, which is the file itself.
+    const qsizetype last = folderOnly ? levels.size() - 1 : levels.size();
+    for (qsizetype i = 0; i < last; ++i) {
+        const QString subject = fromTop ? levels.mid(0, i + 1).join(u'/') : levels[i];
+        if (expression.match(subject).hasMatch())
+            return true;
+    }
+    return false;
+}
+
 }  // namespace
+
+QStringList AscMhlHistory::defaultIgnorePatterns() {
+    QStringList patterns;
+    for (const char* pattern : kIgnored)
+        patterns << QString::fromLatin1(pattern);
+    return patterns;
+}
+
+QStringList AscMhlHistory::ignorePatterns() const {
+    if (generations_.empty() || generations_.back().ignore.isEmpty())
+        return defaultIgnorePatterns();
+    return generations_.back().ignore;
+}
+
+bool AscMhlHistory::isIgnored(const QStringList& patterns, const QByteArray& path) {
+    const QStringList levels = QString::fromUtf8(path).split(u'/', Qt::SkipEmptyParts);
+    for (const QString& pattern : patterns) {
+        // Comments and re-inclusions ("!") leave nothing out.
+        if (pattern.isEmpty() || pattern.startsWith(u'#') || pattern.startsWith(u'!'))
+            continue;
+        if (patternMatches(pattern, levels))
+            return true;
+    }
+    return false;
+}
 
 QDateTime AscMhlHistory::modificationTime(const struct stat& status) {
     return QDateTime::fromMSecsSinceEpoch(
@@ -156,8 +232,10 @@ QByteArray AscMhlHistory::headerXml(const Generation& generation) {
         xml += "    <comment>" + escaped(utf8(generation.comment)) + "</comment>\n";
     xml += "  </creatorinfo>\n  <processinfo>\n    <process>" + escaped(utf8(generation.process)) +
            "</process>\n    <ignore>\n";
-    for (const char* pattern : kIgnored)
-        xml += QByteArray("      <pattern>") + pattern + "</pattern>\n";
+    const QStringList patterns =
+        generation.ignore.isEmpty() ? defaultIgnorePatterns() : generation.ignore;
+    for (const QString& pattern : patterns)
+        xml += "      <pattern>" + escaped(utf8(pattern)) + "</pattern>\n";
     xml += "    </ignore>\n  </processinfo>\n  <hashes>\n";
     return xml;
 }
@@ -201,8 +279,12 @@ std::optional<AscMhlHistory::Generation> AscMhlHistory::fromXml(const QByteArray
     const pugi::xml_node creator = child(root, "creatorinfo");
     generation.created = parseDate(child(creator, "creationdate").text().get());
     generation.comment = QString::fromUtf8(child(creator, "comment").text().get());
-    generation.process =
-        QString::fromUtf8(child(child(root, "processinfo"), "process").text().get());
+    const pugi::xml_node process = child(root, "processinfo");
+    generation.process = QString::fromUtf8(child(process, "process").text().get());
+    for (pugi::xml_node pattern : child(process, "ignore").children()) {
+        if (localName(pattern) == "pattern")
+            generation.ignore << QString::fromUtf8(pattern.text().get());
+    }
     for (pugi::xml_node node : child(root, "hashes").children()) {
         if (localName(node) == "hash")
             generation.entries.push_back(readEntry(node));

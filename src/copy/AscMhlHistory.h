@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
+#include <QStringList>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -39,6 +40,8 @@ class AscMhlHistory {
         QString process = QStringLiteral("transfer");  // or in-place
         QDateTime created;
         QString comment;  // free text for people (and our own record of the card)
+        /// Patterns of what the generation leaves out (gitignore style); empty: the defaults.
+        QStringList ignore;
         std::vector<Entry> entries;
     };
 
@@ -52,6 +55,15 @@ class AscMhlHistory {
     const std::vector<Generation>& generations() const { return generations_; }
     /// Each recorded path's newest entry that carries a hash.
     std::map<QByteArray, Entry> latest() const;
+    /// What the newest generation leaves out, which is what a check of the folder leaves out;
+    /// the defaults when the history names nothing.
+    QStringList ignorePatterns() const;
+    /// The default patterns every generation names: the history itself and ".DS_Store".
+    static QStringList defaultIgnorePatterns();
+    /// True when a pattern leaves out the relative path: a pattern without a "/" matches any
+    /// one level of it, one with a "/" the levels from the top ("**" any number of levels);
+    /// a pattern ending in "/" matches folders only.
+    static bool isIgnored(const QStringList& patterns, const QByteArray& path);
 
     /// Writes the next generation (number and file name are chosen here) into the folder's
     /// history, then the chain naming it. Each file is whole or absent. False with the reason.

@@ -50,11 +50,15 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
     AscMhlHistory::Generation sealed;
     sealed.process = QStringLiteral("in-place");
     sealed.created = QDateTime::currentDateTimeUtc();
+    sealed.ignore = history.ignorePatterns();
     const std::map<QByteArray, AscMhlHistory::Entry> latest = history.latest();
     // New files are sealed with the kind the history already uses.
     const DigestContext::Kind kind =
         latest.empty() ? DigestContext::Kind::XXH64 : latest.begin()->second.hashes.front().kind;
     for (const auto& [path, entry] : latest) {
+        // What the newest generation leaves out is neither checked nor missed.
+        if (AscMhlHistory::isIgnored(sealed.ignore, path))
+            continue;
         const auto file = files.find(path);
         if (file == files.end()) {
             report.missing << QString::fromUtf8(path);
@@ -71,7 +75,7 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
         files.erase(file);
     }
     for (const auto& [path, status] : files) {
-        if (path.endsWith(".DS_Store"))
+        if (path.endsWith(".DS_Store") || AscMhlHistory::isIgnored(sealed.ignore, path))
             continue;
         report.extra << PathText::display(path);
         if (!seal || !PathText::isValidUtf8(path))

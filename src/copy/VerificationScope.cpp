@@ -1,6 +1,7 @@
 #include "VerificationScope.h"
 
 #include "AscMhlHistory.h"
+#include "ChecksumList.h"
 #include "ChecksumManifest.h"
 
 bool VerificationScope::isOtherRecord(FileLayer& layer, const QByteArray& folder,
@@ -10,5 +11,6 @@ bool VerificationScope::isOtherRecord(FileLayer& layer, const QByteArray& folder
 
 bool VerificationScope::isSidecar(const QByteArray& name, const QByteArray& manifestName) {
     return name == manifestName || name == ChecksumManifest::kReportName ||
-           name.endsWith(" Archive.dmg") || name.endsWith(" Archive.zip");
+           ChecksumList::isListName(name) || name.endsWith(" Archive.dmg") ||
+           name.endsWith(" Archive.zip");
 }

@@ -1,9 +1,9 @@
 #pragma once
 // What a check of a copy looks at: the one rule for the verification after a transfer and for
 // `verify` of a folder later. At the top of a copy, the history folder and a later transfer's
-// numbered copy are not this copy's files at all; the manifest, the report and the archives are
-// the transfer's own sidecars, never extra; hidden entries are never extra either. Safe from
-// any thread.
+// numbered copy are not this copy's files at all; the manifest, the lists for the standard
+// checksum tools, the report and the archives are the transfer's own sidecars, never extra;
+// hidden entries are never extra either. Safe from any thread.
 
 #include <QByteArray>
 

@@ -185,33 +185,129 @@ QString MetadataNaming::date(const QDateTime& local) {
     return QString::asprintf("%04d-%02d-%02d", day.year(), day.month(), day.day());
 }
 
-MetadataValues MetadataNaming::populateDefaultMetadata(SettingsStore& settings, const Clock& clock,
+MetadataValues MetadataNaming::populateDefaultMetadata(const SettingsStore& settings,
+                                                       const Clock& clock,
                                                        const QString& userName) {
     MetadataValues values;
-    // Numbers are handed out under the settings file's lock: two processes listing cards at
-    // once never get the same one.
+    const PropertyList stored = settings.object(SettingsKey::metadata);
+    if (stored.type() != PropertyList::Type::Array) {
+        QVLog::appendLog(u"Metadata fields setting is not a list; the volume gets no metadata");
+        return values;
+    }
+    const QDateTime now = clock.now();
+    for (const MetadataField& field : MetadataField::listFrom(stored)) {
+        QString value = initialValue(field, now, userName);
+        if (field.title == kDayTitle)
+            value = applyDayRule(value, settings, now);
+        values[field.identifier()] = value.isNull() ? QStringLiteral("") : value;
+    }
+    return values;
+}
+
+bool MetadataNaming::isNumbered(const MetadataField& field) {
+    return hasType(field, MetadataFieldType::IncrementingNumber) || field.title == kDayTitle;
+}
+
+MetadataValues MetadataNaming::claimNumbers(SettingsStore& settings, const Clock& clock,
+                                            const MetadataValues& shown,
+                                            const MetadataValues& listed, const QString& userName) {
+    MetadataValues values = shown;
     settings.transaction([&] {
         const PropertyList stored = settings.object(SettingsKey::metadata);
-        if (stored.type() != PropertyList::Type::Array) {
-            QVLog::appendLog(u"Metadata fields setting is not a list; the volume gets no metadata");
+        if (stored.type() != PropertyList::Type::Array)
             return;
-        }
         std::vector<MetadataField> fields = MetadataField::listFrom(stored);
         const QDateTime now = clock.now();
+        bool changed = false;
         for (MetadataField& field : fields) {
+            const QString identifier = field.identifier();
+            const auto was = listed.find(identifier);
+            const auto is = shown.find(identifier);
+            // A value the user typed is the card's own.
+            if (!isNumbered(field) || was == listed.end() ||
+                (is != shown.end() && is->second != was->second))
+                continue;
             QString value = initialValue(field, now, userName);
-            if (hasType(field, MetadataFieldType::IncrementingNumber)) {
-                // The stored default always holds the last number handed out.
-                field.defaultVal = value;
-                settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
-            }
-            if (field.title == kDayTitle) {
+            if (field.title == kDayTitle)
                 value = applyDayRule(value, settings, now);
-            }
-            values[field.identifier()] = value.isNull() ? QStringLiteral("") : value;
+            if (value.isNull())
+                continue;
+            // The stored default always holds the last number handed out.
+            changed = changed || field.defaultVal != value;
+            field.defaultVal = value;
+            values[identifier] = value;
         }
+        if (changed)
+            settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
     });
     return values;
+}
+
+namespace {
+
+constexpr std::size_t kRememberedCards = 500;
+const QString kCardKey = QStringLiteral("card");
+const QString kValuesKey = QStringLiteral("metadata");
+
+PropertyList::Array rememberedCards(const SettingsStore& settings) {
+    const PropertyList cards = settings.object(SettingsKey::transferredCards);
+    return cards.type() == PropertyList::Type::Array ? cards.toArray() : PropertyList::Array();
+}
+
+PropertyList::Array withoutCard(PropertyList::Array cards, const QString& card) {
+    cards.erase(std::remove_if(cards.begin(), cards.end(),
+                               [&](const PropertyList& entry) {
+                                   return entry.type() == PropertyList::Type::Dictionary &&
+                                          entry[kCardKey].toString() == card;
+                               }),
+                cards.end());
+    return cards;
+}
+
+}  // namespace
+
+void MetadataNaming::rememberCard(SettingsStore& settings, const QString& card,
+                                  const MetadataValues& values) {
+    if (card.isEmpty())
+        return;
+    settings.transaction([&] {
+        PropertyList::Array cards = withoutCard(rememberedCards(settings), card);
+        PropertyList::Dictionary stored;
+        for (const auto& [identifier, value] : values)
+            stored[identifier] = value;
+        cards.push_back(PropertyList::Dictionary{{kCardKey, card}, {kValuesKey, stored}});
+        if (cards.size() > kRememberedCards)
+            cards.erase(cards.begin(),
+                        cards.begin() + std::ptrdiff_t(cards.size() - kRememberedCards));
+        settings.setObject(SettingsKey::transferredCards, cards);
+    });
+}
+
+std::optional<MetadataValues> MetadataNaming::recallCard(const SettingsStore& settings,
+                                                         const QString& card) {
+    if (card.isEmpty())
+        return std::nullopt;
+    for (const PropertyList& entry : rememberedCards(settings)) {
+        if (entry.type() != PropertyList::Type::Dictionary || entry[kCardKey].toString() != card ||
+            entry[kValuesKey].type() != PropertyList::Type::Dictionary)
+            continue;
+        MetadataValues values;
+        for (const auto& [identifier, value] : entry[kValuesKey].toDictionary())
+            values[identifier] = value.toString();
+        return values;
+    }
+    return std::nullopt;
+}
+
+void MetadataNaming::forgetCard(SettingsStore& settings, const QString& card) {
+    if (card.isEmpty())
+        return;
+    settings.transaction([&] {
+        const PropertyList::Array cards = rememberedCards(settings);
+        const PropertyList::Array kept = withoutCard(cards, card);
+        if (kept.size() != cards.size())
+            settings.setObject(SettingsKey::transferredCards, kept);
+    });
 }
 
 QString MetadataNaming::composeDestination(const QString& destination, const QString& projectTitle,

@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <optional>
 #include <vector>
 
 #include "Clock.h"
@@ -26,13 +27,34 @@ class MetadataNaming {
     /// The day in local time as "YYYY-MM-DD".
     static QString date(const QDateTime& local);
 
-    /// A new volume's values, one per field of the settings' `metadata` array. Each
-    /// incrementing field takes its next number, which is saved at once as that field's
-    /// default. A field titled "Day" counts one up when the last transfer fell on another
-    /// day of the month. The defaults are read, changed and written back in one settings
-    /// transaction, so concurrent callers (other processes too) get numbers of their own.
-    static MetadataValues populateDefaultMetadata(SettingsStore& settings, const Clock& clock,
+    /// A new volume's values, one per field of the settings' `metadata` array, as the volume
+    /// list shows them before its transfer: each incrementing field shows the number after its
+    /// default, and a field titled "Day" counts one up when the last transfer fell on another
+    /// day of the month. Nothing is spent: numbers are claimed when a transfer starts.
+    static MetadataValues populateDefaultMetadata(const SettingsStore& settings, const Clock& clock,
                                                   const QString& userName);
+
+    /// The values a starting transfer uses. Each incrementing or "Day" field still showing what
+    /// it was listed with (`listed`) takes its number now, and the number is saved as the
+    /// field's default: the next card takes the next reel, and the day counted up stays for
+    /// the rest of that day. A value the user typed is kept. The defaults are read, changed and
+    /// written back in one settings transaction, so concurrent callers (other processes too)
+    /// get numbers of their own. Call before the transfer's date is recorded.
+    static MetadataValues claimNumbers(SettingsStore& settings, const Clock& clock,
+                                       const MetadataValues& shown, const MetadataValues& listed,
+                                       const QString& userName);
+    /// The fields whose value depends on when a card's transfer starts.
+    static bool isNumbered(const MetadataField& field);
+
+    /// Remembers the values a card's transfer used under the card's identity (its file
+    /// system's UUID), so the card shows them again when it is listed after a restart.
+    static void rememberCard(SettingsStore& settings, const QString& card,
+                             const MetadataValues& values);
+    /// The values remembered for the card; nullopt when it never started a transfer here.
+    static std::optional<MetadataValues> recallCard(const SettingsStore& settings,
+                                                    const QString& card);
+    /// Forgets the card: it holds new clips since, so it is a new reel.
+    static void forgetCard(SettingsStore& settings, const QString& card);
 
     /// `destination` (a leading "~" meaning the home folder) / `projectTitle` / the value
     /// of each field used in the path, in order. Timestamp fields take a fresh stamp,

@@ -42,6 +42,8 @@ inline constexpr const char* recentProjectPaths = "recentProjectPaths";
 inline constexpr const char* ignoredVolumes = "ignoredVolumes";
 inline constexpr const char* failureCounts = "failureCounts";
 inline constexpr const char* lastTransferDate = "lastTransferDate";
+// The metadata values of the cards whose transfers started here, newest last, by card identity.
+inline constexpr const char* transferredCards = "transferredCards";
 // 1: copies are checked by reading each write back at once (the page cache may answer) instead
 // of from their medium once flushed.
 inline constexpr const char* inlineVerification = "inlineVerification";

@@ -226,7 +226,7 @@ void QVLog::writeHeader() {
     writeLine(QVFormat::format(u"Log started: %@", timestamp()));
     writeLine(QVFormat::format(u"Version: %@", QStringLiteral(CARDSWEEP_VERSION)));
     writeLine(QVFormat::format(u"Path: %@", executablePath()));
-    writeLine(QVFormat::format(u"System: OS X %@, %li CPU(s), %0.2f GB RAM", systemVersionText(),
+    writeLine(QVFormat::format(u"System: Linux %@, %li CPU(s), %0.2f GB RAM", systemVersionText(),
                                static_cast<long>(sysconf(_SC_NPROCESSORS_ONLN)),
                                physicalMemoryGB()));
     writeLine(sizeof(void*) == 8 ? QStringLiteral("Running in 64-bit mode")

@@ -77,6 +77,14 @@ class AppController {
     /// Marks a freshly listed card "Done" when its marker is newer than everything on it;
     /// deletes a stale marker.
     void checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume);
+    /// The card's identity across mounts and restarts: its file system's UUID (else its
+    /// partition's); empty for a folder or when unknown.
+    QString cardIdentity(const QVVolume& volume) const;
+    /// A listed card that started a transfer here before shows the values that transfer used.
+    void recallCardMetadata(QVVolume& volume);
+    /// The transfer starts: its numbers are spent and remembered for the card, the transfer's
+    /// date recorded, and the other listed cards show the numbers they would get now.
+    void claimCardMetadata(const std::shared_ptr<QVVolume>& volume);
 
     // ---- Processing (AppControllerProcessing.cpp)
     /// The worker: checks the source, reserves destinations and hands over to a stage.
@@ -108,6 +116,9 @@ class AppController {
     /// The manifest (digest TAB name LF) into every destination, from the transfer's ledger;
     /// one that can't be written whole makes that destination incomplete.
     void writeChecksumFileForVolume(QVVolume& volume);
+    /// The list for the standard checksum tools beside the manifest, one destination's.
+    void writeChecksumList(const TransferLedger& ledger, std::size_t destination,
+                           const QByteArray& folder);
     /// Files that contradict the card's own ASC MHL history become failures (before manifests).
     void checkCardHistory(QVVolume& volume, const QString& cardPath);
     /// The transfer report beside every destination's manifest.
@@ -123,6 +134,9 @@ class AppController {
     std::shared_ptr<CopyDelegate> copierFor(const std::shared_ptr<QVVolume>& volume);
     /// Share of the work done over every listed volume (NaN with none).
     float totalProgressForAllVolumes() const;
+    /// The window's title and the launcher's progress: the overall share while anything runs,
+    /// the plain title and no progress otherwise.
+    void showOverallProgress();
 
     // ---- Verification (AppControllerVerification.cpp)
     void verifyVolume(const std::shared_ptr<QVVolume>& volume,
@@ -194,8 +208,8 @@ class AppController {
     void startSetupJob();
     void stopSetupJob();
     QVLaunchd& launchd() { return launchd_; }
-    /// Starts the selected volumes, or, while the Transfer item reads " Cancel " for them,
-    /// is the cancel command.
+    /// Starts the selected volumes, or, while one of them runs or waits for its turn, is the
+    /// cancel command.
     void transfer();
     void toggleCardsweep();
     /// A later start's "-cardsweepVolume MOUNTPOINT" under the automatic mode: a card not
@@ -209,6 +223,8 @@ class AppController {
     // ---- Presentation (AppControllerPresentation.cpp); main thread only
     void updateToolbarForTableSelection();
     void refreshTotalRemainingSpace();
+    /// The line over the list saying where copies go, warning of one on the system disk.
+    void showDestinationSummary();
     void reloadVolumeList();
     /// The destination list as the preferences edit it: kept, stored at once, and the free
     /// space shown again.
@@ -240,6 +256,8 @@ class AppController {
     std::uint64_t transferSize(QVVolume& volume) const;
     /// The toolbar for the selected volumes.
     ToolbarState toolbarForSelection() const;
+    /// Some selected volume is running or waiting for its turn (so Transfer cancels).
+    bool selectionIsBusy() const;
     void postTransferFailed(const QVVolume& volume);
     bool inImageMode() const;
     /// Runs fn on the main thread (see MainThread); a request still queued when the controller

@@ -74,8 +74,15 @@ void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
         removalRequests_.erase(volume);
     }
     updates_.changed(volume);
+    // The ended transfer no longer counts in the title, its destinations have less room, and
     // Erase is offered from now on for a selected card that ended verified.
-    onMainThread([this] { updateToolbarForTableSelection(); }, false);
+    onMainThread(
+        [this] {
+            showOverallProgress();
+            refreshTotalRemainingSpace();
+            updateToolbarForTableSelection();
+        },
+        false);
     view_.transferDidEnd(volume);
 }
 
@@ -178,6 +185,7 @@ void AppController::cancelSelectedTransfers() {
             continue;
         QVLog::appendLog(u"User cancelled transfer for volume %@", v.path());
         v.setStatus(QVVolume::Cancelled);
+        queue_.withdraw(volume);  // one still waiting for its turn never starts
         cancelVolume(v);
         if (remove) {
             {
@@ -224,18 +232,20 @@ bool AppController::applicationShouldTerminate() {
     return view_.showSheet(
                {QStringLiteral("File operations are in progress. Are you sure you wish to quit?"),
                 QStringLiteral("Quit"), QStringLiteral("Cancel"), QString(),
-                QStringLiteral("This will cancel any transfers."), 0}) == 1;
+                QStringLiteral("This will cancel any transfers."), SheetRequest::Icon::Warning,
+                0}) == 1;
 }
 
 void AppController::eject() {
     std::vector<std::shared_ptr<QVVolume>> folders;
     for (const auto& volume : selectedVolumes()) {
-        if (volume->isFolder())
+        if (volume->isFolder() || volume->isRemoved())
             folders.push_back(volume);
         else
             ejectVolume(*volume);
     }
-    // A folder is ejected by dropping it from the list; cards leave through their unmount.
+    // A folder (or a card already pulled) is ejected by dropping it from the list; cards leave
+    // through their unmount.
     volumes_.remove(folders);
     reloadVolumeList();
 }
@@ -346,6 +356,7 @@ void AppController::erase() {
                          QStringLiteral("Cancel"),
                          {},
                          details.join(QStringLiteral("\n\n")),
+                         SheetRequest::Icon::Warning,
                          0});
     if (answer != 1)
         return;
@@ -379,7 +390,8 @@ void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume)
                                  QStringLiteral("OK"),
                                  {},
                                  {},
-                                 QStringLiteral("The volume is now ready for use.")});
+                                 QStringLiteral("The volume is now ready for use."),
+                                 SheetRequest::Icon::Information});
             } else {
                 view_.showSheet({QStringLiteral("Unable to erase volume '%1'").arg(name),
                                  QStringLiteral("OK"),

@@ -12,6 +12,7 @@
 #include "DiskInformation.h"
 #include "FileLayer.h"
 #include "LocalPaths.h"
+#include "MetadataNaming.h"
 #include "MountService.h"
 #include "PathText.h"
 #include "Preferences.h"
@@ -175,6 +176,7 @@ std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& 
     const int type = CardsweepVolumeChecker::verifyVolumeType(fileLayer_, path);
     const auto volume = QVVolume::volumeWithName(name, path, type, settings_, services_.clock);
     volume->setIsFolder(isFolder);
+    recallCardMetadata(*volume);
     if (isFolder)
         volume->setStatus(QVVolume::Idle);
     const QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
@@ -186,6 +188,13 @@ std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& 
 }
 
 void AppController::volumeDidMount(const QString& path) {
+    // A card pulled mid-transfer and put back is a new card: its old row goes.
+    std::vector<std::shared_ptr<QVVolume>> removed;
+    for (const auto& listed : dataArray()) {
+        if (listed->isRemoved() && listed->path() == path)
+            removed.push_back(listed);
+    }
+    volumes_.remove(removed);
     const auto volume = addVolumeLocationToList(path);
     if (volume->type() != -1 && volume->status() == QVVolume::Idle && cardsweepEnabled()) {
         // The list's last volume is queued, which is this one whenever it was listed.
@@ -201,29 +210,35 @@ void AppController::volumeDidUnmount(const QString& path) {
     const std::shared_ptr<QVVolume> gone = volumes_.takeAt(path, [&](QVVolume& volume) {
         const VolumeStatus status = volume.status();
         if (status < QVVolume::Copying || status > QVVolume::Unmounting)
-            return;
+            return volume.isRemoved();
         // Not reset to "Waiting": its worker would keep a slot nobody gives back. Marked
         // cancelled, the worker learns that the card is gone, gives the slot back and reports
-        // nothing as verified (stopCancelledTransfer).
-        volume.setErrorString(QStringLiteral("Transfer interrupted"));
+        // nothing as verified (stopCancelledTransfer). The row stays, so the crew sees which
+        // card it was.
+        volume.setErrorString(QStringLiteral("Card removed during transfer"));
+        volume.setRemoved();
         volume.setStatus(QVVolume::Cancelled);
         interrupted = true;
+        return true;
     });
     if (gone)
         updates_.changed(gone);
     onMainThread([this] { reloadVolumeList(); }, true);
     QVLog::appendLogAndPrint(u"Volume unmounted: %@", path);
-    if (interrupted) {
-        onMainThread(
-            [this] {
-                view_.showSheet({QStringLiteral("Transfer interrupted"),
-                                 QStringLiteral("OK"),
-                                 {},
-                                 {},
-                                 QStringLiteral("The source drive was unmounted mid-transfer.")});
-            },
-            false);
-    }
+    if (!interrupted)
+        return;
+    const QString name = gone->name();
+    onMainThread(
+        [this, name, path] {
+            view_.showSheet({QStringLiteral("Transfer interrupted"),
+                             QStringLiteral("OK"),
+                             {},
+                             {},
+                             QStringLiteral("The source drive was unmounted mid-transfer.\n\n%1 "
+                                            "(%2) was removed before its transfer ended.")
+                                 .arg(name, path)});
+        },
+        false);
 }
 
 void AppController::startWatchingMounts() {
@@ -233,7 +248,7 @@ void AppController::startWatchingMounts() {
             return volumeDidUnmount(entry.mountPoint);
         const auto volumes = dataArray();
         const bool listed = std::any_of(volumes.begin(), volumes.end(), [&](const auto& volume) {
-            return volume->path() == entry.mountPoint;
+            return volume->path() == entry.mountPoint && !volume->isRemoved();
         });
         if (!listed && services_.mounts.isRemovable(entry))
             volumeDidMount(entry.mountPoint);
@@ -241,14 +256,16 @@ void AppController::startWatchingMounts() {
 }
 
 void AppController::transfer() {
-    if (toolbarForSelection().transferLabel == transferItem(true).transferLabel)
+    if (selectionIsBusy())
         return cancelSelectedTransfers();
+    // Queued here rather than from a thread of its own, so the toolbar that follows already
+    // sees each card running or waiting (a second Return cancels, it never starts it twice).
     for (const auto& volume : selectedVolumes()) {
         volume->setStatus(QVVolume::Idle);
-        services_.threads.start([this, volume] { addVolumeToQueue(volume); });
+        addVolumeToQueue(volume);
     }
-    view_.setToolbarState(transferItem(true));
     reloadVolumeList();
+    updateToolbarForTableSelection();
 }
 
 void AppController::openVolumeFromArguments(const QStringList& arguments) {
@@ -302,7 +319,7 @@ void AppController::ignore() {
     const QStringList added = Preferences(settings_).ignoreVolumeNames(names);
     std::vector<std::shared_ptr<QVVolume>> dropped;
     for (const auto& volume : selected) {
-        if (added.contains(volume->name()))
+        if (added.contains(volume->name()) || volume->isRemoved())
             dropped.push_back(volume);
     }
     volumes_.remove(dropped);
@@ -318,7 +335,8 @@ void AppController::resetIgnoredVolumes() {
                      {},
                      {},
                      QStringLiteral("Previously-ignored volumes will now reappear in the "
-                                    "volume list.")});
+                                    "volume list."),
+                     SheetRequest::Icon::Information});
 }
 
 void AppController::showInfo() {
@@ -354,5 +372,31 @@ void AppController::importFolders(const QStringList& folders) {
         if (volume->status() == QVVolume::Idle && cardsweepEnabled())
             addVolumeToQueue(volume);
         QVLog::appendLog(u"Folder added: %@", folder);
+    }
+}
+
+QString AppController::cardIdentity(const QVVolume& volume) const {
+    if (volume.isFolder())
+        return {};
+    const std::optional<PropertyList> info = services_.disks.forMountPoint(volume.path());
+    if (!info)
+        return {};
+    const QString filesystem = (*info)["VolumeUUID"].toString();
+    return filesystem.isEmpty() ? (*info)["DiskUUID"].toString() : filesystem;
+}
+
+void AppController::recallCardMetadata(QVVolume& volume) {
+    if (const auto values = MetadataNaming::recallCard(settings_, cardIdentity(volume)))
+        volume.restoreMetadata(*values);
+}
+
+void AppController::claimCardMetadata(const std::shared_ptr<QVVolume>& volume) {
+    // The day rule compares with the previous transfer's date: numbers first.
+    const MetadataValues values = volume->claimMetadata(settings_);
+    MetadataNaming::rememberCard(settings_, cardIdentity(*volume), values);
+    settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+    for (const auto& listed : dataArray()) {
+        if (listed != volume && listed->refreshListedMetadata(settings_))
+            publish(listed);
     }
 }

@@ -20,6 +20,7 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "TransferRequest.h"
 #include "TransferStages.h"
 #include "WorkerThreads.h"
 
@@ -79,7 +80,28 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         QVLog::appendLog(u"Processing volume %@", path);
         if (stoppedByCancel(volume, {}))
             return;
-        settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+        // The same checks as the command line, before anything is written (the card's stale
+        // marker included): a card that can't fit fails here, not half-way with a full disk.
+        if (const auto refusal =
+                settings.destinations.isEmpty()
+                    ? std::nullopt
+                    : TransferRequest::problem(path, settings.destinations,
+                                               settings_.isOn(SettingsKey::onlyCopyQTMovies))) {
+            QVLog::appendLog(u"Transfer of %@ refused: %@", path, refusal->line);
+            const QString name = v.name();
+            const QString reason = refusal->sentence();
+            onMainThread(
+                [this, name, reason] {
+                    view_.showSheet({QStringLiteral("Unable to transfer '%1'").arg(name),
+                                     QStringLiteral("OK"),
+                                     {},
+                                     {},
+                                     reason + QStringLiteral(". Nothing was written.")});
+                },
+                false);
+            return failWith(reason, true);
+        }
+        claimCardMetadata(volume);
         const QString marker = path + QStringLiteral("/.cardsweep");
         if (fileLayer_.exists(PathText::bytes(marker)))
             fileManager_.removeFile(marker);

@@ -1,5 +1,6 @@
 // Progress of the transfers: the copy engine's per-volume delegate, the volume's bar, the
 // window's badge and title, and what a damaged copy sets off.
+#include <algorithm>
 #include <limits>
 
 #include "AppController.h"
@@ -26,18 +27,28 @@ void AppController::advanceProgress(const std::shared_ptr<QVVolume>& volume, dou
     else
         updates_.changed(volume);
 
-    const float overall = totalProgressForAllVolumes();
+    showOverallProgress();
+}
+
+void AppController::showOverallProgress() {
+    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+    const bool running = std::any_of(volumes.begin(), volumes.end(), [](const auto& volume) {
+        const VolumeStatus status = volume->status();
+        return status >= QVVolume::Copying && status <= QVVolume::Unmounting;
+    });
+    // Nothing running shows no percentage, whatever share of the list is done.
+    const float overall = running ? totalProgressForAllVolumes() : 1.0f;
     // The window hears of a change of a whole percent, not of every file.
     const auto percent = progress_.percentChange(overall);
     if (!percent)
         return;
-    const bool running = *percent >= 0;
+    const bool shown = *percent >= 0;
     const QString text = QString::number(*percent);
     onMainThread(
-        [this, running, text] {
-            view_.setBadge(running ? text + u'%' : QString());
-            view_.setWindowTitle(running ? QStringLiteral("Cardsweep (%1%)").arg(text)
-                                         : QStringLiteral("Cardsweep"));
+        [this, shown, text] {
+            view_.setBadge(shown ? text + u'%' : QString());
+            view_.setWindowTitle(shown ? QStringLiteral("Cardsweep (%1%)").arg(text)
+                                       : QStringLiteral("Cardsweep"));
         },
         false);
 }

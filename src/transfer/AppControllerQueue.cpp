@@ -10,6 +10,7 @@
 #include "AppController.h"
 #include "FileLayer.h"
 #include "MainThread.h"
+#include "MetadataNaming.h"
 #include "PathText.h"
 #include "Preferences.h"
 #include "QVException.h"
@@ -149,6 +150,10 @@ void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volu
             return;
         if (containsItemNewerThan(fileLayer_, PathText::bytes(root), *markerTime)) {
             fileManager_.removeFile(marker);
+            // New clips since its transfer: a new reel, numbered afresh.
+            MetadataNaming::forgetCard(settings_, cardIdentity(*volume));
+            volume->populateDefaultMetadata(settings_);
+            publish(volume);
             return;
         }
         if (volume->status() < QVVolume::Copying)

@@ -5,6 +5,7 @@
 #include <QFile>
 
 #include "AppController.h"
+#include "ChecksumList.h"
 #include "ChecksumManifest.h"
 #include "DigestContext.h"
 #include "HistorySealer.h"
@@ -237,6 +238,7 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
             StreamedFile file(fileLayer_, folder + '/' + name);
             ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
             QString error;
+            writeChecksumList(*ledger, i, folder);
             if (file.commit(&error))
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
@@ -249,6 +251,16 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeChecksumFileForVolume:");
     }
+}
+
+void AppController::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
+                                      const QByteArray& folder) {
+    QString error;
+    const DigestContext::Kind kind = digestKindOf(settings_.integer(SettingsKey::checksumFormat));
+    if (!ChecksumList::write(fileLayer_, ledger, destination, folder, kind, &error))
+        QVLog::appendLog(u"%@ not written to %@: %@",
+                         QString::fromLatin1(ChecksumList::fileName(kind)),
+                         PathText::display(folder), error);
 }
 
 void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) {

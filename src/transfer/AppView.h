@@ -13,11 +13,14 @@ struct VolumeSnapshot;
 
 /// A sheet on the main window: message, up to three buttons and a line of explanation.
 struct SheetRequest {
+    /// A sheet that reports a success carries the information icon, others the warning one.
+    enum class Icon { Warning, Information };
     QString message;
     QString defaultButton = QStringLiteral("OK");
     QString alternateButton;
     QString otherButton;
     QString informativeText;
+    Icon icon = Icon::Warning;
     /// The answer Return gives, and a terminal that can't ask: 1, 0 or -1 as below. Where
     /// the first button destroys something, the safe one is the default.
     int defaultAnswer = 1;
@@ -57,6 +60,12 @@ class AppView {
     /// volume comes at most a few times a second.
     virtual void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) {
         static_cast<void>(volumes);
+    }
+    /// Where copies will go, in a line (the ticked destinations, or that none is ticked);
+    /// `warning` when that needs the user's attention (a destination on the system disk).
+    virtual void setDestinationSummary(const QString& text, bool warning) {
+        static_cast<void>(text);
+        static_cast<void>(warning);
     }
     /// Shows the automatic-mode item as selected (on) or not.
     virtual void setAutomaticModeSelected(bool selected) { static_cast<void>(selected); }

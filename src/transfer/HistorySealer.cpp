@@ -24,6 +24,21 @@ QString actionFor(const std::map<QByteArray, AscMhlHistory::Entry>& before, cons
 
 }  // namespace
 
+QStringList HistorySealer::leftOutOfCopies() {
+    return {QStringLiteral(".DS_Store"),       QStringLiteral(".fseventsd"),
+            QStringLiteral(".Spotlight-V100"), QStringLiteral(".TemporaryItems"),
+            QStringLiteral(".Trashes"),        QStringLiteral(".cardsweep")};
+}
+
+QStringList HistorySealer::ignorePatterns(const QStringList& before) {
+    QStringList patterns = before;
+    for (const QString& name : leftOutOfCopies()) {
+        if (!patterns.contains(name))
+            patterns << name;
+    }
+    return patterns;
+}
+
 QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger& ledger,
                                           const QByteArray& card, DigestContext::Kind kind) {
     QString error;
@@ -74,6 +89,8 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
     AscMhlHistory::Generation header;
     header.created = QDateTime::currentDateTimeUtc();
     header.comment = comment;
+    // A check reads only the newest generation's patterns: the card's own are carried on.
+    header.ignore = ignorePatterns(history.ignorePatterns());
     std::vector<DigestContext::Kind> kinds{kind};
     kinds.insert(kinds.end(), also.begin(), also.end());
     QStringList unreadable;

@@ -2,7 +2,9 @@
 // Continues a complete copy's ASC MHL history with the transfer's generation: every file the
 // copy holds, the card's files with the digests read back from the medium, the sidecars the
 // transfer wrote hashed as they are. A history the card brought along is checked against what
-// was read from the card. Runs on the volume's worker thread.
+// was read from the card. What copies leave out of a card is named in the generation's ignore
+// patterns, so a check of the copy against the card's older generations doesn't miss it. Runs
+// on the volume's worker thread.
 
 #include <QByteArray>
 #include <QString>
@@ -19,6 +21,11 @@ class HistorySealer {
         bool written = false;
         QString error;  // why no generation was written, or what it had to leave out
     };
+
+    /// What a copy leaves out at the top of a card: a desktop's litter and the done-marker.
+    static QStringList leftOutOfCopies();
+    /// The history's patterns with what copies leave out added (each once, in order).
+    static QStringList ignorePatterns(const QStringList& before);
 
     /// Files of the card whose digest, as the transfer read it, differs from the card's own
     /// history: the card itself is damaged. Kinds other than the transfer's are read again.

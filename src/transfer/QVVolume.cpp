@@ -8,9 +8,11 @@
 
 #include "FileLayer.h"
 #include "MetadataNaming.h"
+#include "Preferences.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "SettingsStore.h"
 
 namespace {
 
@@ -332,7 +334,8 @@ QString QVVolume::statusText() const {
         case Done:
             return QStringLiteral("Done");
         case Cancelled:
-            return QStringLiteral("Canceled");
+            // Stopped by something other than the user (a pulled card, shutting down): why.
+            return errorString().value_or(QStringLiteral("Canceled"));
         case Finishing:
             return QStringLiteral("Finishing...");
         default:
@@ -409,7 +412,74 @@ void QVVolume::setDestChecksumDict(const std::map<QString, ChecksumMap>& checksu
     assign(mutex_, destChecksumDict_, checksums);
 }
 
-void QVVolume::populateDefaultMetadata(SettingsStore& settings) {
-    setMetadata(
-        MetadataNaming::populateDefaultMetadata(settings, *clock_, QVLocalPaths::username()));
+namespace {
+
+// The values of the fields whose numbers are spent when a transfer starts.
+QVVolume::MetadataValues numbersOf(const QVVolume::MetadataValues& values,
+                                   const SettingsStore& settings) {
+    QVVolume::MetadataValues numbers;
+    for (const MetadataField& field :
+         MetadataField::listFrom(settings.object(SettingsKey::metadata))) {
+        const auto found = values.find(field.identifier());
+        if (MetadataNaming::isNumbered(field) && found != values.end())
+            numbers.insert(*found);
+    }
+    return numbers;
+}
+
+}  // namespace
+
+void QVVolume::populateDefaultMetadata(const SettingsStore& settings) {
+    const MetadataValues values =
+        MetadataNaming::populateDefaultMetadata(settings, *clock_, QVLocalPaths::username());
+    const MetadataValues numbers = numbersOf(values, settings);
+    const std::lock_guard lock(mutex_);
+    metadata_ = values;
+    listedNumbers_ = numbers;
+}
+
+QVVolume::MetadataValues QVVolume::claimMetadata(SettingsStore& settings) {
+    MetadataValues shown;
+    MetadataValues listed;
+    {
+        const std::lock_guard lock(mutex_);
+        shown = metadata_;
+        listed = std::exchange(listedNumbers_, {});
+    }
+    if (listed.empty())
+        return shown;
+    const MetadataValues claimed =
+        MetadataNaming::claimNumbers(settings, *clock_, shown, listed, QVLocalPaths::username());
+    const std::lock_guard lock(mutex_);
+    for (const auto& [identifier, value] : listed) {
+        // Typed in meanwhile: the user's value stands.
+        const auto number = claimed.find(identifier);
+        if (number != claimed.end() && metadata_[identifier] == shown[identifier])
+            metadata_[identifier] = number->second;
+    }
+    return metadata_;
+}
+
+void QVVolume::restoreMetadata(const MetadataValues& values) {
+    const std::lock_guard lock(mutex_);
+    metadata_ = values;
+    listedNumbers_.clear();
+}
+
+bool QVVolume::refreshListedMetadata(const SettingsStore& settings) {
+    if (locked(mutex_, listedNumbers_).empty())
+        return false;
+    const MetadataValues fresh =
+        MetadataNaming::populateDefaultMetadata(settings, *clock_, QVLocalPaths::username());
+    const std::lock_guard lock(mutex_);
+    bool changed = false;
+    for (auto& [identifier, listed] : listedNumbers_) {
+        const auto now = fresh.find(identifier);
+        if (now == fresh.end() || now->second == listed || metadata_[identifier] != listed)
+            continue;
+        metadata_[identifier] = now->second;
+        listed = now->second;
+        changed = true;
+    }
+    return changed;
 }

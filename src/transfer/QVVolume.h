@@ -126,6 +126,10 @@ class QVVolume {
     void endTransferChecks(bool completeAndVerified);
 
     void addDestination(const QString& path);
+    /// The card went away while it was being transferred; its row stays until the user drops
+    /// it or it is mounted again. Never cleared: a new mount makes a new record.
+    bool isRemoved() const { return removed_.load(); }
+    void setRemoved() { removed_.store(true); }
     /// Back to "Waiting" for a new transfer: status 0, counters 0, destinations cleared.
     void reset();
     /// True for the first call since the record was made or reset: a transfer is reported as
@@ -164,7 +168,17 @@ class QVVolume {
     std::map<QString, ChecksumMap> destChecksumDict() const;
     void setDestChecksumDict(const std::map<QString, ChecksumMap>& checksums);
 
-    void populateDefaultMetadata(SettingsStore& settings);
+    /// Fills the metadata from the field list as the list shows it before a transfer; the
+    /// numbers shown are not spent until claimMetadata.
+    void populateDefaultMetadata(const SettingsStore& settings);
+    /// The transfer starts: numbers still as listed are claimed now (and spent), values the
+    /// user typed are kept. Returns the values the transfer uses; later calls claim nothing.
+    MetadataValues claimMetadata(SettingsStore& settings);
+    /// Shows again the values a transfer of this card used; nothing is left to claim.
+    void restoreMetadata(const MetadataValues& values);
+    /// Another card spent a number: the numbers this one still shows as listed move on. True
+    /// when something shown changed.
+    bool refreshListedMetadata(const SettingsStore& settings);
 
   private:
     static void makeDeterminate(ProgressIndicator& bar);
@@ -177,6 +191,7 @@ class QVVolume {
     ProgressIndicator spinner_;      // guarded by mutex_
     ProgressIndicator progressBar_;  // guarded by mutex_
     std::atomic<VolumeStatus> status_{Idle};
+    std::atomic<bool> removed_{false};
     std::optional<QString> errorString_;  // guarded by mutex_
     std::atomic<qint64> threadCount_{0};
     std::atomic<qint64> transferCount_{0};
@@ -192,6 +207,7 @@ class QVVolume {
     std::optional<QDateTime> lastProgressUpdate_;         // guarded by mutex_
     bool isFolder_ = false;                               // guarded by mutex_
     MetadataValues metadata_;                             // guarded by mutex_
+    MetadataValues listedNumbers_;                        // guarded by mutex_: not yet claimed
     bool hasQTMovies_ = false;                            // guarded by mutex_
     std::optional<QStringList> qtMoviePaths_;             // guarded by mutex_
     std::vector<std::shared_ptr<CopyInfo>> failedFiles_;  // guarded by mutex_

@@ -56,6 +56,11 @@ TransferQueue::Volumes TransferQueue::waiting() const {
     return waiting_;
 }
 
+bool TransferQueue::withdraw(const std::shared_ptr<QVVolume>& volume) {
+    const std::lock_guard lock(mutex_);
+    return std::erase(waiting_, volume) > 0;
+}
+
 TransferQueue::Volumes TransferQueue::dropWaiting() {
     const std::lock_guard lock(mutex_);
     return std::exchange(waiting_, {});

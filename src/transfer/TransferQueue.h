@@ -25,6 +25,8 @@ class TransferQueue {
     void decrement();
     qint64 count() const;
     Volumes waiting() const;
+    /// Takes the volume off the waiting list (cancelled before its turn); true when it was on.
+    bool withdraw(const std::shared_ptr<QVVolume>& volume);
     /// Empties the waiting list and returns what it held.
     Volumes dropWaiting();
 

@@ -25,15 +25,15 @@ void VolumeList::remove(const Volumes& volumes) {
 }
 
 std::shared_ptr<QVVolume> VolumeList::takeAt(const QString& path,
-                                             const std::function<void(QVVolume&)>& whileListed) {
+                                             const std::function<bool(QVVolume&)>& whileListed) {
     const std::lock_guard lock(mutex_);
     const auto found = std::find_if(volumes_.begin(), volumes_.end(),
                                     [&](const auto& volume) { return volume->path() == path; });
     if (found == volumes_.end())
         return nullptr;
     std::shared_ptr<QVVolume> volume = *found;
-    whileListed(*volume);
-    volumes_.erase(found);
+    if (!whileListed(*volume))
+        volumes_.erase(found);
     return volume;
 }
 

@@ -22,10 +22,10 @@ class VolumeList {
     void setVolumes(const Volumes& volumes);
     void add(const std::shared_ptr<QVVolume>& volume);
     void remove(const Volumes& volumes);
-    /// Takes the volume listed at path out of the list and gives it back; null when none.
-    /// `whileListed` runs on it under the lock first, so no other change comes between.
+    /// The first volume listed at path, taken out of the list unless `whileListed` (run on it
+    /// under the lock, so no other change comes between) answers true; null when none.
     std::shared_ptr<QVVolume> takeAt(const QString& path,
-                                     const std::function<void(QVVolume&)>& whileListed);
+                                     const std::function<bool(QVVolume&)>& whileListed);
     /// The volumes at these rows, in the rows' order; rows out of range are left out.
     Volumes atRows(const std::vector<int>& rows) const;
 

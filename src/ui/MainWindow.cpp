@@ -37,7 +37,13 @@
 namespace {
 
 constexpr int kSpinnerIntervalMs = 120;
+constexpr int kSpaceIntervalMs = 5000;
 const QString kAppTitle = QStringLiteral("Cardsweep");
+
+// A button shows its text as given: a lone "&" would otherwise mark a shortcut and vanish.
+QString buttonText(QString text) {
+    return text.replace(u'&', QStringLiteral("&&"));
+}
 
 QIcon themed(const char* name, QStyle::StandardPixmap fallback) {
     return QIcon::fromTheme(QString::fromLatin1(name),
@@ -66,6 +72,13 @@ MainWindow::MainWindow(Desktop& desktop, QWidget* parent)
     spinner_->setInterval(kSpinnerIntervalMs);
     connect(spinner_, &QTimer::timeout, this, &MainWindow::turnSpinners);
     spinner_->start();
+    spaceTimer_ = new QTimer(this);
+    spaceTimer_->setInterval(kSpaceIntervalMs);
+    connect(spaceTimer_, &QTimer::timeout, this, &MainWindow::refreshSpaceWhileBusy);
+    spaceTimer_->start();
+    connect(model_, &QAbstractItemModel::modelReset, this, &MainWindow::showSummaryWhileEmpty);
+    connect(model_, &QAbstractItemModel::rowsInserted, this, &MainWindow::showSummaryWhileEmpty);
+    connect(model_, &QAbstractItemModel::rowsRemoved, this, &MainWindow::showSummaryWhileEmpty);
     connect(delegate_, &VolumeItemDelegate::cancelClicked, this, &MainWindow::cancelRow);
     resize(980, 460);
 }
@@ -211,8 +224,21 @@ QWidget* MainWindow::buildCentre() {
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &MainWindow::selectionChanged);
 
+    // Before the first card: where copies will go, and the way to change it.
+    summaryRow_ = new QWidget(centre);
+    summary_ = new QLabel(summaryRow_);
+    summary_->setWordWrap(true);
+    summary_->setTextFormat(Qt::PlainText);
+    auto* change = new QPushButton(QStringLiteral("Destinations…"), summaryRow_);
+    connect(change, &QPushButton::clicked, this, &MainWindow::showDestinationPreferences);
+    auto* summaryLayout = new QHBoxLayout(summaryRow_);
+    summaryLayout->setContentsMargins(0, 0, 0, 0);
+    summaryLayout->addWidget(summary_, 1);
+    summaryLayout->addWidget(change);
+
     auto* layout = new QVBoxLayout(centre);
     layout->addLayout(projectRow);
+    layout->addWidget(summaryRow_);
     layout->addWidget(table_);
     return centre;
 }
@@ -222,7 +248,7 @@ void MainWindow::sizeColumns() {
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->resizeSection(0, 240);
     header->resizeSection(1, 130);
-    header->resizeSection(2, 260);
+    header->resizeSection(2, 400);  // room for a reason such as "No space left on ..."
     header->setSectionResizeMode(3, QHeaderView::Fixed);
     header->resizeSection(3, 40);
     for (int column = 4; column < model_->columnCount(); ++column)
@@ -274,21 +300,22 @@ int MainWindow::showSheet(const SheetRequest& sheet) {
     const bool onPreferences = !preferences_.isNull() && preferences_->isActiveWindow();
     QMessageBox box(onPreferences ? static_cast<QWidget*>(preferences_.data()) : this);
     box.setWindowModality(Qt::WindowModal);
-    box.setIcon(QMessageBox::Warning);
+    box.setIcon(sheet.icon == SheetRequest::Icon::Information ? QMessageBox::Information
+                                                              : QMessageBox::Warning);
     box.setWindowTitle(kAppTitle);
     box.setText(sheet.message);
     box.setInformativeText(sheet.informativeText);
-    QPushButton* defaultButton =
-        box.addButton(sheet.defaultButton.isEmpty() ? QStringLiteral("OK") : sheet.defaultButton,
-                      QMessageBox::AcceptRole);
+    QPushButton* defaultButton = box.addButton(
+        buttonText(sheet.defaultButton.isEmpty() ? QStringLiteral("OK") : sheet.defaultButton),
+        QMessageBox::AcceptRole);
     QPushButton* alternate = nullptr;
     if (!sheet.alternateButton.isEmpty()) {
-        alternate = box.addButton(sheet.alternateButton, QMessageBox::RejectRole);
+        alternate = box.addButton(buttonText(sheet.alternateButton), QMessageBox::RejectRole);
         box.setEscapeButton(alternate);
     }
-    QPushButton* other = sheet.otherButton.isEmpty()
-                             ? nullptr
-                             : box.addButton(sheet.otherButton, QMessageBox::DestructiveRole);
+    QPushButton* other = sheet.otherButton.isEmpty() ? nullptr
+                                                     : box.addButton(buttonText(sheet.otherButton),
+                                                                     QMessageBox::DestructiveRole);
     if (sheet.defaultAnswer == 0 && alternate != nullptr)
         box.setDefaultButton(alternate);
     else if (sheet.defaultAnswer == -1 && other != nullptr)
@@ -336,6 +363,39 @@ void MainWindow::setWindowTitle(const QString& title) {
 
 void MainWindow::setRemainingSpaceText(const QString& text) {
     space_->setText(text);
+    if (!preferences_.isNull() && preferences_->isVisible())
+        preferences_->refreshSizes();
+}
+
+void MainWindow::setDestinationSummary(const QString& text, bool warning) {
+    summary_->setText(text);
+    summary_->setStyleSheet(warning ? QStringLiteral("color: #a05a00; font-weight: bold;")
+                                    : QString());
+}
+
+void MainWindow::showSummaryWhileEmpty() {
+    summaryRow_->setVisible(model_->rowCount() == 0);
+}
+
+void MainWindow::showDestinationPreferences() {
+    PreferencesWindow& window = preferencesWindow();
+    window.tabs().setCurrentIndex(0);
+    window.show();
+    window.raise();
+    window.activateWindow();
+}
+
+bool MainWindow::anyRowBusy() const {
+    for (int row = 0; row < model_->rowCount(); ++row) {
+        if (model_->index(row, 0).data(VolumeTableModel::BusyRole).toBool())
+            return true;
+    }
+    return false;
+}
+
+void MainWindow::refreshSpaceWhileBusy() {
+    if (controller_ != nullptr && anyRowBusy())
+        controller_->refreshTotalRemainingSpace();
 }
 
 void MainWindow::showInfo(const QString& title,
@@ -426,7 +486,7 @@ void MainWindow::addFolders() {
 void MainWindow::revealSelected() {
     for (const int row : selectedRows()) {
         if (const auto volume = model_->volumeAt(row))
-            desktop_.revealFolder(volume->path);
+            reveal(volume->name, {volume->path}, QStringLiteral("Unable to show '%1'"));
     }
 }
 
@@ -437,9 +497,25 @@ void MainWindow::revealTransferred() {
         if (!volume || volume->status == VolumeStatus::Idle ||
             volume->status == VolumeStatus::Unrecognised)
             continue;
-        for (const QString& destination : volume->destinations)
-            desktop_.revealFolder(destination);
+        reveal(volume->name, volume->destinations,
+               QStringLiteral("Unable to show the transferred files of '%1'"));
     }
+}
+
+void MainWindow::reveal(const QString& name, const QStringList& folders, const QString& failure) {
+    QStringList unopened;
+    for (const QString& folder : folders) {
+        if (!desktop_.revealFolder(folder))
+            unopened << folder;
+    }
+    if (unopened.isEmpty())
+        return;
+    showSheet(
+        {failure.arg(name),
+         QStringLiteral("OK"),
+         {},
+         {},
+         QStringLiteral("No program could open %1.").arg(unopened.join(QStringLiteral(", ")))});
 }
 
 void MainWindow::projectEdited() {
@@ -457,10 +533,7 @@ void MainWindow::projectEdited() {
 }
 
 void MainWindow::turnSpinners() {
-    bool busy = false;
-    for (int row = 0; row < model_->rowCount() && !busy; ++row)
-        busy = model_->index(row, 0).data(VolumeTableModel::BusyRole).toBool();
-    if (!busy)
+    if (!anyRowBusy())
         return;
     delegate_->advanceSpinner();
     table_->viewport()->update();

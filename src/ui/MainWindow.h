@@ -43,6 +43,7 @@ class MainWindow : public QMainWindow, public AppView {
     void setBadge(const QString& badge) override;
     void setWindowTitle(const QString& title) override;
     void setRemainingSpaceText(const QString& text) override;
+    void setDestinationSummary(const QString& text, bool warning) override;
     void showInfo(const QString& title,
                   const std::vector<std::pair<QString, QString>>& rows) override;
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
@@ -61,6 +62,9 @@ class MainWindow : public QMainWindow, public AppView {
     QAction& ignoreAction() { return *ignore_; }
     QAction& automaticAction() { return *automatic_; }
     QLabel& remainingSpaceLabel() { return *space_; }
+    /// The line over the empty list saying where copies go.
+    QLabel& destinationSummaryLabel() { return *summary_; }
+    QWidget& destinationSummary() { return *summaryRow_; }
     QComboBox& projectField() { return *project_; }
     VerificationFailureWindow& failureReview() { return *failureReview_; }
     /// The preferences, made on first use.
@@ -89,8 +93,16 @@ class MainWindow : public QMainWindow, public AppView {
     void addFolders();
     void revealSelected();
     void revealTransferred();
+    /// Opens each folder in the file manager; a sheet names those nothing could open.
+    void reveal(const QString& name, const QStringList& folders, const QString& failure);
     void projectEdited();
     void turnSpinners();
+    /// While anything runs the destinations fill up: their free space is shown again.
+    void refreshSpaceWhileBusy();
+    void showSummaryWhileEmpty();
+    /// Opens the preferences on their Destinations page.
+    void showDestinationPreferences();
+    bool anyRowBusy() const;
     static QStringList foldersIn(const QMimeData& data);
 
     Desktop& desktop_;
@@ -101,6 +113,11 @@ class MainWindow : public QMainWindow, public AppView {
     QLabel* space_ = nullptr;       // owned by the status bar
     QComboBox* project_ = nullptr;  // owned by this window
     QTimer* spinner_ = nullptr;     // owned by this window
+
+    QTimer* spaceTimer_ = nullptr;   // owned by this window
+    QWidget* summaryRow_ = nullptr;  // owned by this window
+    QLabel* summary_ = nullptr;      // owned by summaryRow_
+
     QAction* transfer_ = nullptr;
     QAction* erase_ = nullptr;
     QAction* info_ = nullptr;

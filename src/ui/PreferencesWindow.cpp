@@ -124,6 +124,21 @@ void PreferencesWindow::reloadDestinations() {
     }
 }
 
+void PreferencesWindow::refreshSizes() {
+    const QSignalBlocker quiet(destinations_);
+    for (int row = 0; row < destinations_->rowCount(); ++row) {
+        QTableWidgetItem* path = destinations_->item(row, 1);
+        QTableWidgetItem* size = destinations_->item(row, 2);
+        if (path != nullptr && size != nullptr)
+            size->setText(sizeText(path->text()));
+    }
+}
+
+void PreferencesWindow::showEvent(QShowEvent* event) {
+    refreshSizes();
+    QDialog::showEvent(event);
+}
+
 void PreferencesWindow::destinationTicked(int row, bool ticked) {
     std::vector<DestinationEntry> list = controller_.destinationList();
     if (row < 0 || std::size_t(row) >= list.size())

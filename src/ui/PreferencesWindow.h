@@ -25,6 +25,8 @@ class PreferencesWindow : public QDialog {
     void removeSelectedDestinations();
     /// Reads the destination list again into the table.
     void reloadDestinations();
+    /// Reads each destination's size and free space again (they change as cards are copied).
+    void refreshSizes();
     /// The editing project that receives clip lists: stored, and put first in its history.
     void changeProjectPath(const QString& path);
 
@@ -38,6 +40,9 @@ class PreferencesWindow : public QDialog {
     void destinationsChanged();
     /// The metadata fields changed (the main window's columns follow).
     void fieldsChanged();
+
+  protected:
+    void showEvent(QShowEvent* event) override;
 
   private:
     QWidget* destinationsPage();

@@ -77,7 +77,8 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     for (int index = 0; index < 2; ++index) {
         const QString folder = destinationFolder(run.output, index);
         ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
-        EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+        EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt", "checksums.md5", "checksums.sha1",
+                                           "ascmhl", "Transfer Report.html"}),
                   copied);
         expectManifestAgreesWith(folder, "/usr/bin/sha1sum");
         EXPECT_EQ(cli({"verify", folder}).status, 0);
@@ -293,7 +294,8 @@ TEST(Cli, OddNamesAndLinksArriveAndVerifyAndTheVerdictSaysHowItWasChecked) {
     EXPECT_TRUE(run.output.contains("Link: /outside -> /etc/hostname (copied as a link)"));
     const QString folder = destinationFolder(run.output, 0);
     EXPECT_EQ(TestFiles::exactTree(QFile::encodeName(folder),
-                                   {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+                                   {"checksums.txt", "checksums.md5", "checksums.sha1", "ascmhl",
+                                    "Transfer Report.html"}),
               TestFiles::exactTree(card));
     EXPECT_EQ(cli({"verify", folder}).status, 0);
 

@@ -5,6 +5,21 @@
 #include <QMessageBox>
 #include <QTest>
 
+namespace {
+
+// What the user reads on a button: "&&" shows as "&", a lone "&" marks the next letter.
+QString shown(const QString& text) {
+    QString plain;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] == u'&' && i + 1 < text.size())
+            ++i;
+        plain += text[i];
+    }
+    return plain;
+}
+
+}  // namespace
+
 SheetAnswerer::SheetAnswerer() {
     timer_.setInterval(10);
     connect(&timer_, &QTimer::timeout, this, &SheetAnswerer::poll);
@@ -18,8 +33,8 @@ void SheetAnswerer::poll() {
     QStringList buttons;
     QAbstractButton* chosen = nullptr;
     for (QAbstractButton* button : box->buttons()) {
-        buttons << button->text();
-        if (button->text() == answers_.constFirst())
+        buttons << shown(button->text());
+        if (buttons.constLast() == answers_.constFirst())
             chosen = button;
     }
     seen_ << box->text() + " | " + buttons.join(", ");

@@ -65,17 +65,31 @@ TEST(MetadataNamingTest, IncrementNumberAndPadding) {
     EXPECT_EQ(MetadataNaming::padNumberString("12345", 2), "12345");
 }
 
-TEST(MetadataNamingTest, NewVolumesTakeDefaultsAndTheNextReel) {
+TEST(MetadataNamingTest, ListedCardsShowTheNextReelAndTransfersSpendIt) {
     Settings settings;
     FakeClock clock(localMoment());
-    MetadataValues first = MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann");
+    const MetadataValues first =
+        MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann");
     const MetadataValues expected = {{kDay, "1"}, {kReel, "1"}, {kStamp, "2024_03_07_14_05_09"}};
     EXPECT_EQ(first, expected);
-    // The number handed out is on disk at once, and the next card takes the one after.
+    // Listing spends nothing: a card listed next shows the same number.
+    EXPECT_EQ(settings.fields().at(1).defaultVal, "0");
+    const MetadataValues second =
+        MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann");
+    EXPECT_EQ(second.at(kReel), "1");
+
+    // Both transferred: the first takes 1, the second 2, each saved at once; a value the user
+    // typed is kept and spends nothing.
+    const auto claim = [&](const MetadataValues& shown, const MetadataValues& listed) {
+        return MetadataNaming::claimNumbers(settings.store(), clock, shown, listed, "ann");
+    };
+    EXPECT_EQ(claim(first, first), expected);
     EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "1");
-    EXPECT_EQ(MetadataNaming::populateDefaultMetadata(settings.store(), clock, "ann").at(kReel),
-              "2");
-    EXPECT_EQ(settings.fields().at(0).defaultVal, "1");
+    EXPECT_EQ(claim(second, second).at(kReel), "2");
+    MetadataValues typed = second;
+    typed[kReel] = "B7";
+    EXPECT_EQ(claim(typed, second).at(kReel), "B7");
+    EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "2");
 
     settings.setFields({record("Roll", MetadataFieldType::IncrementingNumber, "A999"),
                         record("Cam Roll", MetadataFieldType::IncrementingNumber, ""),
@@ -90,8 +104,19 @@ TEST(MetadataNamingTest, NewVolumesTakeDefaultsAndTheNextReel) {
         {"QVMetaShotDate", "2024-03-07"}, {"QVMetaOperator", "ann o'neil"},
         {"QVMetaNotes", "wide \"lens\""}, {"QVMetaOdd", ""}};
     EXPECT_EQ(values, wanted);
+    EXPECT_EQ(claim(values, values), wanted);
     EXPECT_EQ(settings.fieldsOnDisk().at(0).defaultVal, "A1000");
     EXPECT_EQ(settings.fieldsOnDisk().at(1).defaultVal, "1");
+
+    // The values a card's transfer used come back for that card, from disk, until forgotten.
+    MetadataNaming::rememberCard(settings.store(), "uuid-a", expected);
+    MetadataNaming::rememberCard(settings.store(), "uuid-b", wanted);
+    EXPECT_EQ(MetadataNaming::recallCard(SettingsStore(settings.store().path()), "uuid-a"),
+              expected);
+    MetadataNaming::forgetCard(settings.store(), "uuid-a");
+    EXPECT_FALSE(MetadataNaming::recallCard(settings.store(), "uuid-a"));
+    EXPECT_FALSE(MetadataNaming::recallCard(settings.store(), ""));
+    EXPECT_EQ(MetadataNaming::recallCard(settings.store(), "uuid-b"), wanted);
 }
 
 TEST(MetadataNamingTest, DayCountsUpOnlyWhenTheDayOfMonthChanged) {
@@ -102,7 +127,14 @@ TEST(MetadataNamingTest, DayCountsUpOnlyWhenTheDayOfMonthChanged) {
         return MetadataNaming::populateDefaultMetadata(settings.store(), clock, "").at(kDay);
     };
     EXPECT_EQ(dayAfterTransferOn(localMoment(3, 6)), "2");
-    EXPECT_EQ(settings.fields().at(0).defaultVal, "1");  // not written back
+    EXPECT_EQ(settings.fields().at(0).defaultVal, "1");  // shown, not spent
+    // A transfer on the new day keeps the day counted up for the rest of that day.
+    const MetadataValues listed =
+        MetadataNaming::populateDefaultMetadata(settings.store(), clock, "");
+    EXPECT_EQ(MetadataNaming::claimNumbers(settings.store(), clock, listed, listed, "").at(kDay),
+              "2");
+    EXPECT_EQ(dayAfterTransferOn(localMoment(3, 7)), "2");
+    settings.setFields({record("Day", MetadataFieldType::Number, "1")});
     EXPECT_EQ(dayAfterTransferOn(localMoment(3, 7).addSecs(-3600)), "1");
     // Same day number of an earlier month: not a new day.
     EXPECT_EQ(dayAfterTransferOn(localMoment(2, 7)), "1");

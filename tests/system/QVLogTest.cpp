@@ -65,7 +65,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
     EXPECT_TRUE(header[0].startsWith(QStringLiteral("Log started: ")));
     EXPECT_TRUE(header[1].startsWith(QStringLiteral("Version: ")));
     EXPECT_TRUE(header[2].startsWith(QStringLiteral("Path: /")));
-    EXPECT_TRUE(header[3].startsWith(QStringLiteral("System: OS X ")));
+    EXPECT_TRUE(header[3].startsWith(QStringLiteral("System: Linux ")));
     EXPECT_EQ(header[4], QStringLiteral("Running in 64-bit mode"));
     EXPECT_TRUE(readAll(logPath(1))
                     .contains(QRegularExpression(QStringLiteral(

@@ -22,6 +22,7 @@
 #include "TempHome.h"
 #include "TestFiles.h"
 #include "TestServices.h"
+#include "TmpfsMount.h"
 
 namespace {
 
@@ -410,4 +411,168 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
               1);
     drainWorkers();
     EXPECT_EQ(stages_.copies().size(), 2u) << "a card not listed is not started";
+}
+
+namespace {
+
+// How a start is refused before anything is written: the destination as given, and what the
+// row and the sheet then say of it.
+enum class Refused { NoRoom, AFile, InsideTheSource };
+
+class RefusedStartTest : public AppControllerTest, public testing::WithParamInterface<Refused> {};
+
+}  // namespace
+
+TEST_P(RefusedStartTest, TheCardStaysListedWithTheReasonAndNothingIsWritten) {
+    const auto volume = card("A001");
+    TestFiles::write(volume->path() + "/CLIP/A002.MXF", QByteArray(3 << 20, 'm'));
+    TmpfsMount small(1 << 20);
+    QString destination;
+    QString reason;
+    switch (GetParam()) {
+        case Refused::NoRoom:
+            if (!small.ok())
+                GTEST_SKIP() << "no tmpfs to fill: " << small.error().toStdString();
+            destination = small.filePath("Footage");
+            reason = "No space left on " + QFileInfo(small.path()).fileName() + ": needs ";
+            break;
+        case Refused::AFile:
+            destination = dest("notes.txt");
+            TestFiles::write(destination, "a file");
+            reason = destination + ": destination is not a folder";
+            break;
+        case Refused::InsideTheSource:
+            destination = volume->path() + "/copies";
+            reason = destination + ": destination is inside the source";
+            break;
+    }
+    const auto before = TestFiles::tree(volume->path());
+    controller_->setDataArray({volume});
+    controller_->setDestinationList({{1, destination}});
+    controller_->addVolumeToQueue(volume);
+    ASSERT_TRUE(waitUntil([&] { return !view_.events().filter("ended: A001").isEmpty(); }));
+
+    EXPECT_EQ(volume->status(), QVVolume::Failed);
+    EXPECT_TRUE(volume->statusText().startsWith("Error: " + reason))
+        << volume->statusText().toStdString();
+    EXPECT_EQ(controller_->dataArray(), std::vector<std::shared_ptr<QVVolume>>{volume});
+    const QStringList sheets = view_.events().filter("sheet: Unable to transfer 'A001' | ");
+    ASSERT_EQ(sheets.size(), 1);
+    EXPECT_TRUE(sheets[0].contains(reason)) << sheets[0].toStdString();
+    EXPECT_TRUE(stages_.copies().empty());
+    EXPECT_EQ(TestFiles::tree(volume->path()), before);
+    EXPECT_FALSE(QFileInfo::exists(destination) && QFileInfo(destination).isDir());
+    EXPECT_EQ(controller_->threadCount(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Refusals, RefusedStartTest,
+                         testing::Values(Refused::NoRoom, Refused::AFile, Refused::InsideTheSource),
+                         [](const auto& info) {
+                             return std::string(info.param == Refused::NoRoom  ? "NoRoom"
+                                                : info.param == Refused::AFile ? "AFile"
+                                                                               : "InsideTheSource");
+                         });
+
+namespace {
+
+class EndedCardTest : public AppControllerTest, public testing::WithParamInterface<VolumeStatus> {};
+
+}  // namespace
+
+// A card that was cancelled or failed is offered for transfer again, and starts; only a
+// running one is cancelled by the same command.
+TEST_P(EndedCardTest, TransferStartsItAgainAndCancelsItOnceRunning) {
+    controller_->setDestinationList({{1, dest("A")}});
+    const auto volume = card("A001");
+    volume->setStatus(GetParam());
+    controller_->setDataArray({volume});
+    view_.setSelectedRows({0});
+    controller_->updateToolbarForTableSelection();
+    EXPECT_EQ(view_.toolbar().transferLabel, "Transfer");
+
+    controller_->transfer();
+    ASSERT_TRUE(copiesReach(1));
+    EXPECT_EQ(view_.count("sheet: Are you sure you wish to abort this transfer? | You can remove "
+                          "transferred files by choosing Confirm & Remove."),
+              0);
+    ASSERT_TRUE(waitUntil([&] { return view_.toolbar().transferLabel == " Cancel "; }));
+    view_.setSheetAnswer(0);
+    controller_->transfer();
+    EXPECT_EQ(view_.count("sheet: Are you sure you wish to abort this transfer? | You can remove "
+                          "transferred files by choosing Confirm & Remove."),
+              1);
+    EXPECT_EQ(stages_.copies().size(), 1u) << "a running card is never started twice";
+    controller_->releaseSlot(*volume);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ended, EndedCardTest,
+                         testing::Values(VolumeStatus::Cancelled, VolumeStatus::Failed),
+                         [](const auto& info) {
+                             return std::string(info.param == VolumeStatus::Failed ? "Failed"
+                                                                                   : "Cancelled");
+                         });
+
+namespace {
+
+struct Listed {
+    const char* name;
+    std::vector<VolumeStatus> statuses;
+    double copied;  // share of the copying one's bar
+    const char* title;
+};
+
+class TitleTest : public AppControllerTest, public testing::WithParamInterface<Listed> {};
+
+}  // namespace
+
+// The title and launcher show a share only while something runs, however much of the list is
+// done or failed.
+TEST_P(TitleTest, ShowsProgressOnlyWhileACardRuns) {
+    std::vector<std::shared_ptr<QVVolume>> volumes;
+    for (const VolumeStatus status : GetParam().statuses) {
+        volumes.push_back(card(QString("A%1").arg(volumes.size())));
+        volumes.back()->setStatus(status);
+        volumes.back()->setMaxProgressValue(100);
+        volumes.back()->setProgressValue(100 * GetParam().copied);
+    }
+    controller_->setDataArray(volumes);
+    controller_->showOverallProgress();
+    const QStringList titles = view_.events().filter("title: ");
+    ASSERT_FALSE(titles.isEmpty());
+    EXPECT_EQ(titles.constLast(), QString("title: ") + GetParam().title);
+    EXPECT_EQ(view_.events().filter("badge: ").constLast() == "badge: ",
+              GetParam().title == std::string("Cardsweep"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Lists, TitleTest,
+                         testing::Values(Listed{"DoneAndFailed",
+                                                {VolumeStatus::Done, VolumeStatus::Failed},
+                                                0,
+                                                "Cardsweep"},
+                                         Listed{"DoneCancelledAndWaiting",
+                                                {VolumeStatus::Done, VolumeStatus::Cancelled,
+                                                 VolumeStatus::Done, VolumeStatus::Idle},
+                                                0,
+                                                "Cardsweep"},
+                                         Listed{"HalfCopiedAndDone",
+                                                {VolumeStatus::Copying, VolumeStatus::Done},
+                                                0.5,
+                                                "Cardsweep (75%)"}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(AppControllerTest, FreeSpaceCountsEachTickedFileSystemOnce) {
+    TmpfsMount first(8 << 20), second(16 << 20);
+    if (!first.ok() || !second.ok())
+        GTEST_SKIP() << "no tmpfs: " << first.error().toStdString();
+    controller_->setDestinationList({{1, first.filePath("A")},
+                                     {1, first.filePath("B")},
+                                     {1, second.filePath("not made yet/C")},
+                                     {0, dest("unticked")}});
+    controller_->refreshTotalRemainingSpace();
+    FileLayer::Space a, b;
+    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(first.path()), &a), 0);
+    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(second.path()), &b), 0);
+    EXPECT_EQ(view_.events().filter("space: ").constLast(),
+              "space: Total Remaining Space on Media Drives: " +
+                  QVFileManager::formatFileSize(double(a.available + b.available)));
 }

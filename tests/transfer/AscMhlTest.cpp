@@ -105,7 +105,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
             AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
         EXPECT_EQ(error, "");
         const auto latest = history.latest();
-        ASSERT_EQ(latest.size(), 5u) << "three clips, the manifest and the report";
+        ASSERT_EQ(latest.size(), 6u) << "three clips, the manifest, its list and the report";
         EXPECT_TRUE(latest.count("DCIM/R&D <\"take\" 2>\r.MOV"));
         const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.size, 90000u);
@@ -129,7 +129,7 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
     const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix());
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
-    EXPECT_EQ(byHistory.checked, 5);
+    EXPECT_EQ(byHistory.checked, 6);
     const auto byManifest = ManifestVerifier::verify(destination, FileLayer::posix());
     EXPECT_FALSE(byManifest.ok());
     EXPECT_EQ(byManifest.ambiguous.size(), 2);
@@ -189,16 +189,41 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     rebuilt->files([&](const TransferReport::File& file) { files << file.path; });
     files.sort();
     EXPECT_EQ(files, QStringList({"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV",
-                                  "checksums.txt"}));
+                                  "checksums.md5", "checksums.txt"}));
+}
+
+TEST(AscMhlPatterns, LeaveOutWhatTheyName) {
+    struct Case {
+        const char* pattern;
+        const char* path;
+        bool ignored;
+    } cases[] = {{".Trashes", ".Trashes/501/A.MOV", true},
+                 {".Trashes", "DCIM/.Trashes/x", true},
+                 {".Trashes", "DCIM/x.Trashes", false},
+                 {"*.tmp", "DCIM/a.tmp", true},
+                 {"ascmhl/", "ascmhl", false},
+                 {"ascmhl/", "ascmhl/0001.mhl", true},
+                 {"/DCIM/*.THM", "DCIM/A.THM", true},
+                 {"/DCIM/*.THM", "X/DCIM/A.THM", false},
+                 {"**/proxy/*.mp4", "A/B/proxy/c.mp4", true},
+                 {"!keep", "keep", false}};
+    for (const Case& c : cases)
+        EXPECT_EQ(AscMhlHistory::isIgnored({c.pattern}, c.path), c.ignored)
+            << c.pattern << " " << c.path;
 }
 
 TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
-    // A camera's history in MD5 while this transfer uses XXH128: both kinds are checked.
+    // A camera's history in MD5 while this transfer uses XXH128: both kinds are checked. It
+    // records a desktop's litter, which no copy brings, and a pattern of its own.
     const auto makeHistory = [&](const QString& root) {
+        TestFiles::write(root + "/.Trashes/501/deleted.MOV", "gone");
+        TestFiles::write(root + "/.fseventsd/0000000000a1b2c3", "log");
         AscMhlHistory history;
         AscMhlHistory::Generation generation;
         generation.created = QDateTime::currentDateTimeUtc();
-        for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV"}) {
+        generation.ignore = AscMhlHistory::defaultIgnorePatterns() << "*.tmp";
+        for (const QString path : {"DCIM/100EOS5D/MVI_0001.MOV", "DCIM/101EOS5D/MVI_0001.MOV",
+                                   ".Trashes/501/deleted.MOV", ".fseventsd/0000000000a1b2c3"}) {
             const auto md5 = FileHashCreateWithPath(DigestContext::Kind::MD5, root + '/' + path,
                                                     4096, {}, FileLayer::posix());
             generation.entries.push_back({path.toUtf8(),
@@ -226,6 +251,15 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
             AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
         EXPECT_EQ(error, "");
         ASSERT_EQ(history.generations().size(), 2u) << "the card's, then this transfer's";
+        const QStringList ignore = history.generations()[1].ignore;
+        for (const QString pattern : {"*.tmp", ".Trashes", ".fseventsd", "ascmhl"})
+            EXPECT_TRUE(ignore.contains(pattern)) << pattern.toStdString();
+        const QString generation =
+            destination + "/ascmhl/" + QString::fromUtf8(history.generations()[1].fileName);
+        if (QFile::exists("/usr/bin/xmllint"))
+            EXPECT_EQ(schemaProblems(generation, "ASCMHL.xsd").toStdString(), "");
+        else
+            ADD_FAILURE() << "xmllint is missing: the generation is not validated";
         const auto latest = history.latest();
         const auto& clip = latest.at("DCIM/100EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);

@@ -58,7 +58,7 @@ class EraseOnlyVerified : public ControllerServicesTest,
 
 }  // namespace
 
-TEST_F(ControllerServicesTest, ACardUnmountedMidTransferIsInterruptedAndNothingIsVerified) {
+TEST_F(ControllerServicesTest, ACardUnmountedMidTransferStaysListedAsRemovedAndNothingIsVerified) {
     FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
     controller_->startWatchingMounts();
@@ -79,15 +79,21 @@ TEST_F(ControllerServicesTest, ACardUnmountedMidTransferIsInterruptedAndNothingI
     ASSERT_TRUE(waitUntil([&] { return view_.events().filter("ended: ").size() == 1; }));
     drainWorkers();
 
-    EXPECT_TRUE(controller_->dataArray().empty());
+    // The row stays, named, until the card comes back (then it is a new row).
+    EXPECT_EQ(controller_->dataArray(), std::vector<std::shared_ptr<QVVolume>>{volume});
     EXPECT_EQ(volume->status(), QVVolume::Cancelled);
-    EXPECT_EQ(volume->errorString(), "Transfer interrupted");
+    EXPECT_EQ(volume->statusText(), "Card removed during transfer");
     EXPECT_TRUE(view_.events().contains(
-        "sheet: Transfer interrupted | The source drive was unmounted mid-transfer."));
+        "sheet: Transfer interrupted | The source drive was unmounted mid-transfer.\n\nA001 (" +
+        path + ") was removed before its transfer ended."));
     for (const QString& destination : volume->destinations())
         EXPECT_FALSE(ManifestVerifier::verify(destination, FileLayer::posix()).ok())
             << destination.toStdString();
     EXPECT_EQ(controller_->threadCount(), 0) << "the slot is given back";
+    services_.fakeMounts.mount({path, "/dev/sdz1", "exfat", "", false});
+    ASSERT_EQ(controller_->dataArray().size(), 1u);
+    EXPECT_NE(controller_->dataArray().front(), volume);
+    EXPECT_FALSE(controller_->dataArray().front()->errorString());
 }
 
 TEST_F(ControllerServicesTest, ADestinationFolderThatCantBeMadeIsNamedAndTheOtherIsComplete) {
@@ -177,8 +183,7 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     layer.corruptWriteAt(QString(), -1);
     layer.slowReads(device, 25);
     EXPECT_EQ(transfer("pulled", [&] { services_.fakeMounts.unmount(volume->path()); }),
-              "ended: IMG CARD: Canceled");
-    EXPECT_EQ(volume->errorString(), "Transfer interrupted");
+              "ended: IMG CARD: Card removed during transfer");
     EXPECT_EQ(controller_->threadCount(), 0) << "its slot is free again";
 }
 

@@ -52,9 +52,10 @@ class OffloadFaultsTest : public OffloadFixture {
 
 // The card exactly as the file system holds it, less what a transfer leaves behind or out.
 std::map<QByteArray, QByteArray> copiedTree(const QString& root) {
-    return TestFiles::exactTree(QFile::encodeName(root),
-                                {".DS_Store", ".Trashes", ".cardsweep", "ascmhl",
-                                 "Transfer Report.html", "checksums (Cardsweep).txt"});
+    return TestFiles::exactTree(
+        QFile::encodeName(root),
+        {".DS_Store", ".Trashes", ".cardsweep", "ascmhl", "Transfer Report.html",
+         "checksums (Cardsweep).txt", "checksums.md5"});
 }
 
 }  // namespace
@@ -80,8 +81,9 @@ TEST_F(OffloadFaultsTest, AClipThatCantBeReadIsNamedAndTheRestOfTheCardStillArri
     expected.erase("/CONTENTS/CLIP/A001C003.MXF");
     expected.erase("/CONTENTS/PROXY/A001C001.MP4");
     for (const QString& destination : volume->destinations()) {
-        auto copy = TestFiles::exactTree(QFile::encodeName(destination),
-                                         {"checksums.txt", "ascmhl", "Transfer Report.html"});
+        auto copy = TestFiles::exactTree(
+            QFile::encodeName(destination),
+            {"checksums.txt", "checksums.md5", "ascmhl", "Transfer Report.html"});
         copy.erase("/CONTENTS/CLIP/A001C003.MXF");  // as much as could be read
         EXPECT_EQ(copy, expected) << "every readable file arrived whole";
         EXPECT_TRUE(manifestOf(destination).contains("FAILED\tA001C003.MXF\n"));

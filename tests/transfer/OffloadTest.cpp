@@ -17,6 +17,7 @@
 #include "SettingsStore.h"
 #include "TestFiles.h"
 #include "VolumeVerification.h"
+#include "WaitUntil.h"
 
 class OffloadTest : public OffloadFixture {};
 
@@ -36,7 +37,8 @@ TEST_F(OffloadTest, EveryDestinationHoldsTheCardAndAManifestThatAgreesWithTheFil
     ASSERT_EQ(destinations.size(), 2);
     for (const QString& destination : destinations) {
         EXPECT_TRUE(destination.startsWith(work_.filePath("dest")));
-        EXPECT_EQ(TestFiles::tree(destination, {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+        EXPECT_EQ(TestFiles::tree(destination, {"checksums.txt", "checksums.md5", "ascmhl",
+                                                "Transfer Report.html"}),
                   copied);
         const QStringList lines = QString::fromUtf8(TestFiles::read(destination + "/checksums.txt"))
                                       .split(u'\n', Qt::SkipEmptyParts);
@@ -72,7 +74,7 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     for (const QString& destination : litter->destinations())
         EXPECT_EQ(TestFiles::read(destination + "/checksums.txt"), "");
     EXPECT_EQ(TestFiles::tree(second->destinations()[1],
-                              {"checksums.txt", "ascmhl", "Transfer Report.html"}),
+                              {"checksums.txt", "checksums.md5", "ascmhl", "Transfer Report.html"}),
               TestFiles::tree(second->path(), kNotCopied));
 }
 
@@ -267,4 +269,42 @@ TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
         view_.count("sheet: File operations are in progress. Are you sure you wish to quit? | "
                     "This will cancel any transfers."),
         1);
+}
+
+// Numbers are spent by transfers, not by listing; a card keeps its transfer's numbers when it
+// is listed again after a restart, and two cards transferred together get a reel each.
+TEST_F(OffloadTest, ReelsAreSpentByTransfersAndKeptByTheirCardAcrossRestarts) {
+    makeController();
+    for (const QString name : {"A", "B", "C"})
+        card(name);
+    services_.fakeDisks.set(workPath("cards/A"),
+                            PropertyList::Dictionary{{"VolumeUUID", QStringLiteral("UUID-A")}});
+    const auto list = [&](const QString& name) {
+        const auto volume = controller_->addVolumeLocationToList(workPath("cards/" + name));
+        drainWorkers();  // the done-marker check
+        return volume;
+    };
+    const auto reel = [](const std::shared_ptr<QVVolume>& volume) {
+        return volume->metadata().at("QVMetaReel");
+    };
+    auto a = list("A");
+    auto b = list("B");
+    EXPECT_EQ(reel(a) + reel(b), "11") << "listing spends nothing";
+    controller_->addVolumeToQueue(a);
+    ASSERT_TRUE(waitUntil([&] { return a->status() == QVVolume::Done; }));
+    drainWorkers();
+    EXPECT_TRUE(a->destinations().value(0).contains("/1/1/"));
+    EXPECT_EQ(reel(b), "2") << "a card listed meanwhile shows the number it would get";
+
+    makeController();  // a restart
+    a = list("A");
+    b = list("B");
+    const auto c = list("C");
+    EXPECT_EQ(reel(a) + reel(b) + reel(c), "122");
+    EXPECT_EQ(a->status(), QVVolume::Done);
+    ASSERT_TRUE(offload({b, c}));
+    QStringList reels = {reel(b), reel(c)};
+    reels.sort();
+    EXPECT_EQ(reels.join(u','), "2,3");
+    EXPECT_TRUE(b->destinations().value(0).contains("/1/" + reel(b) + "/"));
 }

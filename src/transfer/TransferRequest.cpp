@@ -1,4 +1,4 @@
-#include "OffloadRequest.h"
+#include "TransferRequest.h"
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "FileLayer.h"
@@ -106,51 +107,101 @@ struct FileSystem {
     std::uint64_t blockSize = 4096;
     std::uint64_t free = 0;
     QStringList destinations;
+    QString existing;  // the nearest existing folder of the first destination on it
 };
+
+using Refusal = TransferRequest::Refusal;
+
+Refusal refusal(Refusal::Reason reason, QString line) {
+    Refusal result;
+    result.reason = reason;
+    result.line = std::move(line);
+    return result;
+}
+
+// The top folder of the file system that holds path (an existing folder): where its device
+// changes on the way up.
+QString mountPointOf(QString path) {
+    struct stat status {};
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return path;
+    while (path != QLatin1String("/")) {
+        const QString parent = QFileInfo(path).path();
+        struct stat above {};
+        if (::stat(QFile::encodeName(parent).constData(), &above) != 0 ||
+            above.st_dev != status.st_dev)
+            break;
+        path = parent;
+    }
+    return path;
+}
+
+// A file system by its mount point's name; the system disk by the destination itself.
+QString fileSystemName(const FileSystem& system) {
+    const QString mountPoint = mountPointOf(system.existing);
+    if (mountPoint == QLatin1String("/"))
+        return system.destinations.value(0);
+    return QFileInfo(mountPoint).fileName();
+}
 
 }  // namespace
 
-std::optional<QString> OffloadRequest::problem(const QString& source,
-                                               const QStringList& destinations, bool onlyMovies) {
+QString TransferRequest::Refusal::sentence() const {
+    if (reason != Reason::NoRoom)
+        return line;
+    return QStringLiteral("No space left on %1: needs %2, %3 free")
+        .arg(fileSystem, QVFileManager::formatFileSize(double(needed)),
+             QVFileManager::formatFileSize(double(available)));
+}
+
+std::optional<Refusal> TransferRequest::problem(const QString& source,
+                                                const QStringList& destinations, bool onlyMovies) {
     if (!QFileInfo(source).isDir())
-        return QStringLiteral("%1: no such card or folder").arg(source);
+        return refusal(Refusal::Reason::NoSource,
+                       QStringLiteral("%1: no such card or folder").arg(source));
     if (destinations.isEmpty())
-        return QStringLiteral("no destination given (--dest DIR)");
+        return refusal(Refusal::Reason::NoDestination,
+                       QStringLiteral("no destination given (--dest DIR)"));
     if (const auto problem = destinationProblem(source, destinations))
         return problem;
     return spaceProblem(source, destinations, onlyMovies);
 }
 
-std::optional<QString> OffloadRequest::destinationProblem(const QString& source,
-                                                          const QStringList& destinations) {
+std::optional<Refusal> TransferRequest::destinationProblem(const QString& source,
+                                                           const QStringList& destinations) {
     const QString card = source.isEmpty()
                              ? QString()
                              : resolvedPath(QDir::cleanPath(QFileInfo(source).absoluteFilePath()));
     std::map<QString, QString> seen;  // resolved -> as given
     for (const QString& destination : destinations) {
         if (destination.trimmed().isEmpty())
-            return QStringLiteral("an empty destination was given");
+            return refusal(Refusal::Reason::EmptyDestination,
+                           QStringLiteral("an empty destination was given"));
         const QString absolute = QDir::cleanPath(QFileInfo(destination).absoluteFilePath());
         const QString resolved = resolvedPath(absolute);
         if (!card.isEmpty() &&
             (resolved == card || resolved.startsWith(card + u'/') || card == QLatin1String("/")))
-            return QStringLiteral("%1: destination is inside the source").arg(destination);
+            return refusal(Refusal::Reason::InsideSource,
+                           QStringLiteral("%1: destination is inside the source").arg(destination));
         const QFileInfo info(absolute);
         if (info.exists() && !info.isDir())
-            return QStringLiteral("%1: destination is not a folder").arg(destination);
+            return refusal(Refusal::Reason::NotAFolder,
+                           QStringLiteral("%1: destination is not a folder").arg(destination));
         if (!isWritableFolder(nearestExisting(absolute)))
-            return QStringLiteral("%1: destination can't be written").arg(destination);
+            return refusal(Refusal::Reason::Unwritable,
+                           QStringLiteral("%1: destination can't be written").arg(destination));
         const auto [found, added] = seen.emplace(resolved, destination);
         if (!added)
-            return QStringLiteral("%1: the same folder as %2, given twice")
-                .arg(destination, found->second);
+            return refusal(Refusal::Reason::GivenTwice,
+                           QStringLiteral("%1: the same folder as %2, given twice")
+                               .arg(destination, found->second));
     }
     return std::nullopt;
 }
 
-std::optional<QString> OffloadRequest::spaceProblem(const QString& source,
-                                                    const QStringList& destinations,
-                                                    bool onlyMovies) {
+std::optional<Refusal> TransferRequest::spaceProblem(const QString& source,
+                                                     const QStringList& destinations,
+                                                     bool onlyMovies) {
     std::map<dev_t, FileSystem> systems;
     std::set<std::uint64_t> blockSizes;
     for (const QString& destination : destinations) {
@@ -164,6 +215,8 @@ std::optional<QString> OffloadRequest::spaceProblem(const QString& source,
         FileSystem& system = systems[status.st_dev];
         system.blockSize = std::max<std::uint64_t>(figures.f_frsize, 512);
         system.free = std::uint64_t(figures.f_bavail) * figures.f_frsize;
+        if (system.destinations.isEmpty())
+            system.existing = existing;
         system.destinations << destination;
         blockSizes.insert(system.blockSize);
     }
@@ -179,10 +232,16 @@ std::optional<QString> OffloadRequest::spaceProblem(const QString& source,
             card.need(system.blockSize) * std::uint64_t(system.destinations.size());
         if (need <= system.free)
             continue;
-        return QStringLiteral("%1: not enough free space for this card (needs %2, %3 free)")
-            .arg(system.destinations.join(QStringLiteral(" and ")),
-                 QVFileManager::formatFileSize(double(need)),
-                 QVFileManager::formatFileSize(double(system.free)));
+        Refusal full =
+            refusal(Refusal::Reason::NoRoom,
+                    QStringLiteral("%1: not enough free space for this card (needs %2, %3 free)")
+                        .arg(system.destinations.join(QStringLiteral(" and ")),
+                             QVFileManager::formatFileSize(double(need)),
+                             QVFileManager::formatFileSize(double(system.free))));
+        full.fileSystem = fileSystemName(system);
+        full.needed = need;
+        full.available = system.free;
+        return full;
     }
     return std::nullopt;
 }
