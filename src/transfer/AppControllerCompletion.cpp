@@ -16,6 +16,29 @@
 #include "VolumeActions.h"
 #include "WorkerThreads.h"
 
+namespace {
+
+// Every destination holds the whole card: a file-mode copy by its ledger, an image by its
+// verification (which fails the volume otherwise).
+bool endedWhole(const QVVolume& volume) {
+    const VolumeStatus status = volume.status();
+    if (status != QVVolume::Done && status != QVVolume::Finishing)
+        return false;
+    const QStringList destinations = volume.destinations();
+    const std::shared_ptr<TransferLedger> ledger = volume.ledger();
+    if (destinations.isEmpty() || !ledger)
+        return !destinations.isEmpty();
+    if (ledger->destinationCount() != std::size_t(destinations.size()))
+        return false;
+    for (std::size_t i = 0; i < ledger->destinationCount(); ++i) {
+        if (!ledger->isComplete(i))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
     updates_.changed(volume);
@@ -45,6 +68,7 @@ void AppController::endTransfer(const std::shared_ptr<QVVolume>& volume) {
 }
 
 void AppController::announceEnd(const std::shared_ptr<QVVolume>& volume) {
+    volume->endTransferChecks(endedWhole(*volume));
     {
         const std::lock_guard lock(removalMutex_);
         removalRequests_.erase(volume);

@@ -85,6 +85,10 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             fileManager_.removeFile(marker);
 
         onMainThread([&v] { v.resetProgress(); }, true);
+        const bool imageChecks = inImageMode();
+        v.startTransferChecks(settings_.isOn(SettingsKey::verifyFileSizes),
+                              settings_.isOn(SettingsKey::verifyFileChecksums),
+                              imageChecks || !settings_.isOn(SettingsKey::inlineVerification));
         v.setStatus(QVVolume::Copying);
         updates_.changed(volume);
         onMainThread(

@@ -176,6 +176,19 @@ void QVVolume::addFailedFile(const std::shared_ptr<CopyInfo>& file) {
     failedFiles_.push_back(file);
 }
 
+TransferChecks QVVolume::transferChecks() const {
+    return locked(mutex_, checks_);
+}
+void QVVolume::startTransferChecks(bool sizes, bool checksums, bool fromMedium) {
+    assign(mutex_, checks_, TransferChecks{true, sizes, checksums, fromMedium && checksums});
+}
+void QVVolume::endTransferChecks(bool completeAndVerified) {
+    const std::lock_guard lock(mutex_);
+    checks_.ended = true;
+    checks_.completeAndVerified =
+        completeAndVerified && checks_.started && checks_.checksums && checks_.fromMedium;
+}
+
 void QVVolume::addDestination(const QString& path) {
     const std::lock_guard lock(mutex_);
     destinations_.append(path);
@@ -187,6 +200,7 @@ void QVVolume::reset() {
         const std::lock_guard lock(mutex_);
         progressBar_.visible = false;
         destinations_.clear();
+        checks_ = {};
     }
     setStatus(Idle);
     transferCount_.store(0);
@@ -345,6 +359,7 @@ std::shared_ptr<const VolumeSnapshot> QVVolume::snapshot() {
     shot->isFolder = isFolder_;
     shot->metadata = metadata_;
     shot->failedFileCount = failedFiles_.size();
+    shot->checks = checks_;
     return shot;
 }
 

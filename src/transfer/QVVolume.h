@@ -119,6 +119,12 @@ class QVVolume {
     void decrementTransferCount() { --transferCount_; }
     qint64 transferCount() const { return transferCount_.load(); }
 
+    TransferChecks transferChecks() const;
+    /// A transfer starts with these checks; what an earlier one ended with is forgotten.
+    void startTransferChecks(bool sizes, bool checksums, bool fromMedium);
+    /// The transfer has ended; verified only with a read-back from the medium.
+    void endTransferChecks(bool completeAndVerified);
+
     void addDestination(const QString& path);
     /// Back to "Waiting" for a new transfer: status 0, counters 0, destinations cleared.
     void reset();
@@ -189,4 +195,5 @@ class QVVolume {
     bool hasQTMovies_ = false;                            // guarded by mutex_
     std::optional<QStringList> qtMoviePaths_;             // guarded by mutex_
     std::vector<std::shared_ptr<CopyInfo>> failedFiles_;  // guarded by mutex_
+    TransferChecks checks_;                               // guarded by mutex_
 };

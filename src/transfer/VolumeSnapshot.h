@@ -23,6 +23,19 @@ enum class VolumeStatus : qint64 {
     Finishing = 7,
 };
 
+/// What a volume's transfer checked and how it ended, recorded when the transfer starts and
+/// when it ends: "verified" is shown, and a card offered for erase, only on its word.
+struct TransferChecks {
+    bool started = false;     // a transfer began since the volume was listed or queued again
+    bool sizes = false;       // each copy's file sizes compared with the card's
+    bool checksums = false;   // each copy's digests compared with the card's
+    bool fromMedium = false;  // those digests were read back from the copy's medium
+    bool ended = false;
+    /// Ended with every destination holding the whole card, read back from its medium and
+    /// found equal to the card.
+    bool completeAndVerified = false;
+};
+
 struct VolumeSnapshot {
     QString name;
     QString path;
@@ -42,6 +55,7 @@ struct VolumeSnapshot {
     bool isFolder = false;
     MetadataValues metadata;
     std::size_t failedFileCount = 0;
+    TransferChecks checks;
 
     /// Copying, verifying, formatting or unmounting.
     bool isBusy() const {
