@@ -170,7 +170,8 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
     const auto pulled = controller.list("C001", card->mountPoint());
     controller.transfer(pulled, [&] {
         ASSERT_TRUE(waitUntil([&] {
-            const QString copy = pulled->destinations().value(0) + "/CONTENTS/CLIP/C001C001.MXF";
+            const QString copy =
+                pulled->destinations().value(0) + "/CONTENTS/CLIP/.C001C001.MXF.cardsweep-part";
             return QFileInfo(copy).size() >= 8 * MiB;
         }));
         const pid_t fuse = fuseProcessOf(*card);
@@ -190,6 +191,8 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
         ManifestVerifier::verify(pulled->destinations().value(0), FileLayer::posix());
     EXPECT_TRUE(report.manifestFound);
     EXPECT_FALSE(report.ok());
+    EXPECT_FALSE(QFileInfo::exists(pulled->destinations().value(0) + "/CONTENTS/CLIP/C001C001.MXF"))
+        << "a clip cut short never has its own name";
 }
 
 TEST_F(VerifiedOffloadE2E, AFullDestinationIsNamedTheOtherIsCompleteAndTooSmallIsRefused) {
