@@ -21,10 +21,12 @@
 #include "LyingMedium.h"
 #include "ManifestVerifier.h"
 #include "Preferences.h"
+#include "QVTask.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
 #include "TestServices.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -51,6 +53,17 @@ void writeClips(const LoopCard& card, const QString& prefix, int count, qint64 s
         TestFiles::write(
             card.mountPoint() + QStringLiteral("/CLIP/%1C00%2.MXF").arg(prefix).arg(clip),
             TestFiles::randomBytes(size, quint32(clip)));
+}
+
+// Every file under its own name in the copy holds the card's bytes; temporary names are hidden.
+void expectNoNamedFileDiffers(const QString& card, const QString& copy) {
+    const auto original = TestFiles::tree(card);
+    for (const auto& [path, bytes] : TestFiles::tree(copy, {"ascmhl"})) {
+        if (path.contains("/.") || path == "/checksums.txt" || path == "/Transfer Report.html")
+            continue;
+        const auto found = original.find(path);
+        EXPECT_TRUE(found != original.end() && found->second == bytes) << path.toStdString();
+    }
 }
 
 // One controller with settings of its own, transferring to the given folders.
@@ -231,4 +244,61 @@ TEST_F(VerifiedOffloadE2E, AFullDestinationIsNamedTheOtherIsCompleteAndTooSmallI
     EXPECT_TRUE(named);
     EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).ok());
     EXPECT_FALSE(ManifestVerifier::verify(volume->destinations()[1], FileLayer::posix()).ok());
+    const QString error = volume->errorString().value_or(QString());
+    EXPECT_TRUE(error.startsWith("No space left on " + small.mountPoint() + " (needs "))
+        << error.toStdString();
+    EXPECT_TRUE(error.endsWith(" free); complete on " + workPath("disk"))) << error.toStdString();
+    expectNoNamedFileDiffers(card->mountPoint(), volume->destinations()[1]);
 }
+
+// Stopped by a signal while bytes flow to a slow medium: the copy ends where it stands, every
+// folder is marked, what is complete where is printed, and the status is 128 + the signal.
+class InterruptedOffloadE2E : public CardTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(InterruptedOffloadE2E, MarksEveryFolderAndEndsWith128PlusTheSignal) {
+    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no slow medium: " << reason.toStdString();
+    const auto card = mountCard("E001");
+    ASSERT_TRUE(card);
+    writeClips(*card, "E001", 3, 16 * MiB);
+    LyingMedium slow(workPath("slow"), -1);  // a FUSE medium, honest here, just slow
+    ASSERT_TRUE(slow.ok()) << slow.error().toStdString();
+
+    QVTask cli;
+    cli.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
+    cli.setArguments(
+        {"offload", card->mountPoint(), "--dest", slow.mountPoint(), "--dest", workPath("disk")});
+    cli.setStandardOutput(QVTask::Channel::Pipe);
+    cli.setStandardError(QVTask::Channel::NullDevice);
+    cli.launch();
+    QByteArray output;
+    std::thread reader([&] {
+        for (QByteArray piece = cli.readOutput(); !piece.isEmpty(); piece = cli.readOutput())
+            output += piece;
+    });
+    const bool flowing = waitUntil([&] {
+        QDirIterator parts(slow.mountPoint(), {"*.cardsweep-part"}, QDir::Files | QDir::Hidden,
+                           QDirIterator::Subdirectories);
+        return parts.hasNext() && QFileInfo(parts.next()).size() > 0;
+    });
+    ::kill(cli.processIdentifier(), GetParam());
+    cli.waitUntilExit();
+    reader.join();
+    const CliRunner::Run run{cli.terminationStatus(), QString::fromUtf8(output)};
+    ASSERT_TRUE(flowing) << run.output.toStdString();
+    EXPECT_EQ(run.status, 128 + GetParam()) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Verdict: NOT complete")) << run.output.toStdString();
+    const QStringList folders = run.destinations();
+    ASSERT_EQ(folders.size(), 2) << run.output.toStdString();
+    for (const QString& folder : folders) {
+        const auto check = ManifestVerifier::verify(folder, FileLayer::posix());
+        EXPECT_TRUE(check.manifestFound && !check.incomplete.isEmpty()) << folder.toStdString();
+        EXPECT_TRUE(TestFiles::read(folder + "/Transfer Report.html").contains("NOT complete"));
+        expectNoNamedFileDiffers(card->mountPoint(), folder);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptedOffloadE2E, ::testing::Values(SIGINT, SIGTERM),
+                         [](const auto& info) {
+                             return std::string(info.param == SIGINT ? "SIGINT" : "SIGTERM");
+                         });
