@@ -108,6 +108,12 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
     QCoreApplication::exec();
     SignalPipe::restoreDefaults();
     context.threads().joinAll();
+    if (volume->status() == QVVolume::Done) {
+        // Whatever the last report said, a finished transfer's bar is full.
+        VolumeSnapshot done = *volume->snapshot();
+        done.progress = done.maxProgress;
+        view.showProgress(done);
+    }
     view.endProgress();
 
     for (const QString& line : TransferSummary::lines(*volume))

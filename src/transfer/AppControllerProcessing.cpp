@@ -131,7 +131,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         QVLog::appendLogAndPrint(u"Volume media usage: %llu",
                                  static_cast<unsigned long long>(usage));
         // Copies read back from their medium count as much again per destination.
-        const double readBack = !imageMode && !settings_.isOn(SettingsKey::inlineVerification)
+        const double readBack = !imageMode && v.transferChecks().fromMedium
                                     ? double(usage) * double(reserved.size())
                                     : 0.0;
         const double maximum = double(transferSize(v)) + readBack;

@@ -267,3 +267,36 @@ TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
                     "This will cancel any transfers."),
         1);
 }
+
+// With a check switched off, nothing a crew reads says "verified" for what wasn't.
+struct ChecksCase {
+    qint64 sizes;
+    qint64 checksums;
+    const char* status;
+    bool verified;
+};
+
+class VerificationOffTest : public OffloadFixture,
+                            public ::testing::WithParamInterface<ChecksCase> {};
+
+TEST_P(VerificationOffTest, StatusAndReportSayOnlyWhatWasChecked) {
+    const ChecksCase& checks = GetParam();
+    settings_.setObject(SettingsKey::verifyFileSizes, PropertyList(checks.sizes));
+    settings_.setObject(SettingsKey::verifyFileChecksums, PropertyList(checks.checksums));
+    makeController();
+    const auto volume = card("A001");
+    ASSERT_TRUE(offload({volume}));
+    drainWorkers();
+    EXPECT_EQ(volume->statusText(), checks.status);
+    EXPECT_EQ(volume->transferChecks().completeAndVerified, checks.verified);
+    for (const QString& destination : volume->destinations()) {
+        const QByteArray report = TestFiles::read(destination + "/Transfer Report.html");
+        EXPECT_EQ(report.contains("read back from the media"), checks.verified);
+        EXPECT_EQ(report.contains("complete and verified"), checks.verified);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, VerificationOffTest,
+                         ::testing::Values(ChecksCase{0, 0, "Done (copied, not verified)", false},
+                                           ChecksCase{1, 0, "Done (sizes checked)", false},
+                                           ChecksCase{1, 1, "Done", true}));
