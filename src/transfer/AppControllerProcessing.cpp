@@ -52,6 +52,12 @@ bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
                                     const QStringList& reserved) {
     if (volume->status() != QVVolume::Cancelled)
         return false;
+    // Folders claimed already are marked as not complete, like those of a copy cut short.
+    if (volume->destinations().isEmpty() && !inImageMode()) {
+        for (const QString& folder : reserved)
+            volume->addDestination(folder);
+    }
+    markEndedEarly(volume, volume->path(), QDateTime::currentDateTimeUtc());
     stopCancelledTransfer(volume, reserved);
     return true;
 }

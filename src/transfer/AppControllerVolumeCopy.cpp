@@ -159,11 +159,17 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
 void AppController::markEndedEarly(const std::shared_ptr<QVVolume>& volume, const QString& cardPath,
                                    const QDateTime& started) {
     QVVolume& v = *volume;
-    const std::shared_ptr<TransferLedger> ledger = v.ledger();
+    const QStringList destinations = v.destinations();
     {
         const std::lock_guard lock(removalMutex_);
-        if (!ledger || removalRequests_.count(volume) > 0)
+        if (destinations.isEmpty() || inImageMode() || removalRequests_.count(volume) > 0)
             return;
+    }
+    // Stopped before the first file: the folders are marked all the same.
+    std::shared_ptr<TransferLedger> ledger = v.ledger();
+    if (!ledger) {
+        ledger = std::make_shared<TransferLedger>(std::size_t(destinations.size()));
+        v.setLedger(ledger);
     }
     ledger->recordInterruption(
         v.errorString().value_or(QStringLiteral("the transfer was cancelled")));

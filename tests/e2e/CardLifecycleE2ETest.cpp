@@ -15,7 +15,9 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "LoopCard.h"
+#include "ManifestVerifier.h"
 #include "MountTable.h"
 #include "Preferences.h"
 #include "QVTask.h"
@@ -218,8 +220,11 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     EXPECT_EQ(
         view.count("sheet: Transfer interrupted | The source drive was unmounted mid-transfer."),
         1);
-    EXPECT_FALSE(QFileInfo::exists(first->destinations().value(0) + "/checksums.txt"))
-        << "nothing of the pulled card is reported as verified";
+    const auto marked =
+        ManifestVerifier::verify(first->destinations().value(0), FileLayer::posix());
+    EXPECT_TRUE(marked.manifestFound && !marked.incomplete.isEmpty() && !marked.ok())
+        << "the pulled card's folder says it is not complete: "
+        << TestFiles::read(first->destinations().value(0) + "/checksums.txt").toStdString();
     EXPECT_EQ(view.count("ended: PULLED: Canceled"), 1);
     EXPECT_EQ(view.count("ended: NEXT: Done"), 1);
 }
