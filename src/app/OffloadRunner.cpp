@@ -15,6 +15,7 @@
 #include "QVGrowl.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "SignalPipe.h"
 #include "TerminalAppView.h"
 #include "TransferRequest.h"
 #include "TransferSummary.h"
@@ -97,14 +98,28 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
         QMetaObject::invokeMethod(
             QCoreApplication::instance(), [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
     });
+    // Stopped, the copy ends where it stands and marks its folders; the loop ends with it.
+    const SignalPipe stop([&controller](int) {
+        controller.dropWaitingVolumes();
+        if (!controller.stopRunningTransfers())
+            QCoreApplication::exit(0);
+    });
     controller.addVolumeToQueue(volume);
     QCoreApplication::exec();
+    SignalPipe::restoreDefaults();
     context.threads().joinAll();
+    if (volume->status() == QVVolume::Done) {
+        // Whatever the last report said, a finished transfer's bar is full.
+        VolumeSnapshot done = *volume->snapshot();
+        done.progress = done.maxProgress;
+        view.showProgress(done);
+    }
     view.endProgress();
 
-    const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
-    for (const QString& line : TransferSummary::lines(*volume, fromMedium))
+    for (const QString& line : TransferSummary::lines(*volume))
         print(line);
-    print(QStringLiteral("Verdict: ") + TransferSummary::verdict(*volume, fromMedium));
-    return volume->status() == QVVolume::Done ? 0 : 1;
+    print(QStringLiteral("Verdict: ") + TransferSummary::verdict(*volume));
+    std::fflush(stdout);
+    const bool verified = volume->status() == QVVolume::Done && volume->transferChecks().checksums;
+    return stop.exitStatus(verified ? 0 : 1);
 }

@@ -89,12 +89,17 @@ void TerminalAppView::setVolumesChangedHandler(std::function<void(const VolumeSn
 void TerminalAppView::showProgress(const VolumeSnapshot& volume) {
     const double total = volume.maxProgress > 0 ? volume.maxProgress : 1;
     const double fraction = std::min(1.0, volume.progress / total);
+    // The bar also counts each copy read back; a crew counts the card's bytes, once.
+    const double passes =
+        1.0 + (volume.checks.fromMedium ? double(std::max<qsizetype>(1, volume.destinations.size()))
+                                        : 0.0);
+    const double cardBytes = volume.maxProgress / passes;
     const double seconds = std::max(0.001, clock_.elapsed() / 1000.0);
     const QString remaining = volume.timeRemaining;
     const QString line = QStringLiteral("%1 / %2  %3/s  %4")
-                             .arg(QVFileManager::formatFileSize(volume.progress),
-                                  QVFileManager::formatFileSize(volume.maxProgress),
-                                  QVFileManager::formatFileSize(volume.progress / seconds),
+                             .arg(QVFileManager::formatFileSize(fraction * cardBytes),
+                                  QVFileManager::formatFileSize(cardBytes),
+                                  QVFileManager::formatFileSize(fraction * cardBytes / seconds),
                                   remaining.isEmpty() ? volume.statusText : remaining);
     if (terminal_) {
         const int width = 30;

@@ -7,33 +7,42 @@
 
 namespace {
 
-QString howChecked(bool fromMedium) {
-    return fromMedium ? QStringLiteral("read back from the media")
-                      : QStringLiteral("inline, not read back from the media");
+// How the copies were checked, as far as the transfer's checks went.
+QString howChecked(const TransferChecks& checks) {
+    if (checks.checksums) {
+        return checks.fromMedium ? QStringLiteral("verified, read back from the media")
+                                 : QStringLiteral("verified, inline, not read back from the media");
+    }
+    return checks.sizes ? QStringLiteral("copied, sizes checked, contents not verified")
+                        : QStringLiteral("copied, not verified");
 }
 
-QString destinationState(const TransferLedger& ledger, std::size_t index, bool fromMedium) {
+QString destinationState(const TransferLedger& ledger, std::size_t index,
+                         const TransferChecks& checks) {
     const QString size = QVFileManager::formatFileSize(double(ledger.bytesVerified(index)));
     if (ledger.isComplete(index)) {
-        return QStringLiteral("  complete: %1 files, %2, verified %3")
+        return QStringLiteral("  complete: %1 files, %2, %3")
             .arg(ledger.filesVerified(index))
-            .arg(size, howChecked(fromMedium));
+            .arg(size, howChecked(checks));
     }
-    return QStringLiteral("  NOT complete: %1 files (%2) verified, the rest failed (below)")
+    return QStringLiteral(
+               "  NOT complete: %1 files (%2) arrived whole, the rest failed or were "
+               "not copied (below)")
         .arg(ledger.filesVerified(index))
         .arg(size);
 }
 
 }  // namespace
 
-QStringList TransferSummary::lines(const QVVolume& volume, bool fromMedium) {
+QStringList TransferSummary::lines(const QVVolume& volume) {
+    const TransferChecks checks = volume.transferChecks();
     QStringList out;
     const QStringList destinations = volume.destinations();
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     for (qsizetype i = 0; i < destinations.size(); ++i) {
         out << QStringLiteral("Destination: ") + destinations[i];
         if (ledger && std::size_t(i) < ledger->destinationCount())
-            out << destinationState(*ledger, std::size_t(i), fromMedium);
+            out << destinationState(*ledger, std::size_t(i), checks);
     }
     if (!ledger)
         return out;
@@ -59,17 +68,28 @@ QStringList TransferSummary::lines(const QVVolume& volume, bool fromMedium) {
     return out;
 }
 
-QString TransferSummary::verdict(QVVolume& volume, bool fromMedium, bool imagesChecked) {
-    const QString size = QVFileManager::formatFileSize(double(volume.totalMediaUsage()));
-    if (volume.status() == QVVolume::Done && !volume.ledger()) {
+QString TransferSummary::verdict(QVVolume& volume) {
+    const TransferChecks checks = volume.transferChecks();
+    const std::shared_ptr<TransferLedger> ledger = volume.ledger();
+    const VolumeStatus status = volume.status();
+    if (status == QVVolume::Cancelled)
+        return QStringLiteral("NOT complete: ") +
+               volume.errorString().value_or(QStringLiteral("the transfer was cancelled"));
+    if (status != QVVolume::Done)
+        return QStringLiteral("FAILED: ") +
+               volume.errorString().value_or(QStringLiteral("unknown"));
+    if (!ledger) {
         // A disk image: read back whole from its medium, or not checked at all.
-        return imagesChecked ? QStringLiteral("verified, read back from the media (%1)").arg(size)
-                             : QStringLiteral(
-                                   "imaged, not verified: checksum verification is "
-                                   "off (%1)")
-                                   .arg(size);
+        const QString size = QVFileManager::formatFileSize(double(volume.totalMediaUsage()));
+        return checks.checksums
+                   ? QStringLiteral("verified, read back from the media (%1)").arg(size)
+                   : QStringLiteral(
+                         "imaged, not verified: checksum verification is "
+                         "off (%1)")
+                         .arg(size);
     }
-    if (volume.status() == QVVolume::Done)
-        return QStringLiteral("verified, %1 (%2)").arg(howChecked(fromMedium), size);
-    return QStringLiteral("FAILED: ") + volume.errorString().value_or(QStringLiteral("unknown"));
+    // What the copies hold: every destination of a finished transfer got the same.
+    const std::uint64_t copied = ledger->destinationCount() > 0 ? ledger->bytesVerified(0) : 0;
+    return QStringLiteral("%1 (%2)").arg(howChecked(checks),
+                                         QVFileManager::formatFileSize(double(copied)));
 }

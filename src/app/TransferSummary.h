@@ -14,8 +14,9 @@ class TransferSummary {
     static constexpr int kMostNamed = 50;
 
     /// "Destination: PATH" and its state per destination, then failures, interruption, links.
-    static QStringList lines(const QVVolume& volume, bool fromMedium);
-    /// "verified, read back from the media (SIZE)", "verified, inline, ..." or "FAILED: WHY".
-    /// A disk image is read back only when checksum verification is on (imagesChecked).
-    static QString verdict(QVVolume& volume, bool fromMedium, bool imagesChecked = true);
+    /// A copy is called verified only for the checks its transfer ran.
+    static QStringList lines(const QVVolume& volume);
+    /// "verified, read back from the media (SIZE)", "verified, inline, ...", "copied, not
+    /// verified (SIZE)", "NOT complete: WHY" or "FAILED: WHY"; SIZE is what each destination got.
+    static QString verdict(QVVolume& volume);
 };

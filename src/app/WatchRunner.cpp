@@ -1,12 +1,7 @@
 #include "WatchRunner.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QSocketNotifier>
 #include <cstdio>
 
 #include "AppContext.h"
@@ -17,34 +12,13 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "SignalPipe.h"
 #include "TerminalAppView.h"
 #include "TransferRequest.h"
 #include "TransferSummary.h"
 #include "WorkerThreads.h"
 
 namespace {
-
-int signalPipe[2] = {-1, -1};  // written by the signal handler, read on the main loop
-
-void onSignal(int) {
-    const char byte = 1;
-    const ssize_t written = ::write(signalPipe[1], &byte, 1);
-    static_cast<void>(written);
-}
-
-void setSignalHandler(void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    ::sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-}
-
-void installSignalPipe() {
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return;
-    setSignalHandler(onSignal);
-}
 
 void say(const QString& line) {
     std::printf("%s\n", line.toUtf8().constData());
@@ -76,23 +50,21 @@ QString describe(const QVVolume& volume) {
 }
 
 // Prints the verdict of an ended transfer; true when it verified.
-bool reportVerdict(QVVolume& volume, const SettingsStore& settings) {
-    const bool fromMedium = !settings.isOn(SettingsKey::inlineVerification);
-    const bool imagesChecked = settings.isOn(SettingsKey::verifyFileChecksums);
+bool reportVerdict(QVVolume& volume) {
     const VolumeStatus status = volume.status();
     if (status != QVVolume::Done) {
         say(QStringLiteral("%1: %2").arg(
             volume.name(), status == QVVolume::Failed
-                               ? TransferSummary::verdict(volume, fromMedium, imagesChecked)
+                               ? TransferSummary::verdict(volume)
                                : volume.errorString().value_or(QStringLiteral("stopped"))));
-        for (const QString& line : TransferSummary::lines(volume, fromMedium)) {
+        for (const QString& line : TransferSummary::lines(volume)) {
             if (!line.startsWith(QLatin1String("Destination: ")) && !line.startsWith(u' '))
                 say(QStringLiteral("%1: %2").arg(volume.name(), line));
         }
         return false;
     }
     say(QStringLiteral("%1: %2 -> %3")
-            .arg(volume.name(), TransferSummary::verdict(volume, fromMedium, imagesChecked),
+            .arg(volume.name(), TransferSummary::verdict(volume),
                  volume.destinations().join(u", ")));
     return true;
 }
@@ -116,7 +88,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
         return 2;
     }
     applyOverrides(settings, request);
-    installSignalPipe();
+    SignalPipe stopSignal([](int) { QCoreApplication::exit(0); });
     TerminalAppView view;
     view.setDesktopNotifier(&app.growl());
     const Services services = app.services(view);
@@ -129,8 +101,7 @@ int WatchRunner::run(AppContext& app, const Request& request) {
     // are written; it is printed (and the card ejected) on the main loop.
     view.setTransferEndedHandler([&](const std::shared_ptr<QVVolume>& volume) {
         QMetaObject::invokeMethod(
-            &context, [&, volume] { anyFailed |= !reportVerdict(*volume, settings); },
-            Qt::QueuedConnection);
+            &context, [&, volume] { anyFailed |= !reportVerdict(*volume); }, Qt::QueuedConnection);
     });
 
     // Watching starts first so that a card mounted while the list is built is not missed.
@@ -153,17 +124,22 @@ int WatchRunner::run(AppContext& app, const Request& request) {
         say(QStringLiteral("Listed: ") + describe(*volume));
     say(QStringLiteral("Watching for cards; Ctrl-C to stop."));
 
-    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated,
-                     [] { QCoreApplication::exit(0); });
     QCoreApplication::exec();
 
     // A second Ctrl-C while stopping ends the program at once.
-    setSignalHandler(SIG_DFL);
+    SignalPipe::restoreDefaults();
     mounts.stopWatching();
     if (stopTransfers(controller))
         anyFailed = true;
     app.finishWork();
+    // What each stopped transfer left where: its folders are marked, not complete.
+    for (const auto& volume : controller.dataArray()) {
+        if (volume->status() != QVVolume::Cancelled || volume->destinations().isEmpty())
+            continue;
+        say(QStringLiteral("%1: %2").arg(volume->name(), TransferSummary::verdict(*volume)));
+        for (const QString& line : TransferSummary::lines(*volume))
+            say(QStringLiteral("%1: %2").arg(volume->name(), line));
+    }
     QVLog::appendLog(u"Watch stopped");
-    return anyFailed ? 1 : 0;
+    return stopSignal.exitStatus(anyFailed ? 1 : 0);
 }

@@ -32,10 +32,33 @@ bool makeFolders(FileLayer& layer, const QByteArray& folder) {
 
 // The end of a copy, shared by the inline check and the read-back's: digests compared (each
 // mismatch of a copy that was made told), the source's attributes given to every copy that was
-// made, then finished.
+// made, each sound copy given its own name, then finished. `sound`: made and written whole.
 void finishCopy(FileLayer& layer, CopyDelegate* delegate, const std::shared_ptr<CopyInfo>& info,
-                const QString& sourceDigest, const QStringList& digests,
-                const std::optional<struct stat>& attributes, const std::vector<bool>& made) {
+                const QString& sourceDigest, QStringList digests,
+                const std::optional<struct stat>& attributes, const std::vector<bool>& made,
+                const std::vector<bool>& sound) {
+    if (!attributes)
+        SystemLog::log(u"Error getting metadata for file %@", info->source);
+    for (qsizetype i = 0; i < info->destinationPaths.size(); ++i) {
+        const std::size_t d = std::size_t(i);
+        if (!made[d])
+            continue;
+        const QByteArray partial = CopyEngine::partialPathFor(info->destinationPaths[i]);
+        // Without the source's attributes there is nothing sound to give the copies.
+        if (!attributes || !layer.applyAttributes(partial, *attributes))
+            SystemLog::log(u"Error setting metadata for file %@", info->destinations[i]);
+        const bool equal = sourceDigest.isNull() || digests.value(i) == sourceDigest;
+        if (!sound[d] || !equal)
+            continue;
+        if (layer.rename(partial, info->destinationPaths[i]) == 0)
+            continue;
+        const int code = errno;
+        SystemLog::log(u"Error writing file %@: %i", info->destinations[i], code);
+        if (delegate)
+            delegate->fileCopyProblem(info, int(i), describe("can't be given its name: ", code));
+        if (i < digests.size())
+            digests[i] = QString("");  // the copy is not where its name says
+    }
     if (!sourceDigest.isNull()) {
         info->sourceChecksum = sourceDigest;
         for (qsizetype i = 0; i < digests.size(); ++i) {
@@ -45,15 +68,6 @@ void finishCopy(FileLayer& layer, CopyDelegate* delegate, const std::shared_ptr<
             delegate->fileCopyVerificationFailed(info, info->destinations[i]);
         }
         info->destChecksums = digests;
-    }
-    if (!attributes)
-        SystemLog::log(u"Error getting metadata for file %@", info->source);
-    for (qsizetype i = 0; i < info->destinationPaths.size(); ++i) {
-        if (!made[std::size_t(i)])
-            continue;
-        // Without the source's attributes there is nothing sound to give the copies.
-        if (!attributes || !layer.applyAttributes(info->destinationPaths[i], *attributes))
-            SystemLog::log(u"Error setting metadata for file %@", info->destinations[i]);
     }
     if (delegate)
         delegate->fileCopyFinished(info);
@@ -137,7 +151,7 @@ std::vector<CopyPipeline::Destination> CopyEngine::openDestinations(
     for (qsizetype i = 0; i < info_->destinationPaths.size(); ++i) {
         const QByteArray& path = info_->destinationPaths[i];
         const bool wanted = ready[std::size_t(i)] && !path.isEmpty();
-        const int fd = wanted ? files.keep(layer_.openReadWrite(path)) : -1;
+        const int fd = wanted ? openDestination(files, path) : -1;
         if (fd < 0 && wanted) {
             const int code = errno;
             destinationErrors_[std::size_t(i)] = code;
@@ -148,6 +162,21 @@ std::vector<CopyPipeline::Destination> CopyEngine::openDestinations(
         targets.push_back({path, fd});
     }
     return targets;
+}
+
+// A folder in the copy's place would refuse its name only at the end, after all the writing.
+int CopyEngine::openDestination(OpenFiles& files, const QByteArray& path) {
+    struct stat status {};
+    if (layer_.linkStatus(path, &status) == 0 && S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return -1;
+    }
+    return files.keep(layer_.openReadWrite(partialPathFor(path)));
+}
+
+QByteArray CopyEngine::partialPathFor(const QByteArray& path) {
+    const qsizetype slash = path.lastIndexOf('/');
+    return path.left(slash + 1) + '.' + path.mid(slash + 1) + ".cardsweep-part";
 }
 
 bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destinations,
@@ -197,7 +226,7 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
     for (const CopyPipeline::Destination& target : targets) {
         opened.push_back(target.fd >= 0);
         destinationFds.push_back(target.fd);
-        readBackPaths << (target.fd >= 0 ? target.path : QByteArray());
+        readBackPaths << (target.fd >= 0 ? partialPathFor(target.path) : QByteArray());
     }
     if (std::find(opened.begin(), opened.end(), true) == opened.end())
         return false;  // nothing to copy to
@@ -256,12 +285,15 @@ bool CopyEngine::copy(const QByteArray& source, const QList<QByteArray>& destina
         return everyCopyMade;
     }
     QStringList digests;
+    std::vector<bool> sound(opened.size());
     for (std::size_t i = 0; i < result.destinationDigests.size(); ++i)
         digests << (opened[i] ? result.destinationDigests[i].hexDigest() : QString(""));
+    for (std::size_t i = 0; i < opened.size(); ++i)
+        sound[i] = !failed[i];
     struct stat attributes {};
     const bool known = layer_.status(source, &attributes) == 0;
     finishCopy(layer_, delegate_, info_, sourceDigest, digests,
-               known ? std::optional(attributes) : std::nullopt, opened);
+               known ? std::optional(attributes) : std::nullopt, opened, sound);
     return everyCopyMade;
 }
 
@@ -277,16 +309,18 @@ void CopyEngine::handOverToReadBack(MediaReadBack::Check& check, const QString& 
     FileLayer& layer = layer_;
     CopyDelegate* const delegate = delegate_;
     const std::shared_ptr<CopyInfo> info = info_;
-    readBack_->complete(check, failed,
-                        [=, &layer](const std::vector<MediaReadBack::Outcome>& outcomes) {
-                            QStringList digests;
-                            for (std::size_t i = 0; i < outcomes.size(); ++i) {
-                                if (!failed[i] && !outcomes[i].problem.isEmpty() && delegate)
-                                    delegate->fileCopyProblem(info, int(i), outcomes[i].problem);
-                                digests << (failed[i] ? QString("") : outcomes[i].digest);
-                            }
-                            finishCopy(layer, delegate, info, sourceDigest, digests, known, opened);
-                        });
+    readBack_->complete(
+        check, failed, [=, &layer](const std::vector<MediaReadBack::Outcome>& outcomes) {
+            QStringList digests;
+            std::vector<bool> sound(outcomes.size());
+            for (std::size_t i = 0; i < outcomes.size(); ++i) {
+                if (!failed[i] && !outcomes[i].problem.isEmpty() && delegate)
+                    delegate->fileCopyProblem(info, int(i), outcomes[i].problem);
+                digests << (failed[i] ? QString("") : outcomes[i].digest);
+                sound[i] = !failed[i] && outcomes[i].problem.isEmpty();
+            }
+            finishCopy(layer, delegate, info, sourceDigest, digests, known, opened, sound);
+        });
 }
 
 std::optional<CopyPipeline::Result> CopyEngine::transfer(

@@ -43,6 +43,10 @@ class CopyEngine {
     /// After copy: per destination, errno of what made it fail (creating, writing or closing
     /// its copy), else 0.
     const std::vector<int>& destinationErrors() const { return destinationErrors_; }
+    /// Where a copy grows until all of it is written (and, with a read-back, found equal to
+    /// the source): a hidden name in the same folder, which the walks leave out. A copy that
+    /// fails or is stopped keeps it, so no file under its own name is ever short or wrong.
+    static QByteArray partialPathFor(const QByteArray& path);
     /// Further digests of the source made from the same read (CopyInfo::alsoChecksums).
     void alsoDigest(std::vector<DigestContext::Kind> kinds) { also_ = std::move(kinds); }
 
@@ -50,6 +54,7 @@ class CopyEngine {
     class OpenFiles;
     /// Per destination, whether its folder is there.
     std::vector<bool> prepareFolders(const QList<QByteArray>& destinations);
+    int openDestination(OpenFiles& files, const QByteArray& path);
     std::vector<CopyPipeline::Destination> openDestinations(OpenFiles& files,
                                                             const std::vector<bool>& ready);
     std::optional<CopyPipeline::Result> transfer(int sourceFd, std::uint64_t size,

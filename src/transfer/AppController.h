@@ -265,7 +265,18 @@ class AppController {
     void onMainThread(std::function<void()> fn, bool wait);
     /// The volume changed: the view gets its snapshot soon, and the list is redrawn.
     void publish(const std::shared_ptr<QVVolume>& volume, bool wait = false);
-    void setOutcome(QVVolume& volume, bool copyFailed);
+    /// copyErrors: per destination, errno of the failure that put it out of use, else 0;
+    /// freeAtStart: the space each destination had when the copy began.
+    void setOutcome(QVVolume& volume, bool copyFailed, const std::vector<int>& copyErrors = {},
+                    const std::vector<std::uint64_t>& freeAtStart = {});
+    /// "No space left on NAME (needs X, Y free)" for each full destination, then the complete
+    /// ones; empty when no destination ran out of space.
+    QString fullDestinationsText(QVVolume& volume, const std::vector<int>& copyErrors,
+                                 const std::vector<std::uint64_t>& freeAtStart) const;
+    /// A transfer that ended early marks the folders it wrote into (manifest, report), unless
+    /// they are being removed.
+    void markEndedEarly(const std::shared_ptr<QVVolume>& volume, const QString& cardPath,
+                        const QDateTime& started);
     bool isDestinationDrive(const QString& path) const;
     bool stoppedByCancel(const std::shared_ptr<QVVolume>& volume, const QStringList& reserved);
     /// The volumes of the view's selected rows, in row order.
@@ -277,7 +288,7 @@ class AppController {
                                                 const QStringList& destinations,
                                                 const QString& relativeSource);
     bool copyVolumeItems(const QString& path, const QStringList& destinations,
-                         const std::shared_ptr<QVVolume>& volume);
+                         const std::shared_ptr<QVVolume>& volume, std::vector<int>* copyErrors);
     /// Adds copied or read-back bytes to the volume's bar, refreshing the view now and then.
     void advanceProgress(const std::shared_ptr<QVVolume>& volume, double bytes);
     /// A copy of the volume read back damaged: counted, shown for review, notified.

@@ -53,6 +53,12 @@ bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
                                     const QStringList& reserved) {
     if (volume->status() != QVVolume::Cancelled)
         return false;
+    // Folders claimed already are marked as not complete, like those of a copy cut short.
+    if (volume->destinations().isEmpty() && !inImageMode()) {
+        for (const QString& folder : reserved)
+            volume->addDestination(folder);
+    }
+    markEndedEarly(volume, volume->path(), QDateTime::currentDateTimeUtc());
     stopCancelledTransfer(volume, reserved);
     return true;
 }
@@ -153,7 +159,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         QVLog::appendLogAndPrint(u"Volume media usage: %llu",
                                  static_cast<unsigned long long>(usage));
         // Copies read back from their medium count as much again per destination.
-        const double readBack = !imageMode && !settings_.isOn(SettingsKey::inlineVerification)
+        const double readBack = !imageMode && v.transferChecks().fromMedium
                                     ? double(usage) * double(reserved.size())
                                     : 0.0;
         const double maximum = double(transferSize(v)) + readBack;

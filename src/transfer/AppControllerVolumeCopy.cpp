@@ -8,6 +8,7 @@
 #include "ChecksumList.h"
 #include "ChecksumManifest.h"
 #include "DigestContext.h"
+#include "FileLayer.h"
 #include "HistorySealer.h"
 #include "MainThread.h"
 #include "MetadataField.h"
@@ -55,7 +56,8 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
                                                            const QString& relativeSource) {
     VolumeCopy::Options options;
     options.type = verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
-    options.fromMedium = !settings_.isOn(SettingsKey::inlineVerification);
+    // Read back from the media only when checksums are to be verified.
+    options.fromMedium = volume->transferChecks().fromMedium;
     options.also = alsoKindsOf(settings_);
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
@@ -69,7 +71,8 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
 // Every item of the card to every destination, then every copy read back; true when nothing
 // failed on the way.
 bool AppController::copyVolumeItems(const QString& path, const QStringList& destinations,
-                                    const std::shared_ptr<QVVolume>& volume) {
+                                    const std::shared_ptr<QVVolume>& volume,
+                                    std::vector<int>* copyErrors) {
     QVVolume& v = *volume;
     std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, path);
     const bool movies = v.hasQTMovies();
@@ -99,6 +102,7 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
         publish(volume);
         copy->finish();
     }
+    *copyErrors = copy->destinationErrors();
     return whole;
 }
 
@@ -106,18 +110,25 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
                              const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
     const QDateTime started = QDateTime::currentDateTimeUtc();
+    std::vector<std::uint64_t> freeAtStart;
+    for (const QString& destination : destinations) {
+        FileLayer::Space space;
+        freeAtStart.push_back(
+            fileLayer_.freeSpace(PathText::bytes(destination), &space) == 0 ? space.available : 0);
+    }
     bool copyFailed = false;
+    std::vector<int> copyErrors;
     try {
-        copyFailed = !copyVolumeItems(path, destinations, volume);
+        copyFailed = !copyVolumeItems(path, destinations, volume, &copyErrors);
     } catch (const std::exception& exception) {
         // No thread or memory to be had: the copy can't go on, and nothing of it is proven.
         QVException::logException(exception, "copyDisk:destinations:volume:");
         return false;
     }
 
-    // A card cancelled or pulled away in the view's eyes gets no manifest: one would look like
-    // the record of a complete card.
+    // A card cancelled or pulled away stops here, its folders marked as not complete.
     if (v.status() == QVVolume::Cancelled) {
+        markEndedEarly(volume, path, started);
         stopCancelledTransfer(volume, destinations);
         return true;
     }
@@ -127,8 +138,9 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     writeReportForVolume(v, path, report);
     writeHistoryForVolume(v, TransferReport::cardRecord(report.card, report.start, report.end));
     QVLog::appendLog(u"Volume copy finished");
-    setOutcome(v, copyFailed);
+    setOutcome(v, copyFailed, copyErrors, freeAtStart);
     if (v.status() == QVVolume::Cancelled) {
+        markEndedEarly(volume, path, started);
         stopCancelledTransfer(volume, destinations);
         return true;
     }
@@ -145,9 +157,73 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     return true;
 }
 
-void AppController::setOutcome(QVVolume& v, bool copyFailed) {
+void AppController::markEndedEarly(const std::shared_ptr<QVVolume>& volume, const QString& cardPath,
+                                   const QDateTime& started) {
+    QVVolume& v = *volume;
+    const QStringList destinations = v.destinations();
+    {
+        const std::lock_guard lock(removalMutex_);
+        if (destinations.isEmpty() || inImageMode() || removalRequests_.count(volume) > 0)
+            return;
+    }
+    // Stopped before the first file: the folders are marked all the same.
+    std::shared_ptr<TransferLedger> ledger = v.ledger();
+    if (!ledger) {
+        ledger = std::make_shared<TransferLedger>(std::size_t(destinations.size()));
+        v.setLedger(ledger);
+    }
+    ledger->recordInterruption(
+        v.errorString().value_or(QStringLiteral("the transfer was cancelled")));
+    writeChecksumFileForVolume(v);
+    writeReportForVolume(v, cardPath, reportContent(v, started));
+}
+
+QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>& copyErrors,
+                                            const std::vector<std::uint64_t>& freeAtStart) const {
+    const QStringList destinations = v.destinations();
+    const std::shared_ptr<TransferLedger> ledger = v.ledger();
+    QStringList full;
+    QStringList complete;
+    for (qsizetype i = 0; i < destinations.size(); ++i) {
+        const std::size_t d = std::size_t(i);
+        const int error = d < copyErrors.size() ? copyErrors[d] : 0;
+        // The folder the crew ticked, not the one reserved inside it.
+        QString name = destinations[i];
+        for (const DestinationEntry& entry : destinationList()) {
+            if (!entry.path.isEmpty() && destinations[i].startsWith(entry.path))
+                name = entry.path;
+        }
+        if (error == ENOSPC || error == EDQUOT) {
+            full << QStringLiteral("No space left on %1 (needs %2, %3 free)")
+                        .arg(name, QVFileManager::formatFileSize(double(v.totalMediaUsage())),
+                             QVFileManager::formatFileSize(
+                                 double(d < freeAtStart.size() ? freeAtStart[d] : 0)));
+        } else if (ledger && d < ledger->destinationCount() && ledger->isComplete(d)) {
+            complete << name;
+        }
+    }
+    if (full.isEmpty())
+        return {};
+    QString text = full.join(u"; ");
+    if (!complete.isEmpty())
+        text += QStringLiteral("; complete on ") + complete.join(u", ");
+    return text;
+}
+
+void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<int>& copyErrors,
+                               const std::vector<std::uint64_t>& freeAtStart) {
     const bool growl = settings_.isOn(SettingsKey::actionGrowl);
     const std::shared_ptr<TransferLedger> ledger = v.ledger();
+    // A full disk is named as such, not as the damage its last, cut-short copy shows.
+    if (const QString full = fullDestinationsText(v, copyErrors, freeAtStart); !full.isEmpty()) {
+        v.setStatus(QVVolume::Failed);
+        v.setErrorString(full);
+        QVLog::appendLog(u"Error: %@", full);
+        if (growl)
+            services_.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
+                                                     QString(), QStringLiteral("Transfer Failed"));
+        return;
+    }
     if (!v.failedFiles().empty()) {
         const QString reason = QStringLiteral(
             "Verification failure: Source file sizes do not match destination file sizes");
@@ -292,13 +368,17 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     report.card.fileSystem = volume.udid();
     report.digest =
         DigestContext::name(digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
-    const bool inlineCheck = settings_.isOn(SettingsKey::inlineVerification);
-    report.checkedHow = inlineCheck ? QStringLiteral(
-                                          "inline, as each block was written; not read "
-                                          "back from the media")
-                                    : QStringLiteral(
-                                          "read back from the media after each copy "
-                                          "was flushed");
+    const TransferChecks checks = volume.transferChecks();
+    if (!checks.checksums)
+        report.checkedHow = checks.sizes ? QStringLiteral("sizes only; contents not verified")
+                                         : QStringLiteral("not verified: checks were off");
+    else if (!checks.fromMedium)
+        report.checkedHow =
+            QStringLiteral("inline, as each block was written; not read back from the media");
+    else
+        report.checkedHow = QStringLiteral("read back from the media after each copy was flushed");
+    const QString whole = checks.checksums ? QStringLiteral("complete and verified")
+                                           : QStringLiteral("complete, copied, not verified");
     report.start = start;
     report.end = QDateTime::currentDateTimeUtc();
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
@@ -308,10 +388,9 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     for (qsizetype i = 0; i < destinations.size(); ++i) {
         const bool complete =
             std::size_t(i) < ledger->destinationCount() && ledger->isComplete(std::size_t(i));
-        report.destinations.push_back({destinations[i],
-                                       complete ? QStringLiteral("complete and verified")
-                                                : QStringLiteral("NOT complete: see the failures"),
-                                       complete});
+        report.destinations.push_back(
+            {destinations[i], complete ? whole : QStringLiteral("NOT complete: see the failures"),
+             complete});
     }
     report.files = [ledger](const TransferReport::FileSink& sink) {
         ledger->forEachFile(

@@ -331,8 +331,14 @@ QString QVVolume::statusText() const {
             return QStringLiteral("Formatting...");
         case Unmounting:
             return QStringLiteral("Unmounting...");
-        case Done:
-            return QStringLiteral("Done");
+        case Done: {
+            // "Done" alone is read as verified; it is said only when the contents were.
+            const TransferChecks checks = transferChecks();
+            if (!checks.started || checks.checksums)
+                return QStringLiteral("Done");
+            return checks.sizes ? QStringLiteral("Done (sizes checked)")
+                                : QStringLiteral("Done (copied, not verified)");
+        }
         case Cancelled:
             // Stopped by something other than the user (a pulled card, shutting down): why.
             return errorString().value_or(QStringLiteral("Canceled"));

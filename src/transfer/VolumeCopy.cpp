@@ -298,6 +298,13 @@ void VolumeCopy::finish() {
     }
 }
 
+std::vector<int> VolumeCopy::destinationErrors() const {
+    std::vector<int> errors;
+    for (const std::atomic<int>& error : deadErrors_)
+        errors.push_back(error.load());
+    return errors;
+}
+
 void VolumeCopy::cancel() {
     if (readBack_)
         readBack_->cancel();

@@ -60,6 +60,8 @@ class VolumeCopy {
     bool checksFromMedium() const { return readBack_.has_value(); }
 
     const std::shared_ptr<TransferLedger>& ledger() const { return ledger_; }
+    /// Per destination, errno of the failure that put it out of use (a full disk...), else 0.
+    std::vector<int> destinationErrors() const;
 
   private:
     /// As copyItem, with what lstat said of the item.

@@ -29,6 +29,10 @@ namespace {
 
 constexpr std::uint64_t MiB = 1024 * 1024;
 
+QString partialOf(const QString& copy) {
+    return QFile::decodeName(CopyEngine::partialPathFor(QFile::encodeName(copy)));
+}
+
 // Records every message, in order; can cancel at the n-th question. Copies checked from their
 // medium are settled on the read-back's threads, so the record is kept under a lock; the test
 // reads it once the work is done.
@@ -159,8 +163,11 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
                      .copyFileWithProgress(source, copies, VerificationType::MD5, &canceller));
     EXPECT_EQ(canceller.events,
               QStringList({QStringLiteral("bytes %1").arg(40 * MiB), "continue?"}));
-    for (const QString& copy : copies)
-        EXPECT_EQ(QFileInfo(copy).size(), qint64(40 * MiB)) << "partial files hold what was told";
+    for (const QString& copy : copies) {
+        EXPECT_FALSE(QFileInfo::exists(copy)) << "a stopped copy never takes its own name";
+        EXPECT_EQ(QFileInfo(partialOf(copy)).size(), qint64(40 * MiB))
+            << "partial files hold what was told";
+    }
 }
 
 TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
@@ -199,12 +206,14 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
               QStringList({info.destChecksums->at(0), info.destChecksums->at(2),
                            info.destChecksums->at(3)}));
     EXPECT_EQ(TestFiles::read(good), bytes);
-    // A damaged copy's digest is that of what it really holds.
+    // A damaged copy keeps its temporary name; its digest is that of what it really holds.
+    for (const QString& damaged : {full, corrupt, unreadable})
+        EXPECT_FALSE(QFileInfo::exists(damaged)) << qPrintable(damaged);
     EXPECT_EQ(info.destChecksums->at(0),
-              FileSHA1HashCreateWithPath(full, 4096, {}, FileLayer::posix()));
+              FileSHA1HashCreateWithPath(partialOf(full), 4096, {}, FileLayer::posix()));
     EXPECT_EQ(info.destChecksums->at(2),
-              FileSHA1HashCreateWithPath(corrupt, 4096, {}, FileLayer::posix()));
-    EXPECT_EQ(QFileInfo(full).size(), qint64(5 * MiB + 1));
+              FileSHA1HashCreateWithPath(partialOf(corrupt), 4096, {}, FileLayer::posix()));
+    EXPECT_EQ(QFileInfo(partialOf(full)).size(), qint64(5 * MiB + 1));
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(3)) << "the record keeps the last failure";
 }
 
@@ -354,7 +363,7 @@ TEST(CopyEngine, CopiesAreProvenFromTheirMediumNeverFromTheCache) {
     EXPECT_EQ(info.destChecksums->at(0), *info.sourceChecksum);
     EXPECT_NE(info.destChecksums->at(1), *info.sourceChecksum);
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(1));
-    EXPECT_EQ(TestFiles::read(rootB + "/large.mxf"), TestFiles::read(large))
+    EXPECT_EQ(TestFiles::read(partialOf(rootB + "/large.mxf")), TestFiles::read(large))
         << "the file itself is whole: only its medium lies";
 }
 

@@ -1,6 +1,7 @@
 // Cards on real loop devices: cardsweep-cli watch seeing one mounted, transferring, verifying
 // and ejecting it; the controller's erase, with its refusals; a card pulled mid-transfer.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -15,7 +16,9 @@
 #include "AppController.h"
 #include "CardTest.h"
 #include "FaultyFileLayer.h"
+#include "FileLayer.h"
 #include "LoopCard.h"
+#include "ManifestVerifier.h"
 #include "MountTable.h"
 #include "Preferences.h"
 #include "QVTask.h"
@@ -106,7 +109,7 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
         text = output.text();
         ASSERT_TRUE(ejected) << text.toStdString();
     }
-    EXPECT_EQ(watch.terminationStatus(), 0) << text.toStdString();
+    EXPECT_EQ(watch.terminationStatus(), 128 + SIGTERM) << text.toStdString();
     EXPECT_TRUE(text.contains("Listed: PRESENT (EOSHD) at " + present->mountPoint()))
         << text.toStdString();
     EXPECT_TRUE(text.contains("Listed: EOS_DIGITAL (EOSHD) at " + card->mountPoint()));
@@ -214,8 +217,11 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
     EXPECT_EQ(
         view.count("sheet: Transfer interrupted | The source drive was unmounted mid-transfer."),
         1);
-    EXPECT_FALSE(QFileInfo::exists(first->destinations().value(0) + "/checksums.txt"))
-        << "nothing of the pulled card is reported as verified";
+    const auto marked =
+        ManifestVerifier::verify(first->destinations().value(0), FileLayer::posix());
+    EXPECT_TRUE(marked.manifestFound && !marked.incomplete.isEmpty() && !marked.ok())
+        << "the pulled card's folder says it is not complete: "
+        << TestFiles::read(first->destinations().value(0) + "/checksums.txt").toStdString();
     EXPECT_EQ(view.count("ended: PULLED: Canceled"), 1);
     EXPECT_EQ(view.count("ended: NEXT: Done"), 1);
 }

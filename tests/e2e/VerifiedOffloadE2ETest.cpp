@@ -21,10 +21,12 @@
 #include "LyingMedium.h"
 #include "ManifestVerifier.h"
 #include "Preferences.h"
+#include "QVTask.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "TestFiles.h"
 #include "TestServices.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -51,6 +53,17 @@ void writeClips(const LoopCard& card, const QString& prefix, int count, qint64 s
         TestFiles::write(
             card.mountPoint() + QStringLiteral("/CLIP/%1C00%2.MXF").arg(prefix).arg(clip),
             TestFiles::randomBytes(size, quint32(clip)));
+}
+
+// Every file under its own name in the copy holds the card's bytes; temporary names are hidden.
+void expectNoNamedFileDiffers(const QString& card, const QString& copy) {
+    const auto original = TestFiles::tree(card);
+    for (const auto& [path, bytes] : TestFiles::tree(copy, {"ascmhl"})) {
+        if (path.contains("/.") || path == "/checksums.txt" || path == "/Transfer Report.html")
+            continue;
+        const auto found = original.find(path);
+        EXPECT_TRUE(found != original.end() && found->second == bytes) << path.toStdString();
+    }
 }
 
 // One controller with settings of its own, transferring to the given folders.
@@ -170,7 +183,8 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
     const auto pulled = controller.list("C001", card->mountPoint());
     controller.transfer(pulled, [&] {
         ASSERT_TRUE(waitUntil([&] {
-            const QString copy = pulled->destinations().value(0) + "/CONTENTS/CLIP/C001C001.MXF";
+            const QString copy =
+                pulled->destinations().value(0) + "/CONTENTS/CLIP/.C001C001.MXF.cardsweep-part";
             return QFileInfo(copy).size() >= 8 * MiB;
         }));
         const pid_t fuse = fuseProcessOf(*card);
@@ -190,6 +204,8 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
         ManifestVerifier::verify(pulled->destinations().value(0), FileLayer::posix());
     EXPECT_TRUE(report.manifestFound);
     EXPECT_FALSE(report.ok());
+    EXPECT_FALSE(QFileInfo::exists(pulled->destinations().value(0) + "/CONTENTS/CLIP/C001C001.MXF"))
+        << "a clip cut short never has its own name";
 }
 
 TEST_F(VerifiedOffloadE2E, ACardTooLargeForADestinationIsRefusedBeforeAByteIsWritten) {
@@ -223,3 +239,55 @@ TEST_F(VerifiedOffloadE2E, ACardTooLargeForADestinationIsRefusedBeforeAByteIsWri
     EXPECT_TRUE(volume->destinations().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(workPath("disk")));
 }
+
+// Stopped by a signal while bytes flow to a slow medium: the copy ends where it stands, every
+// folder is marked, what is complete where is printed, and the status is 128 + the signal.
+class InterruptedOffloadE2E : public CardTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(InterruptedOffloadE2E, MarksEveryFolderAndEndsWith128PlusTheSignal) {
+    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+        GTEST_SKIP() << "no slow medium: " << reason.toStdString();
+    const auto card = mountCard("E001");
+    ASSERT_TRUE(card);
+    writeClips(*card, "E001", 3, 16 * MiB);
+    LyingMedium slow(workPath("slow"), -1);  // a FUSE medium, honest here, just slow
+    ASSERT_TRUE(slow.ok()) << slow.error().toStdString();
+
+    QVTask cli;
+    cli.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
+    cli.setArguments(
+        {"offload", card->mountPoint(), "--dest", slow.mountPoint(), "--dest", workPath("disk")});
+    cli.setStandardOutput(QVTask::Channel::Pipe);
+    cli.setStandardError(QVTask::Channel::NullDevice);
+    cli.launch();
+    QByteArray output;
+    std::thread reader([&] {
+        for (QByteArray piece = cli.readOutput(); !piece.isEmpty(); piece = cli.readOutput())
+            output += piece;
+    });
+    const bool flowing = waitUntil([&] {
+        QDirIterator parts(slow.mountPoint(), {"*.cardsweep-part"}, QDir::Files | QDir::Hidden,
+                           QDirIterator::Subdirectories);
+        return parts.hasNext() && QFileInfo(parts.next()).size() > 0;
+    });
+    ::kill(cli.processIdentifier(), GetParam());
+    cli.waitUntilExit();
+    reader.join();
+    const CliRunner::Run run{cli.terminationStatus(), QString::fromUtf8(output)};
+    ASSERT_TRUE(flowing) << run.output.toStdString();
+    EXPECT_EQ(run.status, 128 + GetParam()) << run.output.toStdString();
+    EXPECT_TRUE(run.output.contains("Verdict: NOT complete")) << run.output.toStdString();
+    const QStringList folders = run.destinations();
+    ASSERT_EQ(folders.size(), 2) << run.output.toStdString();
+    for (const QString& folder : folders) {
+        const auto check = ManifestVerifier::verify(folder, FileLayer::posix());
+        EXPECT_TRUE(check.manifestFound && !check.incomplete.isEmpty()) << folder.toStdString();
+        EXPECT_TRUE(TestFiles::read(folder + "/Transfer Report.html").contains("NOT complete"));
+        expectNoNamedFileDiffers(card->mountPoint(), folder);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptedOffloadE2E, ::testing::Values(SIGINT, SIGTERM),
+                         [](const auto& info) {
+                             return std::string(info.param == SIGINT ? "SIGINT" : "SIGTERM");
+                         });

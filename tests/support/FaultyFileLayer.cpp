@@ -7,11 +7,24 @@
 #include <thread>
 #include <vector>
 
+namespace {
+
+// A copy growing under its hidden temporary name has the faults of the file it becomes.
+QByteArray finalPathOf(const QByteArray& path) {
+    static const QByteArray suffix = ".cardsweep-part";
+    const qsizetype slash = path.lastIndexOf('/');
+    if (!path.endsWith(suffix) || path.size() <= slash + 1 || path[slash + 1] != '.')
+        return path;
+    return path.left(slash + 1) + path.mid(slash + 2, path.size() - slash - 2 - suffix.size());
+}
+
+}  // namespace
+
 int FaultyFileLayer::track(int fd, const QByteArray& path) {
     if (fd < 0)
         return fd;
     const std::lock_guard lock(mutex_);
-    open_[fd] = path;
+    open_[fd] = finalPathOf(path);
     return fd;
 }
 
@@ -199,7 +212,8 @@ FaultyFileLayer::Faults FaultyFileLayer::faultsFor(int fd) const {
     return path == open_.end() ? Faults() : faultsForPath(path->second);
 }
 
-FaultyFileLayer::Faults FaultyFileLayer::faultsForPath(const QByteArray& path) const {
+FaultyFileLayer::Faults FaultyFileLayer::faultsForPath(const QByteArray& given) const {
+    const QByteArray path = finalPathOf(given);
     // A fault set for a path ending applies to every file whose path ends so.
     for (const auto& [ending, faults] : faults_) {
         if (path.endsWith(ending))

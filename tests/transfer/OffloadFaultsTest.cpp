@@ -84,7 +84,8 @@ TEST_F(OffloadFaultsTest, AClipThatCantBeReadIsNamedAndTheRestOfTheCardStillArri
         auto copy = TestFiles::exactTree(
             QFile::encodeName(destination),
             {"checksums.txt", "checksums.md5", "ascmhl", "Transfer Report.html"});
-        copy.erase("/CONTENTS/CLIP/A001C003.MXF");  // as much as could be read
+        // As much as could be read, never under the clip's own name.
+        EXPECT_EQ(copy.erase("/CONTENTS/CLIP/.A001C003.MXF.cardsweep-part"), 1u);
         EXPECT_EQ(copy, expected) << "every readable file arrived whole";
         EXPECT_TRUE(manifestOf(destination).contains("FAILED\tA001C003.MXF\n"));
         const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
@@ -151,28 +152,66 @@ TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) 
     EXPECT_EQ(copiedTree(destinations[0]).erase("/checksums.txt"), 1u);
     const auto damaged = ManifestVerifier::verify(destinations[1], FileLayer::posix());
     EXPECT_TRUE(damaged.failed.contains("A001C002.MXF"));
-    EXPECT_EQ(volume->statusText(),
-              "Error: Verification failure: Source file sizes do not match destination file sizes");
+    EXPECT_TRUE(volume->statusText().startsWith("Error: No space left on " + workPath("dest two") +
+                                                " (needs "))
+        << volume->statusText().toStdString();
+    EXPECT_TRUE(volume->statusText().endsWith("; complete on " + workPath("dest one")));
 }
 
-TEST_F(OffloadFaultsTest, ACancelWhileCopiesAreReadBackLeavesNoManifest) {
+// Every way a transfer ends early, while copies are still written and read back.
+enum class EarlyEnd { UserCancel, CardPulled, Stopped };
+
+class EarlyEndTest : public OffloadFaultsTest, public ::testing::WithParamInterface<EarlyEnd> {};
+
+TEST_P(EarlyEndTest, MarksEveryFolderAndNoFileUnderItsOwnNameDiffersFromTheCard) {
     FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
     settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
     const auto volume = card("A001");
-    layer.slowReads(workPath("dest one/Untitled Project/CONTENTS/CLIP/A001C002.MXF"), 500);
+    layer.slowReads(volume->path() + "/CONTENTS/CLIP/A001C002.MXF", 200);
     controller_->setDataArray({volume});
     controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Verifying; }));
-    volume->setStatus(QVVolume::Cancelled);
-    controller_->cancelVolume(*volume);
+    ASSERT_TRUE(waitUntil([&] { return volume->progressBar().doubleValue > 0; }));
+    switch (GetParam()) {
+        case EarlyEnd::UserCancel:  // as the window's Confirm does it
+            volume->setStatus(QVVolume::Cancelled);
+            controller_->cancelVolume(*volume);
+            break;
+        case EarlyEnd::CardPulled:
+            controller_->volumeDidUnmount(volume->path());
+            break;
+        case EarlyEnd::Stopped:  // the command line on SIGINT or SIGTERM
+            ASSERT_TRUE(controller_->stopRunningTransfers());
+            break;
+    }
     ASSERT_TRUE(waitUntil([&] { return view_.count("ended: A001: Canceled") == 1; }));
     drainWorkers();
-    for (const QString& destination : volume->destinations())
-        EXPECT_FALSE(ManifestVerifier::verify(destination, FileLayer::posix()).manifestFound)
-            << "nothing vouched for";
+    EXPECT_FALSE(volume->transferChecks().completeAndVerified);
+    const auto card = copiedTree(volume->path());
+    for (const QString& destination : volume->destinations()) {
+        const auto check = ManifestVerifier::verify(destination, FileLayer::posix());
+        EXPECT_TRUE(check.manifestFound);
+        EXPECT_FALSE(check.incomplete.isEmpty()) << "the manifest says INCOMPLETE";
+        EXPECT_TRUE(
+            TestFiles::read(destination + "/Transfer Report.html").contains("NOT complete"));
+        for (const auto& [path, bytes] : copiedTree(destination)) {
+            if (path.contains("/.") || path == "/checksums.txt")
+                continue;  // temporary names and the marks themselves
+            const auto original = card.find(path);
+            EXPECT_TRUE(original != card.end() && original->second == bytes) << path.constData();
+        }
+    }
     EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep"));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, EarlyEndTest,
+    ::testing::Values(EarlyEnd::UserCancel, EarlyEnd::CardPulled, EarlyEnd::Stopped),
+    [](const auto& info) {
+        return std::string(info.param == EarlyEnd::UserCancel
+                               ? "UserCancel"
+                               : (info.param == EarlyEnd::CardPulled ? "CardPulled" : "Stopped"));
+    });
 
 TEST_F(OffloadFaultsTest, ADestinationWithRoomForTheFilesButNotTheManifestIsNotComplete) {
     FaultyFileLayer& layer = faultyLayer();

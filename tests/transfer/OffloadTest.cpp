@@ -78,28 +78,30 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
               TestFiles::tree(second->path(), kNotCopied));
 }
 
-TEST_F(OffloadTest, AFullDestinationEndsInFileCopyFailedAndLeavesTheCardAlone) {
+TEST_F(OffloadTest, AFullDestinationIsNamedWithItsFiguresAndLeavesTheCardAlone) {
     FaultyFileLayer& layer = faultyLayer();
     layer.failCreationsUnder(work_.filePath("dest two"));
     makeController(layer);
     const auto volume = card("A001");
     const auto before = TestFiles::tree(volume->path());
     ASSERT_TRUE(offload({volume}));
-    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
+    EXPECT_TRUE(volume->statusText().startsWith("Error: No space left on " +
+                                                work_.filePath("dest two") + " (needs "))
+        << volume->statusText().toStdString();
+    EXPECT_TRUE(volume->statusText().endsWith(" free); complete on " + work_.filePath("dest one")));
     EXPECT_EQ(TestFiles::tree(volume->path()), before) << "no marker on a failed card";
     drainWorkers();
     EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | A001 | Transfer Failed"}));
 
-    // Full part-way through a clip: the short copy's digest differs, and that outcome comes
-    // before the failed copy.
+    // Full part-way through a clip, on both: named as full, not as the short copy's damage.
     FaultyFileLayer& filling = faultyLayer();
     filling.failWritesAfter("/CONTENTS/CLIP/A001C002.MXF", 3 * 1024 * 1024);
     makeController(filling);
     const auto second = card("B001");
     const auto untouched = TestFiles::tree(second->path());
     ASSERT_TRUE(offload({second}));
-    EXPECT_EQ(second->statusText(),
-              "Error: Verification failure: Source file sizes do not match destination file sizes");
+    EXPECT_EQ(second->statusText().count("No space left on "), 2);
+    EXPECT_FALSE(second->statusText().contains("complete on"));
     EXPECT_EQ(TestFiles::tree(second->path()), untouched);
 }
 
@@ -308,3 +310,36 @@ TEST_F(OffloadTest, ReelsAreSpentByTransfersAndKeptByTheirCardAcrossRestarts) {
     EXPECT_EQ(reels.join(u','), "2,3");
     EXPECT_TRUE(b->destinations().value(0).contains("/1/" + reel(b) + "/"));
 }
+
+// With a check switched off, nothing a crew reads says "verified" for what wasn't.
+struct ChecksCase {
+    qint64 sizes;
+    qint64 checksums;
+    const char* status;
+    bool verified;
+};
+
+class VerificationOffTest : public OffloadFixture,
+                            public ::testing::WithParamInterface<ChecksCase> {};
+
+TEST_P(VerificationOffTest, StatusAndReportSayOnlyWhatWasChecked) {
+    const ChecksCase& checks = GetParam();
+    settings_.setObject(SettingsKey::verifyFileSizes, PropertyList(checks.sizes));
+    settings_.setObject(SettingsKey::verifyFileChecksums, PropertyList(checks.checksums));
+    makeController();
+    const auto volume = card("A001");
+    ASSERT_TRUE(offload({volume}));
+    drainWorkers();
+    EXPECT_EQ(volume->statusText(), checks.status);
+    EXPECT_EQ(volume->transferChecks().completeAndVerified, checks.verified);
+    for (const QString& destination : volume->destinations()) {
+        const QByteArray report = TestFiles::read(destination + "/Transfer Report.html");
+        EXPECT_EQ(report.contains("read back from the media"), checks.verified);
+        EXPECT_EQ(report.contains("complete and verified"), checks.verified);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, VerificationOffTest,
+                         ::testing::Values(ChecksCase{0, 0, "Done (copied, not verified)", false},
+                                           ChecksCase{1, 0, "Done (sizes checked)", false},
+                                           ChecksCase{1, 1, "Done", true}));
