@@ -213,15 +213,16 @@ TEST_F(UnmountE2E, ACardPulledMidTransferIsInterruptedAndTheNextCardStillTransfe
         << first->statusText().toStdString() << " / " << second->statusText().toStdString();
     drainWorkers();
     EXPECT_EQ(first->status(), QVVolume::Cancelled) << first->statusText().toStdString();
-    EXPECT_EQ(first->errorString(), "Transfer interrupted");
-    EXPECT_EQ(
-        view.count("sheet: Transfer interrupted | The source drive was unmounted mid-transfer."),
-        1);
+    EXPECT_EQ(first->errorString(), "Card removed during transfer");
+    EXPECT_EQ(view.count("sheet: Transfer interrupted | The source drive was unmounted "
+                         "mid-transfer.\n\nPULLED (" +
+                         pulled->mountPoint() + ") was removed before its transfer ended."),
+              1);
     const auto marked =
         ManifestVerifier::verify(first->destinations().value(0), FileLayer::posix());
     EXPECT_TRUE(marked.manifestFound && !marked.incomplete.isEmpty() && !marked.ok())
         << "the pulled card's folder says it is not complete: "
         << TestFiles::read(first->destinations().value(0) + "/checksums.txt").toStdString();
-    EXPECT_EQ(view.count("ended: PULLED: Canceled"), 1);
+    EXPECT_EQ(view.count("ended: PULLED: Card removed during transfer"), 1);
     EXPECT_EQ(view.count("ended: NEXT: Done"), 1);
 }

@@ -90,8 +90,8 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
                            ASSERT_TRUE(card.unmount());
                            controller.volumeDidUnmount(card.mountPoint());
                        }),
-              "ended: IMG CARD: Canceled");
-    EXPECT_EQ(volume->errorString(), "Transfer interrupted");
+              "ended: IMG CARD: Card removed during transfer");
+    EXPECT_EQ(volume->errorString(), "Card removed during transfer");
     EXPECT_EQ(controller.threadCount(), 0) << "its slot is free again";
     EXPECT_EQ(failureCounts().begin()->second.toInteger(), 1) << "not counted as a failure";
     EXPECT_EQ(view.events().filter("ended: ").size(), ends);

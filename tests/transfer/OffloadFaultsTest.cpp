@@ -184,7 +184,11 @@ TEST_P(EarlyEndTest, MarksEveryFolderAndNoFileUnderItsOwnNameDiffersFromTheCard)
             ASSERT_TRUE(controller_->stopRunningTransfers());
             break;
     }
-    ASSERT_TRUE(waitUntil([&] { return view_.count("ended: A001: Canceled") == 1; }));
+    // The row says why it stopped when the stop wasn't the user's.
+    const QString ended = GetParam() == EarlyEnd::UserCancel   ? "Canceled"
+                          : GetParam() == EarlyEnd::CardPulled ? "Card removed during transfer"
+                                                               : "stopped before it was verified";
+    ASSERT_TRUE(waitUntil([&] { return view_.count("ended: A001: " + ended) == 1; }));
     drainWorkers();
     EXPECT_FALSE(volume->transferChecks().completeAndVerified);
     const auto card = copiedTree(volume->path());
