@@ -225,8 +225,24 @@ QWidget* PreferencesWindow::transferPage() {
         settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(value)));
     });
     form->addRow(QStringLiteral("Cards at once:"), threads);
-    addSwitch(*form, QStringLiteral("Verify file sizes"), SettingsKey::verifyFileSizes);
-    addSwitch(*form, QStringLiteral("Verify checksums"), SettingsKey::verifyFileChecksums);
+    QCheckBox* sizes =
+        addSwitch(*form, QStringLiteral("Verify file sizes"), SettingsKey::verifyFileSizes);
+    QCheckBox* checksums =
+        addSwitch(*form, QStringLiteral("Verify checksums"), SettingsKey::verifyFileChecksums);
+    verificationWarning_ = new QLabel(
+        QStringLiteral(
+            "With a check switched off, copies are not verified: their status, report "
+            "and verdict say \"copied, not verified\", and their cards can't be erased."),
+        this);
+    verificationWarning_->setWordWrap(true);
+    verificationWarning_->setStyleSheet(QStringLiteral("color: #a05a00; font-weight: bold;"));
+    form->addRow(verificationWarning_);
+    const auto warn = [this, sizes, checksums] {
+        verificationWarning_->setVisible(!sizes->isChecked() || !checksums->isChecked());
+    };
+    connect(sizes, &QCheckBox::toggled, this, warn);
+    connect(checksums, &QCheckBox::toggled, this, warn);
+    warn();
     addSwitch(*form, QStringLiteral("Check each write at once instead of reading copies back"),
               SettingsKey::inlineVerification);
     addSwitch(*form, QStringLiteral("Keep an ASC MHL history with each copy"),

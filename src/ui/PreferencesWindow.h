@@ -10,6 +10,7 @@ class MetadataFieldEditor;
 class QCheckBox;
 class QComboBox;
 class QFormLayout;
+class QLabel;
 class QTableWidget;
 class QTabWidget;
 
@@ -34,6 +35,8 @@ class PreferencesWindow : public QDialog {
     QTabWidget& tabs() { return *tabs_; }
     MetadataFieldEditor& fieldEditor() { return *fields_; }
     QComboBox& projectPath() { return *projectPath_; }
+    /// Shown while a verification check is switched off.
+    QLabel& verificationWarning() { return *verificationWarning_; }
 
   Q_SIGNALS:
     /// The destination list changed (the main window's pop-ups follow).
@@ -65,4 +68,5 @@ class PreferencesWindow : public QDialog {
     QTableWidget* destinations_;   // owned by this window
     MetadataFieldEditor* fields_;  // owned by this window
     QComboBox* projectPath_;       // owned by this window
+    QLabel* verificationWarning_;  // owned by this window
 };

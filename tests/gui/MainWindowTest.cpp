@@ -339,6 +339,26 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
     EXPECT_EQ(projects.currentText(), "/projects/a.fcp");
 }
 
+TEST_F(MainWindowTest, PreferencesWarnWhileAVerificationCheckIsOff) {
+    PreferencesWindow& preferences = window_->preferencesWindow();
+    preferences.show();
+    const auto box = [&](const QString& text) {
+        for (QCheckBox* found : preferences.findChildren<QCheckBox*>())
+            if (found->text() == text)
+                return found;
+        return static_cast<QCheckBox*>(nullptr);
+    };
+    QCheckBox* checksums = box("Verify checksums");
+    ASSERT_NE(checksums, nullptr);
+    ASSERT_TRUE(checksums->isChecked());
+    EXPECT_TRUE(preferences.verificationWarning().isHidden());
+    checksums->click();
+    EXPECT_FALSE(preferences.verificationWarning().isHidden());
+    EXPECT_FALSE(settings_.isOn(SettingsKey::verifyFileChecksums));
+    checksums->click();
+    EXPECT_TRUE(preferences.verificationWarning().isHidden());
+}
+
 TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathNamesTheFolder) {
     PreferencesWindow& preferences = window_->preferencesWindow();
     MetadataFieldEditor& editor = preferences.fieldEditor();
