@@ -17,14 +17,17 @@
 #include "QVAuthorization.h"
 #include "QVException.h"
 #include "QVGrowl.h"
+#include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "QVTaskEx.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "WorkerThreads.h"
 #include "XdgLocalPaths.h"
 
 AppContext::AppContext() {
     QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     settings_ = std::make_unique<SettingsStore>(SettingsStore::defaultPath());
     Preferences(*settings_).registerAndMigrate();
     threads_ = std::make_unique<WorkerThreads>();
@@ -32,9 +35,12 @@ AppContext::AppContext() {
     processes_ = std::make_unique<PosixProcessRunner>();
     disks_ = std::make_unique<LinuxDiskInformation>();
     volumes_ = std::make_unique<LinuxVolumeActions>(*mounts_, *processes_, *disks_);
-    paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess());
+    paths_ = std::make_unique<XdgLocalPaths>(XdgLocalPaths::fromProcess(*processes_));
+    // The class-level fronts answer from these same services from here on.
+    QVTaskEx::install(processes_.get());
+    QVLocalPaths::install(paths_.get());
     desktop_ = std::make_unique<LinuxDesktop>(*processes_);
-    growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath());
+    growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath(), SystemClock::shared());
     // pkexec needs a desktop session to ask in.
     const bool desktop =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
@@ -43,7 +49,7 @@ AppContext::AppContext() {
     if (name.isEmpty())
         name = QStringLiteral("cardsweep");
     const QStringList crashFolders = QVBugReporter::crashFolders(*paths_);
-    crashPlaces_ = {paths_->pathForDirectory(QVLocalPaths::Directory::ApplicationSupport, true) +
+    crashPlaces_ = {paths_->pathForDirectory(StandardDirectory::ApplicationSupport, true) +
                         QStringLiteral("/Quorvant/%1 Launches.plist").arg(name),
                     crashFolders, Preferences::globalFilePath(), name};
     if (!crashFolders.isEmpty())
@@ -56,7 +62,7 @@ std::optional<QString> AppContext::startBugReporter(const QVBugReporter::Delegat
 }
 
 QVTroubleshootingUtils::Places AppContext::troubleshootingPlaces() const {
-    return QVTroubleshootingUtils::placesFor(*paths_);
+    return QVTroubleshootingUtils::placesFor(*paths_, SystemClock::shared());
 }
 
 QString AppContext::gatherLogs(bool silent, const QVTroubleshootingUtils::Tell& tell) const {
@@ -73,6 +79,9 @@ AppContext::~AppContext() {
     mounts_->stopWatching();
     threads_->joinAll();
     DetachedThreads::joinAll();
+    // Nothing may reach the services through the fronts once they are gone.
+    QVTaskEx::install(nullptr);
+    QVLocalPaths::install(nullptr);
     // The writer must be done before the statics it formats with are torn down.
     QVLog::sharedController().willTerminate();
 }
@@ -82,9 +91,17 @@ QString AppContext::settingsProblem() const {
 }
 
 Services AppContext::services(Notifier& notifier) {
-    return Services{
-        FileLayer::posix(), *mounts_,  *volumes_, *disks_,         *processes_,         *paths_,
-        notifier,           *desktop_, *threads_, Clock::system(), authorization_.get()};
+    return Services{FileLayer::posix(),
+                    *mounts_,
+                    *volumes_,
+                    *disks_,
+                    *processes_,
+                    *paths_,
+                    notifier,
+                    *desktop_,
+                    *threads_,
+                    SystemClock::shared(),
+                    authorization_.get()};
 }
 
 void AppContext::finishWork() {

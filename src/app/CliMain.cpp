@@ -12,6 +12,7 @@
 #include "AscMhlHistory.h"
 #include "CardFormat.h"
 #include "CliCommands.h"
+#include "Clock.h"
 #include "DigestContext.h"
 #include "FileLayer.h"
 #include "HistoryVerifier.h"
@@ -27,6 +28,7 @@
 #include "QVLog.h"
 #include "SampleCard.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TransferReport.h"
 #include "WatchRunner.h"
 
@@ -79,7 +81,8 @@ int verifyFolder(const QString& folder, bool seal) {
     }
     QString sealError;
     const ManifestVerifier::Report report =
-        history ? HistoryVerifier::verify(folder, seal, &sealError, FileLayer::posix())
+        history ? HistoryVerifier::verify(folder, seal, &sealError, FileLayer::posix(),
+                                          *SystemClock::shared())
                 : ManifestVerifier::verify(folder, FileLayer::posix());
     if (!report.manifestFound) {
         std::fprintf(stderr, "cardsweep-cli: %s: no checksums.txt to verify against\n",

@@ -10,6 +10,7 @@
 
 #include "AppContext.h"
 #include "AppController.h"
+#include "FileLayer.h"
 #include "LinuxDesktop.h"
 #include "ListTrace.h"
 #include "LocalPaths.h"
@@ -24,6 +25,7 @@
 #include "QVTroubleshootingUtils.h"
 #include "SettingsStore.h"
 #include "SingleInstance.h"
+#include "SystemClock.h"
 #include "VerificationFailureWindow.h"
 
 int main(int argc, char** argv) {
@@ -46,7 +48,7 @@ int main(int argc, char** argv) {
         return 0;
     AppContext context;
 
-    MainWindow window(context.desktop());
+    MainWindow window(context.desktop(), FileLayer::posix());
     // The request comes from a transfer's thread; the window is the main thread's.
     context.desktop().setAttentionHandler([&window] {
         QMetaObject::invokeMethod(&window, [&window] { QApplication::alert(&window); });
@@ -119,7 +121,7 @@ int main(int argc, char** argv) {
          context.paths().pathForDirectory(QVLocalPaths::Directory::Caches, true) +
              QStringLiteral("/Quorvant/QC/com.quorvant.Cardsweep"),
          QStringLiteral("com.quorvant.Cardsweep"), QStringLiteral(CARDSWEEP_VERSION)},
-        Clock::system(), [] { return QVOSDetect::osxVersion(); },
+        SystemClock::shared(), [] { return QVOSDetect::osxVersion(); },
         [&window](const QString& title, const QStringList& buttons) {
             return window.showSheet(
                 {title, buttons.value(0), buttons.value(1), buttons.value(2),

@@ -16,6 +16,7 @@
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "SignalPipe.h"
+#include "SystemClock.h"
 #include "TerminalAppView.h"
 #include "TransferRequest.h"
 #include "TransferSummary.h"
@@ -65,8 +66,8 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
 }  // namespace
 
 int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Request& request) {
-    if (const auto problem =
-            TransferRequest::problem(request.source, request.destinations, request.onlyMovies)) {
+    if (const auto problem = TransferRequest::problem(FileLayer::posix(), request.source,
+                                                      request.destinations, request.onlyMovies)) {
         printError(problem->line);
         return 2;
     }
@@ -75,8 +76,8 @@ int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Reque
     const QFileInfo sourceInfo(request.source);
     const QString source = QDir::cleanPath(sourceInfo.absoluteFilePath());
     const int type = CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), source);
-    const auto volume =
-        QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings, Clock::system());
+    const auto volume = QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings,
+                                                 SystemClock::shared());
     // A card is the root of a mounted volume; anything else is a folder and never gets marked.
     volume->setIsFolder(QVFileManager(FileLayer::posix()).volumeMountPointForPath(source) !=
                         source);

@@ -80,7 +80,8 @@ QString TransferSummary::verdict(QVVolume& volume) {
                volume.errorString().value_or(QStringLiteral("unknown"));
     if (!ledger) {
         // A disk image: read back whole from its medium, or not checked at all.
-        const QString size = QVFileManager::formatFileSize(double(volume.totalMediaUsage()));
+        const QString size =
+            QVFileManager::formatFileSize(double(volume.totalMediaUsage(FileLayer::posix())));
         return checks.checksums
                    ? QStringLiteral("verified, read back from the media (%1)").arg(size)
                    : QStringLiteral(

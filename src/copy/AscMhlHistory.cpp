@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "C4Id.h"
+#include "CardFiles.h"
 #include "ChecksumManifest.h"
 #include "PathText.h"
 #include "StreamedFile.h"
@@ -311,15 +312,16 @@ QByteArray AscMhlHistory::chainXml(const std::vector<std::pair<QByteArray, QStri
 
 bool AscMhlHistory::exists(FileLayer& layer, const QByteArray& folder) {
     struct stat status {};
-    return layer.linkStatus(folder + '/' + kFolder, &status) == 0 && S_ISDIR(status.st_mode);
+    return layer.linkStatus(folder + '/' + CardFiles::kHistoryFolder, &status) == 0 &&
+           S_ISDIR(status.st_mode);
 }
 
 AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder, QString* error) {
     AscMhlHistory history;
     if (!exists(layer, folder))
         return history;
-    const QByteArray base = folder + '/' + kFolder + '/';
-    const auto chain = layer.readWhole(base + kChain);
+    const QByteArray base = folder + '/' + CardFiles::kHistoryFolder + '/';
+    const auto chain = layer.readWhole(base + CardFiles::kHistoryChain);
     pugi::xml_document document;
     if (!chain || !document.load_buffer(chain->constData(), std::size_t(chain->size()))) {
         *error = QStringLiteral("the history's chain file can't be read");
@@ -384,7 +386,7 @@ bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generatio
 
 bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation header,
                            const EntrySource& entries, QString* error) {
-    const QByteArray base = folder + '/' + kFolder;
+    const QByteArray base = folder + '/' + CardFiles::kHistoryFolder;
     if (layer.makeFolder(base) != 0 && errno != EEXIST) {
         *error = QStringLiteral("the history folder can't be made");
         return false;
@@ -402,7 +404,8 @@ bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generatio
     if (!file.commit(error))
         return false;
     chain_.emplace_back(header.fileName, C4Id::fromSha512(file.sha512()));
-    if (!ChecksumManifest::write(layer, base + '/' + kChain, chainXml(chain_), error)) {
+    if (!ChecksumManifest::write(layer, base + '/' + CardFiles::kHistoryChain, chainXml(chain_),
+                                 error)) {
         chain_.pop_back();
         return false;
     }

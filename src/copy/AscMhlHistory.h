@@ -19,9 +19,6 @@
 
 class AscMhlHistory {
   public:
-    static constexpr const char* kFolder = "ascmhl";
-    static constexpr const char* kChain = "ascmhl_chain.xml";
-
     struct Hash {
         DigestContext::Kind kind = DigestContext::Kind::MD5;
         QString hex;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "CardFiles.h"
 #include "PathText.h"
 #include "StreamedFile.h"
 #include "SystemError.h"
@@ -103,9 +104,9 @@ bool isDigestField(const QByteArray& field) {
 
 QByteArray candidate(int index) {
     if (index == 0)
-        return ChecksumManifest::kFileName;
+        return CardFiles::kManifest;
     if (index == 1)
-        return ChecksumManifest::kAlternateFileName;
+        return CardFiles::kAlternateManifest;
     return QByteArrayLiteral("checksums (Cardsweep) ") + QByteArray::number(index) + ".txt";
 }
 

@@ -14,14 +14,8 @@
 
 class ChecksumManifest {
   public:
-    static inline const QByteArray kFileName = QByteArrayLiteral("checksums.txt");
-    /// Used in place of kFileName when the card itself carries a file of that name.
-    static inline const QByteArray kAlternateFileName =
-        QByteArrayLiteral("checksums (Cardsweep).txt");
     static inline const QByteArray kFailed = QByteArrayLiteral("FAILED");
     static inline const QByteArray kIncomplete = QByteArrayLiteral("INCOMPLETE");
-    /// The transfer report beside the manifest; like it, not part of the copy.
-    static inline const QByteArray kReportName = QByteArrayLiteral("Transfer Report.html");
 
     struct Line {
         QByteArray digest;  // lower-case hex, kFailed or kIncomplete
@@ -33,8 +27,8 @@ class ChecksumManifest {
     /// A line without its line feed; nullopt when it isn't one of ours.
     static std::optional<Line> decode(QByteArray line);
 
-    /// The manifest's name in the destination folder: kFileName unless something other than
-    /// a manifest of ours already sits there.
+    /// The manifest's name in the destination folder: CardFiles::kManifest unless something other
+    /// than a manifest of ours already sits there.
     static QByteArray nameFor(FileLayer& layer, const QByteArray& folder);
     /// The manifest a check should read in a folder: the alternate name when present.
     static QByteArray find(FileLayer& layer, const QByteArray& folder);

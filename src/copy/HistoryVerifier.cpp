@@ -5,20 +5,21 @@
 #include <map>
 
 #include "AscMhlHistory.h"
+#include "Clock.h"
 #include "PathText.h"
 
 namespace {
 
 // The file's hashes of every kind the entry records, compared; a file that can't be read
 // differs.
-bool matches(FileLayer& layer, const QByteArray& path, const AscMhlHistory::Entry& entry,
-             std::vector<AscMhlHistory::Hash>* found) {
+bool matches(FileLayer& layer, const Clock& clock, const QByteArray& path,
+             const AscMhlHistory::Entry& entry, std::vector<AscMhlHistory::Hash>* found) {
     std::vector<DigestContext::Kind> kinds;
     for (const AscMhlHistory::Hash& hash : entry.hashes)
         kinds.push_back(hash.kind);
     const auto digests = ManifestVerifier::digestsFromMedium(layer, path, kinds);
     bool same = digests.has_value();
-    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QDateTime now = clock.now();
     for (std::size_t i = 0; i < kinds.size(); ++i) {
         const bool equal = digests && (*digests)[i] == entry.hashes[i].hex;
         same = same && equal;
@@ -31,7 +32,8 @@ bool matches(FileLayer& layer, const QByteArray& path, const AscMhlHistory::Entr
 }  // namespace
 
 ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool seal,
-                                                 QString* sealError, FileLayer& layer) {
+                                                 QString* sealError, FileLayer& layer,
+                                                 const Clock& clock) {
     ManifestVerifier::Report report;
     // A generation is named after the folder, so "." is resolved to the name it stands for.
     const QByteArray folder = PathText::bytes(QDir::cleanPath(QDir(folderText).absolutePath()));
@@ -49,7 +51,7 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
     });
     AscMhlHistory::Generation sealed;
     sealed.process = QStringLiteral("in-place");
-    sealed.created = QDateTime::currentDateTimeUtc();
+    sealed.created = clock.now();
     sealed.ignore = history.ignorePatterns();
     const std::map<QByteArray, AscMhlHistory::Entry> latest = history.latest();
     // New files are sealed with the kind the history already uses.
@@ -69,7 +71,7 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
                                  std::uint64_t(file->second.st_size),
                                  AscMhlHistory::modificationTime(file->second),
                                  {}};
-        if (!matches(layer, folder + '/' + path, entry, &now.hashes))
+        if (!matches(layer, clock, folder + '/' + path, entry, &now.hashes))
             report.differing << QString::fromUtf8(path);
         sealed.entries.push_back(std::move(now));
         files.erase(file);

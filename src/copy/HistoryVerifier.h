@@ -9,11 +9,13 @@
 #include "FileLayer.h"
 #include "ManifestVerifier.h"
 
+class Clock;
+
 class HistoryVerifier {
   public:
     /// A report as the manifest check gives; manifestFound means a readable history. With
     /// seal, an in-place generation records each file as verified or failed (new files as
-    /// original); sealError is set when it can't be written.
+    /// original), stamped by clock; sealError is set when it can't be written.
     static ManifestVerifier::Report verify(const QString& folder, bool seal, QString* sealError,
-                                           FileLayer& layer);
+                                           FileLayer& layer, const Clock& clock);
 };

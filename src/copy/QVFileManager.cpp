@@ -312,12 +312,12 @@ QString QVFileManager::createDirectoryStructure(const QString& relativePath,
 
 // ---- Time-out forms
 
-bool QVFileManager::waitForState(Clock::time_point start, int timeout,
+bool QVFileManager::waitForState(SteadyClock::time_point start, int timeout,
                                  const std::function<bool()>& holds) {
     const auto deadline = start + std::chrono::seconds(timeout);
     const bool onMainThread = MainThread::isMainThread();
     while (!holds()) {
-        if (Clock::now() >= deadline)
+        if (SteadyClock::now() >= deadline)
             return holds();
         if (onMainThread) {
             // Keep the interface alive, input included (an open sheet must be answerable),
@@ -334,31 +334,31 @@ bool QVFileManager::waitForState(Clock::time_point start, int timeout,
 
 // The time-out counts from the start, so a slow operation leaves less time to wait.
 bool QVFileManager::trashFile(const QString& path, int timeout) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     return trashFile(path, true) &&
            waitForState(start, timeout, [&] { return !anythingAt(files_, path); });
 }
 
 bool QVFileManager::removeFile(const QString& path, int timeout) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     return removeFile(path, true) &&
            waitForState(start, timeout, [&] { return !anythingAt(files_, path); });
 }
 
 bool QVFileManager::createDirectory(const QString& path, int timeout) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     return createDirectory(path, true) &&
            waitForState(start, timeout, [&] { return fileExistsAtPath(path); });
 }
 
 bool QVFileManager::copyFile(const QString& source, const QString& destination, int timeout) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     return copyFile(source, destination, true) &&
            waitForState(start, timeout, [&] { return anythingAt(files_, destination); });
 }
 
 bool QVFileManager::moveFile(const QString& source, const QString& destination, int timeout) {
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     if (!moveFile(source, destination, true))
         return false;
     if (isCaseOnlyChange(source, destination)) {

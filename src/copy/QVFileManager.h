@@ -20,13 +20,17 @@
 #include "FileLayer.h"
 #include "PropertyList.h"
 
+class Clock;
+class DiskInformation;
 class QVAuthorization;
 
 class QVFileManager {
   public:
-    /// authorization, when given, is where the shouldAuth forms turn after a first failure.
-    explicit QVFileManager(FileLayer& files, QVAuthorization* authorization = nullptr)
-        : files_(files), authorization_(authorization) {}
+    /// authorization, when given, is where the shouldAuth forms turn after a first failure;
+    /// disks, when given, answers infoForDiskAtMountpoint.
+    explicit QVFileManager(FileLayer& files, QVAuthorization* authorization = nullptr,
+                           const DiskInformation* disks = nullptr)
+        : files_(files), authorization_(authorization), disks_(disks) {}
 
     // ---- Tests
 
@@ -86,8 +90,8 @@ class QVFileManager {
     bool setPosixPermissions(unsigned permissions, const QString& path);
     bool setModificationDate(const QDateTime& date, const QString& path);
     bool createEmptyFile(const QString& path);
-    /// Updates the modification time through /usr/bin/touch -c (creation times can't be set
-    /// on Linux, so setCreationDate changes nothing more).
+    /// Sets the access and modification times to now, as touch -c does (creation times can't
+    /// be set on Linux, so setCreationDate changes nothing more).
     void touchFile(const QString& path, bool setCreationDate = true);
     /// Extended attribute as UTF-8 text; keys without a namespace go to "user.". Values are
     /// read with a 255-byte buffer, so longer ones come back cut.
@@ -98,7 +102,7 @@ class QVFileManager {
     // ---- Queries
 
     /// The disk-information dictionary (DiskUUID, VolumeUUID, ...) of a mounted volume, or
-    /// nullopt for anything that isn't the mount point of a disk.
+    /// nullopt for anything that isn't the mount point of a disk (or without disks).
     std::optional<PropertyList> infoForDiskAtMountpoint(const QString& mountPoint);
     static QString formatFileSize(double size);
     static QString validateFilename(const QString& name);
@@ -112,8 +116,9 @@ class QVFileManager {
     QString decodeWildcardPath(const QString& pattern, const QString& basePath);
     /// Returns at once; waits 500 microseconds when the file is still missing or empty.
     void waitForFileCreation(const QString& path, double timeout);
-    /// Waits while the modification time is under 4 s old.
-    void waitForFileWrites(const QString& path, const QString& lockFile = QString());
+    /// Waits while the modification time is under 4 s old by clock.
+    void waitForFileWrites(const Clock& clock, const QString& path,
+                           const QString& lockFile = QString());
 
     /// The four-character file type code from FinderInfo where a file system carries one
     /// (e.g. 'MooV' for a QuickTime movie), else 0.
@@ -146,8 +151,8 @@ class QVFileManager {
     static void notifyFileSystemChanged(const QString& path);
 
   private:
-    using Clock = std::chrono::steady_clock;
-    static bool waitForState(Clock::time_point start, int timeout,
+    using SteadyClock = std::chrono::steady_clock;
+    static bool waitForState(SteadyClock::time_point start, int timeout,
                              const std::function<bool()>& holds);
     bool copyItem(const QString& source, const QString& destination, QString* error);
     bool moveItem(const QString& source, const QString& destination, QString* error);
@@ -155,4 +160,5 @@ class QVFileManager {
 
     FileLayer& files_;
     QVAuthorization* authorization_;  // may be null: no administrator rights to ask for
+    const DiskInformation* disks_;    // may be null: no disk facts to give
 };

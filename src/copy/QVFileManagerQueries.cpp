@@ -11,14 +11,14 @@
 #include <cerrno>
 #include <vector>
 
+#include "Clock.h"
 #include "CopyEngine.h"
-#include "DiskInfo.h"
+#include "DiskInformation.h"
 #include "ImmutableFlag.h"
 #include "QVAuthorization.h"
 #include "QVFileManager.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
-#include "QVTaskEx.h"
 #include "SystemLog.h"
 
 namespace {
@@ -95,7 +95,9 @@ QStringList pathComponents(const QString& pattern) {
 }  // namespace
 
 std::optional<PropertyList> QVFileManager::infoForDiskAtMountpoint(const QString& mountPoint) {
-    return DiskInfo::forMountPoint(mountPoint);
+    if (disks_ == nullptr)
+        return std::nullopt;
+    return disks_->forMountPoint(mountPoint);
 }
 
 QString QVFileManager::formatFileSize(double size) {
@@ -189,24 +191,25 @@ void QVFileManager::waitForFileCreation(const QString& path, double timeout) {
 
 namespace {
 
-bool modifiedWithin(FileLayer& files, const QString& path, double seconds) {
+bool modifiedWithin(FileLayer& files, const Clock& clock, const QString& path, double seconds) {
     struct stat status {};
     if (files.status(encoded(path), &status) != 0)
         return false;
     const QDateTime modified = QDateTime::fromSecsSinceEpoch(status.st_mtim.tv_sec)
                                    .addMSecs(status.st_mtim.tv_nsec / 1000000);
-    return modified.msecsTo(QDateTime::currentDateTimeUtc()) < qint64(seconds * 1000.0);
+    return modified.msecsTo(clock.now()) < qint64(seconds * 1000.0);
 }
 
 }  // namespace
 
-void QVFileManager::waitForFileWrites(const QString& path, const QString& lockFile) {
+void QVFileManager::waitForFileWrites(const Clock& clock, const QString& path,
+                                      const QString& lockFile) {
     const bool locked =
         !lockFile.isEmpty() && anythingAt(files_, joinPath(QFileInfo(path).path(), lockFile));
-    if (!modifiedWithin(files_, path, 4.0) && !locked)
+    if (!modifiedWithin(files_, clock, path, 4.0) && !locked)
         return;
     QVLog::appendLog(u"File %@ is currently being written to. Waiting...", path);
-    while (modifiedWithin(files_, path, 4.0))
+    while (modifiedWithin(files_, clock, path, 4.0))
         ::usleep(500);
     QVLog::appendLog(u"File %@ finished writing.", path);
 }
@@ -288,13 +291,17 @@ bool QVFileManager::createEmptyFile(const QString& path) {
 void QVFileManager::touchFile(const QString& path, bool setCreationDate) {
     // Linux has no settable creation time; the modification time is what touch gives us.
     static_cast<void>(setCreationDate);
-    if (::access(encoded(path).constData(), W_OK) == 0) {
-        QVTaskEx::runTask(QStringLiteral("/usr/bin/touch"), {QStringLiteral("-c"), path}, 5.0);
-    } else if (authorization_ == nullptr ||
-               authorization_->authExecTask(QStringLiteral("/usr/bin/touch"),
-                                            {QStringLiteral("-c"), path}, false) != 0) {
+    if (!files_.exists(encoded(path)))
+        return;  // touch -c: nothing is created
+    struct stat now {};
+    now.st_atim.tv_nsec = UTIME_NOW;
+    now.st_mtim.tv_nsec = UTIME_NOW;
+    if (files_.setTimes(encoded(path), now) == 0)
+        return;
+    if (authorization_ == nullptr ||
+        authorization_->authExecTask(QStringLiteral("/usr/bin/touch"), {QStringLiteral("-c"), path},
+                                     false) != 0)
         QVLog::appendLog(u"Unable to touch %@ without administrator rights", path);
-    }
     notifyFileSystemChanged(path);
 }
 

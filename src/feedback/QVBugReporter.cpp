@@ -10,7 +10,7 @@
 QStringList QVBugReporter::crashFolders(const LocalPaths& paths) {
     QStringList folders;
     for (const bool user : {true, false}) {
-        const QString logs = paths.pathForDirectory(QVLocalPaths::Directory::Logs, user);
+        const QString logs = paths.pathForDirectory(StandardDirectory::Logs, user);
         if (logs.isEmpty())
             continue;
         folders << logs + QStringLiteral("/CrashReporter")

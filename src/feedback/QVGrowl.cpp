@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QFileInfo>
 
+#include "Clock.h"
 #include "PropertyList.h"
 #include "QVLog.h"
 
@@ -30,8 +31,11 @@ QVariantMap hints(const QString& kind) {
 
 }  // namespace
 
-QVGrowl::QVGrowl(QString globalSettingsFile, QDBusConnection bus)
-    : globalSettingsFile_(std::move(globalSettingsFile)), bus_(std::move(bus)) {
+QVGrowl::QVGrowl(QString globalSettingsFile, std::shared_ptr<const Clock> clock,
+                 QDBusConnection bus)
+    : globalSettingsFile_(std::move(globalSettingsFile)),
+      clock_(std::move(clock)),
+      bus_(std::move(bus)) {
     if (!bus_.isConnected()) {
         return;
     }
@@ -67,7 +71,7 @@ bool QVGrowl::disabled() const {
 
 void QVGrowl::postGrowlNotification(const QString& title, const QString& description,
                                     const QString& icon, const QString& notificationName) {
-    postGrowlNotification(title, description, icon, notificationName, QDateTime::currentDateTime());
+    postGrowlNotification(title, description, icon, notificationName, clock_->now().toLocalTime());
 }
 
 void QVGrowl::postGrowlNotification(const QString& title, const QString& description,

@@ -10,9 +10,12 @@
 #include <QObject>
 #include <QVariant>
 #include <QVariantMap>
+#include <memory>
 #include <mutex>
 
 #include "Notifier.h"
+
+class Clock;
 
 class QVGrowl : public QObject, public Notifier {
     Q_OBJECT
@@ -22,8 +25,9 @@ class QVGrowl : public QObject, public Notifier {
     static inline const QString kTimedOut = QStringLiteral("QVGrowlAlertTimedOut");
     static inline const QString kDefaultKind = QStringLiteral("QVInfoNotification");
 
-    explicit QVGrowl(QString globalSettingsFile,
-                     QDBusConnection bus = QDBusConnection::sessionBus());
+    /// clock dates the posts that carry no click context of their own.
+    QVGrowl(QString globalSettingsFile, std::shared_ptr<const Clock> clock,
+            QDBusConnection bus = QDBusConnection::sessionBus());
     /// Waits briefly for posts still on their way, so a program that ends right after
     /// posting doesn't lose its last notification.
     ~QVGrowl() override;
@@ -54,6 +58,7 @@ class QVGrowl : public QObject, public Notifier {
     void deliver(uint id, const QString& name);
 
     const QString globalSettingsFile_;
+    const std::shared_ptr<const Clock> clock_;
     const QDBusConnection bus_;
     std::mutex mutex_;
     QHash<uint, QVariant> contexts_;    // guarded by mutex_; by notification id

@@ -62,8 +62,7 @@ bool readOptional(QDataStream& in, std::optional<T>& value) {
 
 }  // namespace
 
-QVTimeEstimate::QVTimeEstimate(std::shared_ptr<const Clock> clock)
-    : clock_(clock ? std::move(clock) : Clock::system()) {}
+QVTimeEstimate::QVTimeEstimate(std::shared_ptr<const Clock> clock) : clock_(std::move(clock)) {}
 
 QVTimeEstimate QVTimeEstimate::timeEstimateWithTotal(double total,
                                                      std::shared_ptr<const Clock> clock) {

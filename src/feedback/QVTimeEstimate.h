@@ -18,7 +18,8 @@ class QDataStream;
 
 class QVTimeEstimate {
   public:
-    /// A fresh estimate: the "Calculating time" message on, everything else unset.
+    /// A fresh estimate over clock (never null): the "Calculating time" message on, everything
+    /// else unset.
     explicit QVTimeEstimate(std::shared_ptr<const Clock> clock);
     /// A fresh estimate whose total is already known.
     static QVTimeEstimate timeEstimateWithTotal(double total, std::shared_ptr<const Clock> clock);

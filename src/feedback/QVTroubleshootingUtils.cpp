@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "Clock.h"
 #include "LocalPaths.h"
 #include "QVBugReporter.h"
 #include "QVLog.h"
@@ -25,10 +26,14 @@ bool copyInto(const QString& file, const QString& folder, const char16_t* line) 
 
 }  // namespace
 
-QVTroubleshootingUtils::Places QVTroubleshootingUtils::placesFor(const LocalPaths& paths) {
-    return {paths.logDirectory() + QStringLiteral("/Quorvant"), QVBugReporter::crashFolders(paths),
-            paths.pathForDirectory(QVLocalPaths::Directory::Preferences, true),
-            paths.desktopDirectory(), paths.tempDirectory()};
+QVTroubleshootingUtils::Places QVTroubleshootingUtils::placesFor(
+    const LocalPaths& paths, std::shared_ptr<const Clock> clock) {
+    return {paths.logDirectory() + QStringLiteral("/Quorvant"),
+            QVBugReporter::crashFolders(paths),
+            paths.pathForDirectory(StandardDirectory::Preferences, true),
+            paths.desktopDirectory(),
+            paths.tempDirectory(),
+            std::move(clock)};
 }
 
 QString QVTroubleshootingUtils::gatherLogsForAppsWithNames(const Places& places,
@@ -80,8 +85,8 @@ QString QVTroubleshootingUtils::gatherLogsForAppsWithNames(const Places& places,
     const QString base = places.desktop + QStringLiteral("/%1 Logs").arg(names.value(0));
     QString zip = base + QStringLiteral(".zip");
     if (QFileInfo::exists(zip))
-        zip = base + QStringLiteral("_%1.zip").arg(
-                         QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddHHmmss")));
+        zip = base + QStringLiteral("_%1.zip").arg(places.clock->now().toLocalTime().toString(
+                         QStringLiteral("yyyyMMddHHmmss")));
     QDir().mkpath(places.desktop);
     const bool zipped = !QFileInfo::exists(zip) && ZipArchive::compress(work, zip, false);
     QDir(work).removeRecursively();

@@ -7,22 +7,25 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <memory>
 
 class LocalPaths;
 
+class Clock;
 class QVTroubleshootingUtils {
   public:
     /// Tells the user an outcome: a title and a text.
     using Tell = std::function<void(const QString& title, const QString& text)>;
 
     struct Places {
-        QString logFolder;         // the logs: NAME.1.log, NAME.2.log, ...
-        QStringList crashFolders;  // reports named NAME_...
-        QString settingsFolder;    // com.quorvant.NAME.plist
-        QString desktop;           // where the zip goes
-        QString temporary;         // where the work folder is made
+        QString logFolder;                   // the logs: NAME.1.log, NAME.2.log, ...
+        QStringList crashFolders;            // reports named NAME_...
+        QString settingsFolder;              // com.quorvant.NAME.plist
+        QString desktop;                     // where the zip goes
+        QString temporary;                   // where the work folder is made
+        std::shared_ptr<const Clock> clock;  // dates a second zip's name
     };
-    static Places placesFor(const LocalPaths& paths);
+    static Places placesFor(const LocalPaths& paths, std::shared_ptr<const Clock> clock);
 
     /// The zip's path, or empty when nothing was found or it could not be written; unless
     /// silent, tell is given the outcome.

@@ -1,6 +1,7 @@
 #pragma once
-// The disk-information dictionary of a mounted volume (see DiskInfo for its keys), behind an
-// interface so callers can be tested without devices. Implementations are safe from any thread.
+// The disk-information dictionary of a mounted volume (see LinuxDiskInformation for its keys),
+// behind an interface so callers can be tested without devices. Implementations are safe from any
+// thread.
 
 #include <QString>
 #include <optional>

@@ -1,8 +1,12 @@
 #include "PosixProcessRunner.h"
 
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -14,7 +18,6 @@
 
 #include "QVLog.h"
 #include "QVTask.h"
-#include "SystemTool.h"
 
 namespace {
 
@@ -94,13 +97,8 @@ void stop(QVTask& task) {
 
 std::shared_ptr<QVTask> makeTask(const QString& path, const QStringList& arguments,
                                  QVTask::Channel output) {
-    auto task = std::make_shared<QVTask>();
-    task->setLaunchPath(path);
-    task->setArguments(arguments);
-    task->setStandardInput(QVTask::Channel::NullDevice);
-    task->setStandardOutput(output);
-    task->setStandardError(output);
-    return task;
+    return std::make_shared<QVTask>(ChildProcess::Setup{
+        path, arguments, std::nullopt, QVTask::Channel::NullDevice, output, output});
 }
 
 bool launch(QVTask& task) {
@@ -113,14 +111,16 @@ bool launch(QVTask& task) {
     }
 }
 
-}  // namespace
-
-QString PosixProcessRunner::resolve(const QString& program) {
+// The launch path for program: itself when it names a path, else where the system keeps it;
+// empty when not found.
+QString resolve(const QString& program) {
     if (program.contains(u'/')) {
         return program;
     }
-    return program.isEmpty() ? QString() : SystemTool::find(program);
+    return program.isEmpty() ? QString() : PosixProcessRunner::find(program);
 }
+
+}  // namespace
 
 ProcessResult PosixProcessRunner::run(const QString& program, const QStringList& arguments,
                                       double timeoutSeconds) {
@@ -171,4 +171,29 @@ bool PosixProcessRunner::start(const QString& program, const QStringList& argume
     }
     // The task reaps its child in the background once it is dropped.
     return launch(*makeTask(path, arguments, QVTask::Channel::NullDevice));
+}
+
+std::shared_ptr<ChildProcess> PosixProcessRunner::makeChild(const ChildProcess::Setup& setup) {
+    return std::make_shared<QVTask>(setup);
+}
+
+bool PosixProcessRunner::isExecutable(const QString& path) const {
+    if (path.isEmpty()) {
+        return false;
+    }
+    const QByteArray name = QFile::encodeName(path);
+    struct stat info {};
+    return ::stat(name.constData(), &info) == 0 && S_ISREG(info.st_mode) &&
+           ::access(name.constData(), X_OK) == 0;
+}
+
+QString PosixProcessRunner::find(const QString& name) {
+    const QString found = QStandardPaths::findExecutable(name);
+    if (!found.isEmpty()) {
+        return found;
+    }
+    // Administrators' tools live in sbin, which a user's PATH may lack.
+    return QStandardPaths::findExecutable(
+        name, {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin"), QStringLiteral("/sbin"),
+               QStringLiteral("/bin")});
 }

@@ -9,8 +9,10 @@ class PosixProcessRunner : public ProcessRunner {
     ProcessResult run(const QString& program, const QStringList& arguments,
                       double timeoutSeconds = 0) override;
     bool start(const QString& program, const QStringList& arguments) override;
+    std::shared_ptr<ChildProcess> makeChild(const ChildProcess::Setup& setup) override;
+    bool isExecutable(const QString& path) const override;
 
-    /// The launch path for program: itself when it names a path, else SystemTool::find;
-    /// empty when not found.
-    static QString resolve(const QString& program);
+    /// Full path of a tool named without a folder, looked for on PATH and in the system
+    /// folders; empty when it isn't installed.
+    static QString find(const QString& name);
 };

@@ -1,6 +1,6 @@
 #pragma once
 // The system's command-line tools (umount, losetup, mkfs.fat, ...): found by name on PATH or in
-// the system folders, and run with an argument vector, never a shell.
+// the system folders, and run with an argument vector through this machine's ProcessRunner.
 
 #include <QString>
 #include <QStringList>

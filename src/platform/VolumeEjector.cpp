@@ -5,8 +5,8 @@
 #include <chrono>
 #include <thread>
 
-#include "LinuxMountService.h"
-#include "PosixProcessRunner.h"
+#include "MountService.h"
+#include "ProcessRunner.h"
 #include "QVLog.h"
 #include "UDisks2.h"
 
@@ -155,16 +155,4 @@ bool VolumeEjector::ejectVolume(const QString& mountPoint, QString* error) const
                          reason);
     }
     return true;
-}
-
-bool VolumeEjector::unmountAndEject(const QString& mountPoint, QString* error) {
-    LinuxMountService mounts;
-    PosixProcessRunner runner;
-    return VolumeEjector(mounts, runner).ejectVolume(mountPoint, error);
-}
-
-bool VolumeEjector::unmount(const QString& mountPoint, QString* error, QString* device) {
-    LinuxMountService mounts;
-    PosixProcessRunner runner;
-    return VolumeEjector(mounts, runner).unmountVolume(mountPoint, error, device);
 }

@@ -23,11 +23,6 @@ class VolumeEjector {
     bool unmountVolume(const QString& mountPoint, QString* error = nullptr,
                        QString* device = nullptr) const;
 
-    /// The same on this machine's own services; for callers not yet given a VolumeActions.
-    static bool unmountAndEject(const QString& mountPoint, QString* error = nullptr);
-    static bool unmount(const QString& mountPoint, QString* error = nullptr,
-                        QString* device = nullptr);
-
   private:
     // The block device behind a mount point, and what the kernel says is behind a loop device.
     struct Target {

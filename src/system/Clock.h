@@ -1,6 +1,7 @@
 #pragma once
-// Where the time of day comes from, so anything that measures elapsed time can be run
-// against a clock a test moves by hand.
+// Where the time of day comes from, so anything that measures elapsed time or stamps a record
+// can be run against a clock a test moves by hand. The programs' setup hands in the wall
+// clock (SystemClock).
 
 #include <QDateTime>
 #include <memory>
@@ -11,7 +12,4 @@ class Clock {
 
     /// The current time. Safe to call from any thread.
     virtual QDateTime now() const = 0;
-
-    /// The wall clock, shared and immutable.
-    static std::shared_ptr<const Clock> system();
 };

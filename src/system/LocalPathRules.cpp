@@ -6,12 +6,8 @@
 #include <QDir>
 #include <QFile>
 #include <QHash>
-#include <ctime>
-#include <mutex>
 #include <utility>
 #include <vector>
-
-#include "QVTaskEx.h"
 
 namespace {
 
@@ -67,31 +63,6 @@ QString searchLocalDomain(Directory kind) {
     return {};
 }
 
-// The owner of an active graphical login session, asked of systemd-logind.
-QString graphicalSessionOwner() {
-    const QString loginctl = QStringLiteral("/usr/bin/loginctl");
-    if (access(loginctl.toLocal8Bit().constData(), X_OK) != 0) {
-        return {};
-    }
-    const QString sessions = QVTaskEx::stringFromTask(
-        loginctl, {QStringLiteral("list-sessions"), QStringLiteral("--no-legend")});
-    for (const QString& line : sessions.split(u'\n', Qt::SkipEmptyParts)) {
-        const QStringList columns = line.simplified().split(u' ');
-        if (columns.isEmpty()) {
-            continue;
-        }
-        const QString owner = LocalPathRules::sessionOwnerOf(QVTaskEx::stringFromTask(
-            loginctl, {QStringLiteral("show-session"), columns.first(), QStringLiteral("-p"),
-                       QStringLiteral("Name"), QStringLiteral("-p"), QStringLiteral("Type"),
-                       QStringLiteral("-p"), QStringLiteral("Active"), QStringLiteral("-p"),
-                       QStringLiteral("Class")}));
-        if (!owner.isEmpty()) {
-            return owner;
-        }
-    }
-    return {};
-}
-
 }  // namespace
 
 LocalPathRules::LocalPathRules(QProcessEnvironment environment, Identity identity,
@@ -107,25 +78,12 @@ LocalPathRules LocalPathRules::fromProcess() {
             environment.insert(QString::fromLatin1(name), QString::fromLocal8Bit(qgetenv(name)));
         }
     }
-    return LocalPathRules(environment, processIdentity(), &LocalPathRules::logindSessionOwner);
+    return LocalPathRules(environment, processIdentity(), nullptr);
 }
 
 LocalPathRules::Identity LocalPathRules::processIdentity() {
     const auto [owner, home] = userEntry(nullptr, geteuid());
     return Identity{geteuid() == 0, owner, home};
-}
-
-QString LocalPathRules::logindSessionOwner() {
-    static std::mutex mutex;
-    static QString cached;
-    static std::time_t cachedAt = 0;
-    const std::lock_guard lock(mutex);
-    const std::time_t now = std::time(nullptr);
-    if (cachedAt == 0 || now - cachedAt > 2) {
-        cached = graphicalSessionOwner();
-        cachedAt = now;
-    }
-    return cached;
 }
 
 QString LocalPathRules::variable(const char* name) const {

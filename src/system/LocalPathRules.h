@@ -22,14 +22,13 @@ class LocalPathRules {
     using SessionOwner = std::function<QString()>;
 
     LocalPathRules(QProcessEnvironment environment, Identity identity, SessionOwner sessionOwner);
-    /// The running process: the variables the rules read, the effective user, and logind.
+    /// The running process as it is now: the variables the rules read and the effective user;
+    /// no session owner is asked for.
     static LocalPathRules fromProcess();
     static Identity processIdentity();
     /// The user named in a `loginctl show-session` answer when the session is an active
     /// graphical one of a real user; empty for the login screen, consoles and idle sessions.
     static QString sessionOwnerOf(const QString& properties);
-    /// logind's answer, kept for two seconds because asking it starts processes.
-    static QString logindSessionOwner();
 
     QString pathForDirectory(StandardDirectory kind, bool userDomain) const;
     QString userDirectory() const;

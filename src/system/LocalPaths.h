@@ -6,17 +6,24 @@
 #include <QString>
 #include <QStringList>
 
-#include "QVLocalPaths.h"
+#include "StandardDirectory.h"
 
 class LocalPaths {
   public:
     virtual ~LocalPaths() = default;
 
     /// The folder of that kind in the user (true) or local (false) domain; empty if none.
-    virtual QString pathForDirectory(QVLocalPaths::Directory kind, bool userDomain) const = 0;
+    virtual QString pathForDirectory(StandardDirectory kind, bool userDomain) const = 0;
     virtual QString tempDirectory() const = 0;
     /// Login name of the person the "user" folders belong to.
     virtual QString username() const = 0;
+    /// Home folder of that person.
+    virtual QString userDirectory() const = 0;
+    /// Login name of the user of the active graphical session, else $SUDO_USER; empty when
+    /// nobody is logged in.
+    virtual QString currentConsoleUser() const = 0;
+    /// Running as the superuser on behalf of someone else at the console (sudo, pkexec).
+    virtual bool isElevated() const = 0;
     /// The roots under which removable volumes are mounted, each ending in "/".
     virtual QStringList mediaRoots() const = 0;
     /// True for roots where plain folders stand in for drives.
@@ -26,12 +33,10 @@ class LocalPaths {
     virtual bool isPathSystemDirectory(const QString& path, bool exactMatch = false) const = 0;
 
     QString documentDirectory() const {
-        return pathForDirectory(QVLocalPaths::Directory::Documents, true);
+        return pathForDirectory(StandardDirectory::Documents, true);
     }
-    QString desktopDirectory() const {
-        return pathForDirectory(QVLocalPaths::Directory::Desktop, true);
-    }
-    QString logDirectory() const { return pathForDirectory(QVLocalPaths::Directory::Logs, true); }
+    QString desktopDirectory() const { return pathForDirectory(StandardDirectory::Desktop, true); }
+    QString logDirectory() const { return pathForDirectory(StandardDirectory::Logs, true); }
     /// The drive a path lies on: the longest media root it begins with plus the next
     /// component; empty for other paths.
     QString mediaDriveForPath(const QString& path) const;

@@ -7,6 +7,9 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <memory>
+
+#include "ChildProcess.h"
 
 /// What became of one run.
 struct ProcessResult {
@@ -29,6 +32,13 @@ class ProcessRunner {
 
     /// Starts without waiting; false when it could not start.
     virtual bool start(const QString& program, const QStringList& arguments) = 0;
+
+    /// A child set up but not yet launched, for callers that stream its output or stop it
+    /// from another thread. Never null.
+    virtual std::shared_ptr<ChildProcess> makeChild(const ChildProcess::Setup& setup) = 0;
+
+    /// True for an existing regular file this process may execute (a folder never is).
+    virtual bool isExecutable(const QString& path) const = 0;
 
     /// True when the programs it runs act as root, so administrators' tools may be used
     /// instead of asking a daemon.

@@ -7,6 +7,7 @@
 #include "LocalPaths.h"
 #include "PrivilegedSession.h"
 #include "ProcessRunner.h"
+#include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "SystemLog.h"
 

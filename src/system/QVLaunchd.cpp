@@ -45,7 +45,7 @@ QString QVLaunchd::jobFolder(bool user, bool launchAgent) const {
         return QStringLiteral("/etc/systemd/system");
     if (!user)
         return QStringLiteral("/etc/systemd/user");
-    return paths_.pathForDirectory(QVLocalPaths::Directory::Preferences, true) +
+    return paths_.pathForDirectory(StandardDirectory::Preferences, true) +
            QStringLiteral("/systemd/user");
 }
 

@@ -5,10 +5,49 @@
 #include <QHash>
 #include <QRandomGenerator>
 #include <QUuid>
+#include <atomic>
 
 #include "LocalPathRules.h"
+#include "LocalPaths.h"
 
-// Each call reads the process afresh, as callers have always relied on (tests move HOME).
+namespace {
+
+std::atomic<const LocalPaths*> installedPaths{nullptr};
+
+// Before anything is installed: the rules over the process as it is at each call (tests move
+// HOME), asking nobody for the console user.
+class LiveRules final : public LocalPaths {
+  public:
+    QString pathForDirectory(StandardDirectory kind, bool user) const override {
+        return LocalPathRules::fromProcess().pathForDirectory(kind, user);
+    }
+    QString tempDirectory() const override { return LocalPathRules::fromProcess().tempDirectory(); }
+    QString username() const override { return LocalPathRules::fromProcess().username(); }
+    QString userDirectory() const override { return LocalPathRules::fromProcess().userDirectory(); }
+    QString currentConsoleUser() const override {
+        return LocalPathRules::fromProcess().currentConsoleUser();
+    }
+    bool isElevated() const override { return LocalPathRules::fromProcess().isElevated(); }
+    QStringList mediaRoots() const override { return LocalPathRules::fromProcess().mediaRoots(); }
+    bool isConfiguredMediaRoot(const QString& root) const override {
+        return LocalPathRules::fromProcess().isConfiguredMediaRoot(root);
+    }
+    bool isPathSystemDirectory(const QString& path, bool exactMatch) const override {
+        return LocalPathRules::fromProcess().isPathSystemDirectory(path, exactMatch);
+    }
+};
+
+const LocalPaths& current() {
+    static const LiveRules live;
+    const LocalPaths* installed = installedPaths.load();
+    return installed != nullptr ? *installed : live;
+}
+
+}  // namespace
+
+const LocalPaths* QVLocalPaths::install(const LocalPaths* paths) {
+    return installedPaths.exchange(paths);
+}
 
 QString QVLocalPaths::sessionOwner(const QString& properties) {
     return LocalPathRules::sessionOwnerOf(properties);
@@ -19,11 +58,11 @@ bool QVLocalPaths::isSuperuser() {
 }
 
 bool QVLocalPaths::isElevated() {
-    return LocalPathRules::fromProcess().isElevated();
+    return current().isElevated();
 }
 
 QString QVLocalPaths::pathForDirectory(Directory kind, bool userDomain) {
-    return LocalPathRules::fromProcess().pathForDirectory(kind, userDomain);
+    return current().pathForDirectory(kind, userDomain);
 }
 QString QVLocalPaths::applicationDirectory(bool user) {
     return pathForDirectory(Directory::Applications, user);
@@ -69,19 +108,19 @@ QString QVLocalPaths::darwinCacheDirectory() {
 }
 
 QString QVLocalPaths::userDirectory() {
-    return LocalPathRules::fromProcess().userDirectory();
+    return current().userDirectory();
 }
 
 QString QVLocalPaths::username() {
-    return LocalPathRules::fromProcess().username();
+    return current().username();
 }
 
 QString QVLocalPaths::currentConsoleUser() {
-    return LocalPathRules::fromProcess().currentConsoleUser();
+    return current().currentConsoleUser();
 }
 
 QString QVLocalPaths::tempDirectory() {
-    return LocalPathRules::fromProcess().tempDirectory();
+    return current().tempDirectory();
 }
 
 QString QVLocalPaths::tempFile() {
@@ -103,19 +142,19 @@ QString QVLocalPaths::randomString(int length) {
 }
 
 QStringList QVLocalPaths::mediaRoots() {
-    return LocalPathRules::fromProcess().mediaRoots();
+    return current().mediaRoots();
 }
 
 QString QVLocalPaths::mediaDriveForPath(const QString& path) {
-    return LocalPathRules::fromProcess().mediaDriveForPath(path);
+    return LocalPathRules::driveForPath(path, mediaRoots());
 }
 
 bool QVLocalPaths::isConfiguredMediaRoot(const QString& root) {
-    return LocalPathRules::fromProcess().isConfiguredMediaRoot(root);
+    return current().isConfiguredMediaRoot(root);
 }
 
 bool QVLocalPaths::isPathSystemDirectory(const QString& path, bool exactMatch) {
-    return LocalPathRules::fromProcess().isPathSystemDirectory(path, exactMatch);
+    return current().isPathSystemDirectory(path, exactMatch);
 }
 
 bool QVLocalPaths::isPathOnTimeMachineVolume(const QString& path) {

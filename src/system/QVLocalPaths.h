@@ -1,7 +1,9 @@
 #pragma once
 // Where things are: the user's and the machine's standard folders (XDG on Linux), fresh
 // temporary names, the console user, and the test for directories that must never be
-// deleted, emptied or overwritten. Class-level operations only.
+// deleted, emptied or overwritten. Class-level operations only: a front over the LocalPaths
+// that AppContext installs. Before one is installed (helper tools, tests), the same rules
+// answer over the process's environment as it is at each call.
 //
 // As the superuser, "user" folders are those of the person at the console.
 
@@ -10,9 +12,16 @@
 
 #include "StandardDirectory.h"
 
+class LocalPaths;
+
 class QVLocalPaths {
   public:
     using Directory = StandardDirectory;
+
+    /// The paths every operation answers from. Called by AppContext only, once, on the main
+    /// thread before other threads start; paths outlives every caller. Read from any thread.
+    /// Returns the paths installed before (null at first: the rules over the process).
+    static const LocalPaths* install(const LocalPaths* paths);
 
     /// The folder of that kind in the user (true) or local (false) domain; empty if none.
     static QString pathForDirectory(Directory kind, bool userDomain);

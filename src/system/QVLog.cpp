@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <future>
 
+#include "Clock.h"
 #include "MainThread.h"
 #include "PropertyList.h"
 #include "QVOSDetect.h"
@@ -26,8 +27,8 @@ void printToStdout(const QString& text) {
     std::fflush(stdout);
 }
 
-QString formattedTimestamp() {
-    const QDateTime now = QDateTime::currentDateTime();
+QString formattedTimestamp(const QDateTime& moment) {
+    const QDateTime now = moment.toLocalTime();
     const int offset = now.offsetFromUtc();
     const int magnitude = offset < 0 ? -offset : offset;
     return now.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss ")) + (offset < 0 ? u'-' : u'+') +
@@ -37,12 +38,13 @@ QString formattedTimestamp() {
 }
 
 // Lines come in bursts of many a second; the stamp is formatted once a second per thread.
-QString timestamp() {
+QString timestamp(const Clock& clock) {
     thread_local qint64 second = -1;
     thread_local QString text;
-    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const QDateTime moment = clock.now();
+    const qint64 now = moment.toSecsSinceEpoch();
     if (now != second) {
-        text = formattedTimestamp();
+        text = formattedTimestamp(moment);
         second = now;
     }
     return text;
@@ -147,19 +149,22 @@ QStringList QVLog::availableLogs() {
     return paths;
 }
 
-void QVLog::createNewLog(const Places& places, const QString& name) {
+void QVLog::createNewLog(const Places& places, std::shared_ptr<const Clock> clock,
+                         const QString& name) {
     QVLog& log = sharedController();
     {
         const std::lock_guard lock(log.nameMutex_);
         log.places_ = places;
     }
     if (log.onWriterThread()) {
+        log.clock_ = std::move(clock);
         log.startNewLog(name);
         return;
     }
     // Run on the writer so the file handle has a single owner.
     std::promise<void> done;
-    log.enqueue([&log, &name, &done] {
+    log.enqueue([&log, &name, &done, &clock] {
+        log.clock_ = std::move(clock);
         log.startNewLog(name);
         done.set_value();
     });
@@ -223,7 +228,7 @@ void QVLog::startNewLog(const QString& name) {
 }
 
 void QVLog::writeHeader() {
-    writeLine(QVFormat::format(u"Log started: %@", timestamp()));
+    writeLine(QVFormat::format(u"Log started: %@", timestamp(*clock_)));
     writeLine(QVFormat::format(u"Version: %@", QStringLiteral(CARDSWEEP_VERSION)));
     writeLine(QVFormat::format(u"Path: %@", executablePath()));
     writeLine(QVFormat::format(u"System: Linux %@, %li CPU(s), %0.2f GB RAM", systemVersionText(),
@@ -304,7 +309,7 @@ void QVLog::writeLine(const QString& text) {
     if (!fileHandle_) {
         return;
     }
-    const QByteArray line = QVFormat::format(u"%@ - %@\n", timestamp(), text).toUtf8();
+    const QByteArray line = QVFormat::format(u"%@ - %@\n", timestamp(*clock_), text).toUtf8();
     const qint64 written = fileHandle_->write(line);
     // A burst of lines reaches the file together; the last of them at once.
     if (queueIsEmpty()) {

@@ -18,6 +18,7 @@
 
 #include "QVFormat.h"
 
+class Clock;
 class QFile;
 
 class QVLog {
@@ -31,9 +32,10 @@ class QVLog {
         QString globalSettingsFile;  // holds the maker's shared "disable-logging" switch
     };
 
-    /// Rotates the logs in places.folder and starts a new current log with its header. A name
-    /// is taken only when none was set before.
-    static void createNewLog(const Places& places, const QString& name = QString());
+    /// Rotates the logs in places.folder and starts a new current log with its header; lines
+    /// are stamped by clock. A name is taken only when none was set before.
+    static void createNewLog(const Places& places, std::shared_ptr<const Clock> clock,
+                             const QString& name = QString());
 
     /// Formats and queues a line; short lines from worker threads wait until written.
     template <typename... Args>
@@ -100,6 +102,7 @@ class QVLog {
 
     // Touched only on the writer thread, or by createNewLog before anything is queued.
     std::unique_ptr<QFile> fileHandle_;
+    std::shared_ptr<const Clock> clock_;  // set whenever fileHandle_ is
 
     std::atomic<std::uint64_t> bytesWritten_{0};
     std::atomic<std::uint64_t> bytesInQueue_{0};

@@ -1,10 +1,7 @@
 #include "QVTaskEx.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <QFile>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <condition_variable>
@@ -13,8 +10,15 @@
 
 #include "DetachedThreads.h"
 #include "MainThread.h"
+#include "ProcessRunner.h"
 #include "QVException.h"
 #include "QVLog.h"
+
+namespace {
+
+std::atomic<ProcessRunner*> installedRunner{nullptr};
+
+}  // namespace
 
 // One per timed run. Cancelling wakes the sleeping watchdog, so a finished run leaves no
 // thread behind for the process to wait on at exit.
@@ -40,17 +44,17 @@ struct QVTaskEx::Watchdog {
 
 // ---- TaskSlot ----
 
-void QVTaskEx::TaskSlot::set(std::shared_ptr<QVTask> task) {
+void QVTaskEx::TaskSlot::set(std::shared_ptr<ChildProcess> task) {
     const std::lock_guard lock(mutex_);
     task_ = std::move(task);
 }
 
-std::shared_ptr<QVTask> QVTaskEx::TaskSlot::task() const {
+std::shared_ptr<ChildProcess> QVTaskEx::TaskSlot::task() const {
     const std::lock_guard lock(mutex_);
     return task_;
 }
 
-std::shared_ptr<QVTask> QVTaskEx::TaskSlot::take() {
+std::shared_ptr<ChildProcess> QVTaskEx::TaskSlot::take() {
     const std::lock_guard lock(mutex_);
     return std::move(task_);
 }
@@ -63,15 +67,13 @@ std::shared_ptr<QVTaskEx> QVTaskEx::create() {
 
 QVTaskEx::~QVTaskEx() = default;
 
-// A folder or any other non-regular file is never launchable, whatever its mode bits say.
+ProcessRunner* QVTaskEx::install(ProcessRunner* runner) {
+    return installedRunner.exchange(runner);
+}
+
 bool QVTaskEx::isUsableLaunchPath(const QString& path) {
-    if (path.isEmpty()) {
-        return false;
-    }
-    const QByteArray name = QFile::encodeName(path);
-    struct stat info {};
-    return ::stat(name.constData(), &info) == 0 && S_ISREG(info.st_mode) &&
-           ::access(name.constData(), X_OK) == 0;
+    const ProcessRunner* runner = installedRunner.load();
+    return runner != nullptr && runner->isExecutable(path);
 }
 
 bool QVTaskEx::checkLaunchPath(const QString& path) {
@@ -92,19 +94,23 @@ QString QVTaskEx::decode(const std::optional<QByteArray>& data, Encoding encodin
     return QString::fromLatin1(*data);
 }
 
-std::shared_ptr<QVTask> QVTaskEx::makeTask(const QString& path, const QStringList& arguments,
-                                           QVTask::Channel output, QVTask::Channel error) {
-    auto task = std::make_shared<QVTask>();
-    task->setLaunchPath(path);
-    task->setArguments(arguments);
-    task->setStandardOutput(output);
-    task->setStandardError(error);
-    return task;
+// Null only when no runner was installed; the class-level runs check the path (and so the
+// runner) first.
+std::shared_ptr<ChildProcess> QVTaskEx::makeTask(const QString& path, const QStringList& arguments,
+                                                 ChildProcess::Channel output,
+                                                 ChildProcess::Channel error,
+                                                 ChildProcess::Channel input,
+                                                 const std::optional<Environment>& environment) {
+    ProcessRunner* runner = installedRunner.load();
+    if (runner == nullptr) {
+        return nullptr;
+    }
+    return runner->makeChild({path, arguments, environment, input, output, error});
 }
 
 // Drains the output first and turns to the errors only when the output gives nothing, round
 // and round until both have ended.
-QByteArray QVTaskEx::captureOutput(QVTask& task, bool logOutput) {
+QByteArray QVTaskEx::captureOutput(ChildProcess& task, bool logOutput) {
     // Errors drain on a thread of their own, so a tool that writes much to standard error
     // before closing its output can't stall on a full pipe while we wait on the output.
     QByteArray errors;
@@ -143,8 +149,8 @@ bool QVTaskEx::runTask(const QString& path, const QStringList& arguments, TaskSl
     if (!checkLaunchPath(path)) {
         return false;
     }
-    const auto task =
-        makeTask(path, arguments, QVTask::Channel::NullDevice, QVTask::Channel::NullDevice);
+    const auto task = makeTask(path, arguments, ChildProcess::Channel::NullDevice,
+                               ChildProcess::Channel::NullDevice);
     if (taskSlot != nullptr) {
         taskSlot->set(task);
     }
@@ -158,12 +164,13 @@ bool QVTaskEx::runTask(const QString& path, const QStringList& arguments, TaskSl
     }
 }
 
-std::shared_ptr<QVTask> QVTaskEx::runTaskAndReturn(const QString& path,
-                                                   const QStringList& arguments) {
+std::shared_ptr<ChildProcess> QVTaskEx::runTaskAndReturn(const QString& path,
+                                                         const QStringList& arguments) {
     if (!checkLaunchPath(path)) {
         return nullptr;
     }
-    auto task = makeTask(path, arguments, QVTask::Channel::NullDevice, QVTask::Channel::NullDevice);
+    auto task = makeTask(path, arguments, ChildProcess::Channel::NullDevice,
+                         ChildProcess::Channel::NullDevice);
     try {
         task->launch();
         return task;
@@ -200,11 +207,9 @@ std::optional<QByteArray> QVTaskEx::dataFromTask(const QString& path, const QStr
     if (!checkLaunchPath(path)) {
         return std::nullopt;
     }
-    const auto task =
-        makeTask(path, arguments, logOutput ? QVTask::Channel::Pipe : QVTask::Channel::Inherit,
-                 QVTask::Channel::Pipe);
-    task->setStandardInput(QVTask::Channel::Pipe);
-    task->setEnvironment(environment);
+    const auto task = makeTask(
+        path, arguments, logOutput ? ChildProcess::Channel::Pipe : ChildProcess::Channel::Inherit,
+        ChildProcess::Channel::Pipe, ChildProcess::Channel::Pipe, environment);
     if (taskSlot != nullptr) {
         taskSlot->set(task);
     }
@@ -228,8 +233,8 @@ int QVTaskEx::terminationCodeFromTask(const QString& path, const QStringList& ar
     if (!checkLaunchPath(path)) {
         return -1;
     }
-    const auto task =
-        makeTask(path, arguments, QVTask::Channel::NullDevice, QVTask::Channel::NullDevice);
+    const auto task = makeTask(path, arguments, ChildProcess::Channel::NullDevice,
+                               ChildProcess::Channel::NullDevice);
     if (taskSlot != nullptr) {
         taskSlot->set(task);
     }
@@ -334,8 +339,9 @@ void QVTaskEx::asyncDataFromTask(const QString& path, const QStringList& argumen
         previousDelegate = std::exchange(delegate_, std::move(delegate));
         previousObject = std::exchange(object_, object);
     }
-    auto task = makeTask(path, arguments, QVTask::Channel::Pipe, QVTask::Channel::NullDevice);
-    task->setEnvironment(environment);
+    auto task =
+        makeTask(path, arguments, ChildProcess::Channel::Pipe, ChildProcess::Channel::NullDevice,
+                 ChildProcess::Channel::Inherit, environment);
     theTask_.set(task);
     DetachedThreads::start(
         [self = shared_from_this(), task = std::move(task)] { self->runAsync(task); });
@@ -345,11 +351,11 @@ void QVTaskEx::launchAsyncTask() {
     runAsync(theTask_.task());
 }
 
-bool QVTaskEx::isCurrentAsyncTask(const std::shared_ptr<QVTask>& task) const {
+bool QVTaskEx::isCurrentAsyncTask(const std::shared_ptr<ChildProcess>& task) const {
     return task != nullptr && theTask_.task() == task;
 }
 
-void QVTaskEx::runAsync(const std::shared_ptr<QVTask>& task) {
+void QVTaskEx::runAsync(const std::shared_ptr<ChildProcess>& task) {
     // Terminated or replaced before this thread got going: same as never having had a task.
     if (!isCurrentAsyncTask(task)) {
         QVLog::appendLogAndPrint(u"Unable to launch async task - no task set");

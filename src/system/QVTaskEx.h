@@ -2,6 +2,10 @@
 // Runs command-line tools (full path plus argument vector, never a shell): wait for them, capture
 // what they print, return their exit status, time them out, or stream their output to a delegate.
 //
+// A front over the ProcessRunner that AppContext installs once: every child is made and every
+// launch path checked by it, this class only adds the reading order, the time-out watchdog and
+// the delivery to a delegate. Without an installed runner nothing runs ("not executable").
+//
 // Class-level operations need no instance. Timed and asynchronous runs need one made by create(),
 // because their watchdog and reading threads keep the instance alive while they last.
 
@@ -14,7 +18,9 @@
 #include <mutex>
 #include <optional>
 
-#include "QVTask.h"
+#include "ChildProcess.h"
+
+class ProcessRunner;
 
 class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
     struct Token {
@@ -24,7 +30,7 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   public:
     /// Text encodings of the string variants (ASCII decodes bytes as Latin-1, never failing).
     enum class Encoding { ASCII = 1, UTF8 = 4, Latin1 = 5 };
-    using Environment = QVTask::Environment;
+    using Environment = ChildProcess::Environment;
     /// Receives each piece of output, this instance, and the object given with the run.
     using Delegate =
         std::function<void(const QByteArray& data, QVTaskEx& task, const QVariant& object)>;
@@ -32,15 +38,20 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
     /// Holds the child of a run so another thread can reach it (e.g. to terminate it).
     class TaskSlot {
       public:
-        void set(std::shared_ptr<QVTask> task);
-        std::shared_ptr<QVTask> task() const;
-        std::shared_ptr<QVTask> take();
+        void set(std::shared_ptr<ChildProcess> task);
+        std::shared_ptr<ChildProcess> task() const;
+        std::shared_ptr<ChildProcess> take();
         void clear() { set(nullptr); }
 
       private:
         mutable std::mutex mutex_;
-        std::shared_ptr<QVTask> task_;  // guarded by mutex_
+        std::shared_ptr<ChildProcess> task_;  // guarded by mutex_
     };
+
+    /// The runner every run goes through. Called by AppContext only, once, on the main thread
+    /// before any run; runner outlives every run. Runs read it from any thread. Returns the
+    /// runner installed before (null at first; with none, nothing runs).
+    static ProcessRunner* install(ProcessRunner* runner);
 
     static std::shared_ptr<QVTaskEx> create();
     explicit QVTaskEx(Token) {}
@@ -58,8 +69,8 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
                         TaskSlot* taskSlot = nullptr);
     /// Starts the child with both outputs on the null device and returns without waiting;
     /// null for an unusable path.
-    static std::shared_ptr<QVTask> runTaskAndReturn(const QString& path,
-                                                    const QStringList& arguments);
+    static std::shared_ptr<ChildProcess> runTaskAndReturn(const QString& path,
+                                                          const QStringList& arguments);
 
     /// Captured output (see dataFromTask) decoded; "" (never null) when there was none.
     static QString stringFromTask(const QString& path, const QStringList& arguments,
@@ -124,8 +135,8 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
     void terminateAsyncTask();
     void terminateTask() { terminateAsyncTask(); }
 
-    std::shared_ptr<QVTask> theTask() const { return theTask_.task(); }
-    void setTheTask(std::shared_ptr<QVTask> task) { theTask_.set(std::move(task)); }
+    std::shared_ptr<ChildProcess> theTask() const { return theTask_.task(); }
+    void setTheTask(std::shared_ptr<ChildProcess> task) { theTask_.set(std::move(task)); }
 
   private:
     struct Watchdog;
@@ -133,14 +144,16 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
     static bool isUsableLaunchPath(const QString& path);
     static bool checkLaunchPath(const QString& path);
     static QString decode(const std::optional<QByteArray>& data, Encoding encoding);
-    static std::shared_ptr<QVTask> makeTask(const QString& path, const QStringList& arguments,
-                                            QVTask::Channel output, QVTask::Channel error);
-    static QByteArray captureOutput(QVTask& task, bool logOutput);
+    static std::shared_ptr<ChildProcess> makeTask(
+        const QString& path, const QStringList& arguments, ChildProcess::Channel output,
+        ChildProcess::Channel error, ChildProcess::Channel input = ChildProcess::Channel::Inherit,
+        const std::optional<Environment>& environment = std::nullopt);
+    static QByteArray captureOutput(ChildProcess& task, bool logOutput);
 
     void runTimed(double timeout, const std::function<void(TaskSlot*)>& run);
     void watch(const std::shared_ptr<Watchdog>& watchdog, int seconds);
-    void runAsync(const std::shared_ptr<QVTask>& task);
-    bool isCurrentAsyncTask(const std::shared_ptr<QVTask>& task) const;
+    void runAsync(const std::shared_ptr<ChildProcess>& task);
+    bool isCurrentAsyncTask(const std::shared_ptr<ChildProcess>& task) const;
 
     TaskSlot theTask_;
     mutable std::mutex delegateMutex_;

@@ -24,5 +24,5 @@ int AppController::verifyDiskImage(const QString& imagePath, QVVolume& volume) {
 }
 
 std::uint64_t AppController::transferSize(QVVolume& volume) const {
-    return inImageMode() ? images_.sizeOf(volume) : volume.totalMediaUsage();
+    return inImageMode() ? images_.sizeOf(volume) : volume.totalMediaUsage(fileLayer_);
 }

@@ -3,6 +3,7 @@
 // archive), then eject, sound, notification, "Done" and the attention request.
 #include "AppController.h"
 #include "ArchiveAction.h"
+#include "CardFiles.h"
 #include "Desktop.h"
 #include "EditingHandOffAction.h"
 #include "EmbedMetadataAction.h"
@@ -32,7 +33,8 @@ void AppController::buildPostActions() {
               // A folder the user added is not a card: it never carries the marker.
               if (run.volume().isFolder())
                   return;
-              const QString marker = run.volume().path() + u"/.cardsweep"_qs;
+              const QString marker =
+                  run.volume().path() + u'/' + QString::fromLatin1(CardFiles::kMarker);
               if (fileManager_.createEmptyFile(marker))
                   run.report(u"Done marker: "_qs + marker);
           }});
@@ -42,7 +44,7 @@ void AppController::buildPostActions() {
               run.report(u"Checksum manifest written to "_qs +
                          plural(run.volume().destinations().size(), u"destination"_qs));
           }});
-    postActions_.append(std::make_unique<SpreadsheetAction>(settings_));
+    postActions_.append(std::make_unique<SpreadsheetAction>(settings_, services_.disks));
     postActions_.append(std::make_unique<EmbedMetadataAction>(
         settings_, services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
     step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 
 #include "AppController.h"
+#include "CardFiles.h"
 #include "FileLayer.h"
 #include "MainThread.h"
 #include "MetadataField.h"
@@ -58,7 +59,7 @@ bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
         for (const QString& folder : reserved)
             volume->addDestination(folder);
     }
-    markEndedEarly(volume, volume->path(), QDateTime::currentDateTimeUtc());
+    markEndedEarly(volume, volume->path(), services_.clock->now());
     stopCancelledTransfer(volume, reserved);
     return true;
 }
@@ -91,7 +92,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         if (const auto refusal =
                 settings.destinations.isEmpty()
                     ? std::nullopt
-                    : TransferRequest::problem(path, settings.destinations,
+                    : TransferRequest::problem(fileLayer_, path, settings.destinations,
                                                settings_.isOn(SettingsKey::onlyCopyQTMovies))) {
             QVLog::appendLog(u"Transfer of %@ refused: %@", path, refusal->line);
             const QString name = v.name();
@@ -108,7 +109,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             return failWith(reason, true);
         }
         claimCardMetadata(volume);
-        const QString marker = path + QStringLiteral("/.cardsweep");
+        const QString marker = path + u'/' + QString::fromLatin1(CardFiles::kMarker);
         if (fileLayer_.exists(PathText::bytes(marker)))
             fileManager_.removeFile(marker);
 
@@ -132,7 +133,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             return;
 
         if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
-            v.checkForQuickTimeMovies();
+            v.checkForQuickTimeMovies(fileLayer_);
         else
             v.setHasQTMovies(false);
         v.timeEstimate().start();
@@ -155,7 +156,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         if (stoppedByCancel(volume, reserved))
             return;
 
-        const std::uint64_t usage = v.totalMediaUsage();
+        const std::uint64_t usage = v.totalMediaUsage(fileLayer_);
         QVLog::appendLogAndPrint(u"Volume media usage: %llu",
                                  static_cast<unsigned long long>(usage));
         // Copies read back from their medium count as much again per destination.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "AppController.h"
+#include "CardFiles.h"
 #include "FileLayer.h"
 #include "MainThread.h"
 #include "MetadataNaming.h"
@@ -22,7 +23,7 @@
 
 namespace {
 
-const QString kMarkerName = QStringLiteral(".cardsweep");
+const QString kMarkerName = QString::fromLatin1(CardFiles::kMarker);
 
 std::optional<timespec> modificationTime(FileLayer& files, const QByteArray& path) {
     struct stat status {};

@@ -5,6 +5,7 @@
 #include <QFile>
 
 #include "AppController.h"
+#include "CardFiles.h"
 #include "ChecksumList.h"
 #include "ChecksumManifest.h"
 #include "DigestContext.h"
@@ -44,9 +45,7 @@ std::vector<DigestContext::Kind> alsoKindsOf(const SettingsStore& settings) {
 }
 
 bool isSkipped(const QByteArray& name) {
-    static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
-                                               ".TemporaryItems", ".Trashes"};
-    return skipList.contains(name);
+    return CardFiles::isSystemLitter(name);
 }
 
 }  // namespace
@@ -77,7 +76,7 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
     std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, path);
     const bool movies = v.hasQTMovies();
     if (movies && !v.qtMoviePaths())
-        v.populateQuickTimeMovies();
+        v.populateQuickTimeMovies(fileLayer_);
     QList<QByteArray> items;
     if (movies) {
         for (const QString& movie : v.qtMoviePaths().value_or(QStringList()))
@@ -109,7 +108,7 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
 bool AppController::copyDisk(const QString& path, const QStringList& destinations,
                              const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
-    const QDateTime started = QDateTime::currentDateTimeUtc();
+    const QDateTime started = services_.clock->now();
     std::vector<std::uint64_t> freeAtStart;
     for (const QString& destination : destinations) {
         FileLayer::Space space;
@@ -195,7 +194,8 @@ QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>&
         }
         if (error == ENOSPC || error == EDQUOT) {
             full << QStringLiteral("No space left on %1 (needs %2, %3 free)")
-                        .arg(name, QVFileManager::formatFileSize(double(v.totalMediaUsage())),
+                        .arg(name,
+                             QVFileManager::formatFileSize(double(v.totalMediaUsage(fileLayer_))),
                              QVFileManager::formatFileSize(
                                  double(d < freeAtStart.size() ? freeAtStart[d] : 0)));
         } else if (ledger && d < ledger->destinationCount() && ledger->isComplete(d)) {
@@ -362,10 +362,10 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     TransferReport::Content report;
     report.card.name = volume.name();
     report.card.format = volume.typeName();
-    report.card.bytes = volume.totalMediaUsage();
+    report.card.bytes = volume.totalMediaUsage(fileLayer_);
     if (const quint64 device = volume.sourceDevice(); device != 0)
         report.card.device = QStringLiteral("%1:%2").arg(major(device)).arg(minor(device));
-    report.card.fileSystem = volume.udid();
+    report.card.fileSystem = volume.udid(services_.disks);
     report.digest =
         DigestContext::name(digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
     const TransferChecks checks = volume.transferChecks();
@@ -380,7 +380,7 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     const QString whole = checks.checksums ? QStringLiteral("complete and verified")
                                            : QStringLiteral("complete, copied, not verified");
     report.start = start;
-    report.end = QDateTime::currentDateTimeUtc();
+    report.end = services_.clock->now();
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     if (!ledger)
         return report;
@@ -429,14 +429,13 @@ void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPa
     try {
         struct stat status {};
         // A card file of that name is copied as it is and never replaced.
-        if (fileLayer_.linkStatus(PathText::bytes(cardPath) + '/' + ChecksumManifest::kReportName,
-                                  &status) == 0) {
+        if (fileLayer_.linkStatus(PathText::bytes(cardPath) + '/' + CardFiles::kReport, &status) ==
+            0) {
             QVLog::appendLog(u"No transfer report: the card has a file of its name");
             return;
         }
         for (const QString& folder : volume.destinations()) {
-            StreamedFile file(fileLayer_,
-                              PathText::bytes(folder) + '/' + ChecksumManifest::kReportName);
+            StreamedFile file(fileLayer_, PathText::bytes(folder) + '/' + CardFiles::kReport);
             TransferReport::write(report, [&](const QByteArray& piece) { file.append(piece); });
             QString error;
             if (!file.commit(&error))
@@ -463,8 +462,8 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
                 continue;
             const QString& folder = destinations[qsizetype(i)];
             const HistorySealer::Result result =
-                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind, cardRecord,
-                                    alsoKindsOf(settings_));
+                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind,
+                                    services_.clock->now(), cardRecord, alsoKindsOf(settings_));
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
             else if (!result.error.isEmpty())

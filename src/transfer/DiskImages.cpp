@@ -101,7 +101,7 @@ int DiskImages::verify(const QString& imagePath,
 }
 
 std::uint64_t DiskImages::sizeOf(QVVolume& volume) const {
-    const std::uint64_t usage = volume.totalMediaUsage();
+    const std::uint64_t usage = volume.totalMediaUsage(files_);
     const auto device = deviceBehind(volume.path());
     if (!device)
         return usage;

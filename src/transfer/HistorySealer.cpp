@@ -3,6 +3,7 @@
 #include <QDateTime>
 
 #include "AscMhlHistory.h"
+#include "CardFiles.h"
 #include "ManifestVerifier.h"
 #include "PathText.h"
 
@@ -25,9 +26,10 @@ QString actionFor(const std::map<QByteArray, AscMhlHistory::Entry>& before, cons
 }  // namespace
 
 QStringList HistorySealer::leftOutOfCopies() {
-    return {QStringLiteral(".DS_Store"),       QStringLiteral(".fseventsd"),
-            QStringLiteral(".Spotlight-V100"), QStringLiteral(".TemporaryItems"),
-            QStringLiteral(".Trashes"),        QStringLiteral(".cardsweep")};
+    QStringList names;
+    for (const QByteArray& name : CardFiles::kSystemLitter)
+        names << QString::fromLatin1(name);
+    return names << QString::fromLatin1(CardFiles::kMarker);
 }
 
 QStringList HistorySealer::ignorePatterns(const QStringList& before) {
@@ -66,7 +68,7 @@ QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger
 
 HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger& ledger,
                                           const QByteArray& folder, DigestContext::Kind kind,
-                                          const QString& comment,
+                                          const QDateTime& created, const QString& comment,
                                           const std::vector<DigestContext::Kind>& also) {
     Result result;
     AscMhlHistory history = AscMhlHistory::load(layer, folder, &result.error);
@@ -87,7 +89,7 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
 
     const std::map<QByteArray, AscMhlHistory::Entry> before = history.latest();
     AscMhlHistory::Generation header;
-    header.created = QDateTime::currentDateTimeUtc();
+    header.created = created;
     header.comment = comment;
     // A check reads only the newest generation's patterns: the card's own are carried on.
     header.ignore = ignorePatterns(history.ignorePatterns());

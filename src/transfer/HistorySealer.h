@@ -7,6 +7,7 @@
 // on the volume's worker thread.
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <vector>
@@ -31,8 +32,10 @@ class HistorySealer {
     /// history: the card itself is damaged. Kinds other than the transfer's are read again.
     static QStringList contradictions(FileLayer& layer, const TransferLedger& ledger,
                                       const QByteArray& card, DigestContext::Kind kind);
-    /// Appends the transfer's generation to the copy's history (made when missing).
+    /// Appends the transfer's generation, made at created, to the copy's history (made when
+    /// missing).
     static Result seal(FileLayer& layer, const TransferLedger& ledger, const QByteArray& folder,
-                       DigestContext::Kind kind, const QString& comment = {},
+                       DigestContext::Kind kind, const QDateTime& created,
+                       const QString& comment = {},
                        const std::vector<DigestContext::Kind>& also = {});
 };

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "CardFiles.h"
+#include "DiskInformation.h"
 #include "FileLayer.h"
 #include "MetadataNaming.h"
 #include "Preferences.h"
@@ -30,11 +32,7 @@ void assign(std::mutex& mutex, T& field, const T& value) {
 
 // System litter at the top of a card that a transfer leaves out of its total.
 bool isLitter(const QString& name) {
-    static const QStringList litter = {QStringLiteral(".DS_Store"), QStringLiteral(".fseventsd"),
-                                       QStringLiteral(".Spotlight-V100"),
-                                       QStringLiteral(".TemporaryItems"),
-                                       QStringLiteral(".Trashes")};
-    return litter.contains(name);
+    return CardFiles::isSystemLitter(QFile::encodeName(name));
 }
 
 constexpr quint32 kMovieTypeCode = 0x4D6F6F56;  // 'MooV'
@@ -266,7 +264,7 @@ void QVVolume::setProgressValue(double value) {
     progressBar_.doubleValue = value;
 }
 
-std::uint64_t QVVolume::totalMediaUsage() {
+std::uint64_t QVVolume::totalMediaUsage(FileLayer& files) {
     {
         const std::lock_guard lock(mutex_);
         if (totalMediaUsage_ != 0)
@@ -277,7 +275,7 @@ std::uint64_t QVVolume::totalMediaUsage() {
     const bool movies = hasQTMovies();
     if (movies) {
         if (!qtMoviePaths())
-            populateQuickTimeMovies();
+            populateQuickTimeMovies(files);
         candidates = qtMoviePaths().value_or(QStringList());
     } else {
         candidates = QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
@@ -287,16 +285,15 @@ std::uint64_t QVVolume::totalMediaUsage() {
     for (const QString& candidate : candidates) {
         if (isLitter(candidate))
             continue;
-        total += QVFileManager(FileLayer::posix())
-                     .fileSize(movies ? candidate : root + u'/' + candidate);
+        total += QVFileManager(files).fileSize(movies ? candidate : root + u'/' + candidate);
     }
     const std::lock_guard lock(mutex_);
     totalMediaUsage_ = total;
     return total;
 }
 
-QString QVVolume::udid() const {
-    const auto info = QVFileManager(FileLayer::posix()).infoForDiskAtMountpoint(path());
+QString QVVolume::udid(const DiskInformation& disks) const {
+    const auto info = disks.forMountPoint(path());
     if (!info)
         return {};
     QVLog::appendLog(u"output dict: %@", QString::fromUtf8(info->toXml()));
@@ -372,15 +369,15 @@ std::shared_ptr<const VolumeSnapshot> QVVolume::snapshot() {
     return shot;
 }
 
-void QVVolume::checkForQuickTimeMovies() {
-    setHasQTMovies(!quickTimeMoviesInFolder(path(), 1).isEmpty());
+void QVVolume::checkForQuickTimeMovies(FileLayer& files) {
+    setHasQTMovies(!quickTimeMoviesInFolder(files, path(), 1).isEmpty());
 }
 
-void QVVolume::populateQuickTimeMovies() {
-    setQtMoviePaths(quickTimeMoviesInFolder(path()));
+void QVVolume::populateQuickTimeMovies(FileLayer& files) {
+    setQtMoviePaths(quickTimeMoviesInFolder(files, path()));
 }
 
-QStringList QVVolume::quickTimeMoviesInFolder(const QString& folder, int limit) {
+QStringList QVVolume::quickTimeMoviesInFolder(FileLayer& files, const QString& folder, int limit) {
     QStringList movies;
     const QStringList names = QDir(folder).entryList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
@@ -388,9 +385,9 @@ QStringList QVVolume::quickTimeMoviesInFolder(const QString& folder, int limit) 
         const QString entry = folder + u'/' + name;
         const QFileInfo info(entry);
         if (info.isDir() && !info.isSymLink()) {
-            movies += quickTimeMoviesInFolder(entry, limit);
+            movies += quickTimeMoviesInFolder(files, entry, limit);
         } else if (info.suffix().toLower() == QLatin1String("mov") ||
-                   QVFileManager(FileLayer::posix()).hfsTypeCodeForPath(entry) == kMovieTypeCode) {
+                   QVFileManager(files).hfsTypeCodeForPath(entry) == kMovieTypeCode) {
             movies << entry;
         }
         if (limit >= 0 && movies.size() >= limit)

@@ -25,6 +25,9 @@
 
 class SettingsStore;
 
+class DiskInformation;
+class FileLayer;
+
 class QVVolume {
   public:
     /// The row's progress indicator as plain numbers; the list view draws it.
@@ -143,10 +146,10 @@ class QVVolume {
     /// Sets the bar's value (the copy delegate's running total).
     void setProgressValue(double value);
 
-    /// Bytes that a transfer will copy; cached once non-zero.
-    std::uint64_t totalMediaUsage();
+    /// Bytes that a transfer will copy, measured through files; cached once non-zero.
+    std::uint64_t totalMediaUsage(FileLayer& files);
     /// The file-system UUID of the volume, empty when unknown.
-    QString udid() const;
+    QString udid(const DiskInformation& disks) const;
     QString typeName() const;
     static QString typeName(qint64 type);
     /// The status text of the volume list.
@@ -154,11 +157,12 @@ class QVVolume {
     /// Everything a view shows of the volume, as it is now.
     std::shared_ptr<const VolumeSnapshot> snapshot();
 
-    void checkForQuickTimeMovies();
-    void populateQuickTimeMovies();
-    /// QuickTime movies under folder (".mov" in any case, or the 'MooV' type code), depth
-    /// first in name order, stopping once limit are found (limit < 0: all).
-    static QStringList quickTimeMoviesInFolder(const QString& folder, int limit = -1);
+    void checkForQuickTimeMovies(FileLayer& files);
+    void populateQuickTimeMovies(FileLayer& files);
+    /// QuickTime movies under folder (".mov" in any case, or the 'MooV' type code read through
+    /// files), depth first in name order, stopping once limit are found (limit < 0: all).
+    static QStringList quickTimeMoviesInFolder(FileLayer& files, const QString& folder,
+                                               int limit = -1);
 
     /// On-disk digests by relative path, from several threads at once.
     void updateSourceChecksum(const QString& checksum, const QString& path);

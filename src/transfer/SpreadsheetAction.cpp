@@ -34,7 +34,7 @@ void SpreadsheetAction::perform(PostActionRun& run) {
     // Every entry counts, ticked or not: a project folder is where the copy landed.
     const auto entries = DestinationEntry::listFrom(settings_.object(SettingsKey::destinationList));
     const auto fields = MetadataField::listFrom(settings_.object(SettingsKey::metadata));
-    const SpreadsheetVolume row = VolumeSpreadsheet::describe(run.volume());
+    const SpreadsheetVolume row = VolumeSpreadsheet::describe(run.volume(), disks_);
     for (const QString& destination : run.volume().destinations()) {
         for (const DestinationEntry& entry : entries) {
             if (!destination.startsWith(entry.path))

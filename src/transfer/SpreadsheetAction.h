@@ -5,11 +5,13 @@
 
 #include "PostAction.h"
 
+class DiskInformation;
 class SettingsStore;
 
 class SpreadsheetAction : public PostAction {
   public:
-    explicit SpreadsheetAction(const SettingsStore& settings) : settings_(settings) {}
+    SpreadsheetAction(const SettingsStore& settings, const DiskInformation& disks)
+        : settings_(settings), disks_(disks) {}
     QString name() const override { return QStringLiteral("writeMetadataToFile:volume:"); }
     void perform(PostActionRun& run) override;
 
@@ -21,4 +23,5 @@ class SpreadsheetAction : public PostAction {
 
   private:
     const SettingsStore& settings_;
+    const DiskInformation& disks_;
 };

@@ -3,6 +3,7 @@
 #include <QUrl>
 
 #include "AscMhlHistory.h"
+#include "CardFiles.h"
 #include "ChecksumManifest.h"
 #include "PathText.h"
 #include "QVFileManager.h"
@@ -181,7 +182,7 @@ std::optional<TransferReport::Content> TransferReport::fromFolder(FileLayer& lay
     readCardRecord(transfer->comment, &content);
     auto entries = std::make_shared<std::vector<AscMhlHistory::Entry>>();
     for (const AscMhlHistory::Entry& entry : transfer->entries) {
-        if (entry.hashes.empty() || entry.path == ChecksumManifest::kReportName)
+        if (entry.hashes.empty() || entry.path == CardFiles::kReport)
             continue;
         content.digest = DigestContext::name(entry.hashes.front().kind);
         entries->push_back(entry);

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "CardFiles.h"
 #include "FileLayer.h"
 #include "QVFileManager.h"
 #include "QVVolume.h"
@@ -56,17 +57,11 @@ bool isWritableFolder(const QString& path) {
            ::access(QFile::encodeName(path).constData(), W_OK | X_OK) == 0;
 }
 
-bool isSkippedAtTop(const QByteArray& name) {
-    static const QList<QByteArray> skipList = {".DS_Store", ".fseventsd", ".Spotlight-V100",
-                                               ".TemporaryItems", ".Trashes"};
-    return skipList.contains(name);
-}
-
 // What the card takes on file systems of each block size: every file rounded up to whole
 // blocks, a block per folder, and a line of manifest per file.
 class CardSize {
   public:
-    explicit CardSize(std::set<std::uint64_t> blockSizes) {
+    CardSize(FileLayer& files, std::set<std::uint64_t> blockSizes) : files_(files) {
         for (const std::uint64_t size : blockSizes)
             needs_[size] = 0;
     }
@@ -80,14 +75,14 @@ class CardSize {
     }
     void addTree(const QByteArray& path, bool top) {
         std::vector<FileLayer::Entry> entries;
-        if (FileLayer::posix().listFolder(path, &entries) != 0)
+        if (files_.listFolder(path, &entries) != 0)
             return;
         for (const FileLayer::Entry& entry : entries) {
-            if (top && isSkippedAtTop(entry.name))
+            if (top && CardFiles::isSystemLitter(entry.name))
                 continue;
             const QByteArray child = path + '/' + entry.name;
             struct stat status {};
-            if (::lstat(child.constData(), &status) != 0)
+            if (files_.linkStatus(child, &status) != 0)
                 continue;
             if (S_ISDIR(status.st_mode)) {
                 addFolder();
@@ -100,6 +95,7 @@ class CardSize {
     std::uint64_t need(std::uint64_t blockSize) const { return needs_.at(blockSize); }
 
   private:
+    FileLayer& files_;
     std::map<std::uint64_t, std::uint64_t> needs_;
 };
 
@@ -154,7 +150,7 @@ QString TransferRequest::Refusal::sentence() const {
              QVFileManager::formatFileSize(double(available)));
 }
 
-std::optional<Refusal> TransferRequest::problem(const QString& source,
+std::optional<Refusal> TransferRequest::problem(FileLayer& files, const QString& source,
                                                 const QStringList& destinations, bool onlyMovies) {
     if (!QFileInfo(source).isDir())
         return refusal(Refusal::Reason::NoSource,
@@ -164,7 +160,7 @@ std::optional<Refusal> TransferRequest::problem(const QString& source,
                        QStringLiteral("no destination given (--dest DIR)"));
     if (const auto problem = destinationProblem(source, destinations))
         return problem;
-    return spaceProblem(source, destinations, onlyMovies);
+    return spaceProblem(files, source, destinations, onlyMovies);
 }
 
 std::optional<Refusal> TransferRequest::destinationProblem(const QString& source,
@@ -199,7 +195,7 @@ std::optional<Refusal> TransferRequest::destinationProblem(const QString& source
     return std::nullopt;
 }
 
-std::optional<Refusal> TransferRequest::spaceProblem(const QString& source,
+std::optional<Refusal> TransferRequest::spaceProblem(FileLayer& files, const QString& source,
                                                      const QStringList& destinations,
                                                      bool onlyMovies) {
     std::map<dev_t, FileSystem> systems;
@@ -220,10 +216,10 @@ std::optional<Refusal> TransferRequest::spaceProblem(const QString& source,
         system.destinations << destination;
         blockSizes.insert(system.blockSize);
     }
-    CardSize card(blockSizes);
+    CardSize card(files, blockSizes);
     if (onlyMovies) {
-        for (const QString& movie : QVVolume::quickTimeMoviesInFolder(source))
-            card.addFile(QVFileManager(FileLayer::posix()).fileSize(movie));
+        for (const QString& movie : QVVolume::quickTimeMoviesInFolder(files, source))
+            card.addFile(QVFileManager(files).fileSize(movie));
     } else {
         card.addTree(QFile::encodeName(source), true);
     }

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <optional>
 
+class FileLayer;
+
 class TransferRequest {
   public:
     /// Why a request can't be carried out.
@@ -37,9 +39,10 @@ class TransferRequest {
         QString sentence() const;
     };
 
-    /// nullopt when the card at source can be transferred to every destination.
-    static std::optional<Refusal> problem(const QString& source, const QStringList& destinations,
-                                          bool onlyMovies);
+    /// nullopt when the card at source (read through files) can be transferred to every
+    /// destination.
+    static std::optional<Refusal> problem(FileLayer& files, const QString& source,
+                                          const QStringList& destinations, bool onlyMovies);
     /// As problem, for destinations alone (no source, no room to check).
     static std::optional<Refusal> destinationsProblem(const QStringList& destinations) {
         return destinationProblem(QString(), destinations);
@@ -48,6 +51,6 @@ class TransferRequest {
   private:
     static std::optional<Refusal> destinationProblem(const QString& source,
                                                      const QStringList& destinations);
-    static std::optional<Refusal> spaceProblem(const QString& source,
+    static std::optional<Refusal> spaceProblem(FileLayer& files, const QString& source,
                                                const QStringList& destinations, bool onlyMovies);
 };

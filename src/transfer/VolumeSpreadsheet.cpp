@@ -1,13 +1,13 @@
 #include "VolumeSpreadsheet.h"
 
-#include "FileLayer.h"
-#include "QVFileManager.h"
+#include "DiskInformation.h"
 #include "QVVolume.h"
 
-SpreadsheetVolume VolumeSpreadsheet::describe(const QVVolume& volume) {
+SpreadsheetVolume VolumeSpreadsheet::describe(const QVVolume& volume,
+                                              const DiskInformation& disks) {
     SpreadsheetVolume described;
     described.name = volume.name();
-    if (const auto info = QVFileManager(FileLayer::posix()).infoForDiskAtMountpoint(volume.path()))
+    if (const auto info = disks.forMountPoint(volume.path()))
         described.driveIdentifier = driveIdentifier(*info);
     described.destinations = volume.destinations();
     described.metadata = volume.metadata();

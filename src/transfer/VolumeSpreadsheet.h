@@ -6,13 +6,14 @@
 #include "MetadataSpreadsheet.h"
 #include "PropertyList.h"
 
+class DiskInformation;
 class QVVolume;
 
 class VolumeSpreadsheet {
   public:
     /// The volume's name, destinations and metadata values, and the identifier of the disk
     /// mounted at its path (empty when nothing is mounted there).
-    static SpreadsheetVolume describe(const QVVolume& volume);
+    static SpreadsheetVolume describe(const QVVolume& volume, const DiskInformation& disks);
     /// "DiskUUID" of a disk-information dictionary, else "VolumeUUID", else empty.
     static QString driveIdentifier(const PropertyList& diskInfo);
 };

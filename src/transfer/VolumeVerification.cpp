@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "CardFiles.h"
 #include "ChecksumManifest.h"
 #include "FileHash.h"
 #include "FileLayer.h"
@@ -20,7 +21,7 @@ bool isLeftOut(FileLayer& files, const QString& folder, const QString& basePath,
         return true;
     if (folder != basePath)
         return false;
-    return VerificationScope::isSidecar(name, ChecksumManifest::kFileName) ||
+    return VerificationScope::isSidecar(name, CardFiles::kManifest) ||
            VerificationScope::isOtherRecord(files, PathText::bytes(folder), name);
 }
 

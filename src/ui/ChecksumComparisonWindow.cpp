@@ -15,8 +15,9 @@
 #include "FileLayer.h"
 #include "ManifestComparison.h"
 
-ChecksumComparisonWindow::ChecksumComparisonWindow(QWidget* parent)
+ChecksumComparisonWindow::ChecksumComparisonWindow(FileLayer& files, QWidget* parent)
     : QDialog(parent),
+      files_(files),
       list_(new QListWidget(this)),
       results_(new QTableWidget(0, 4, this)),
       summary_(new QLabel(this)) {
@@ -108,8 +109,7 @@ void ChecksumComparisonWindow::compare() {
         summary_->setText(QStringLiteral("Add two folders or more to compare."));
         return;
     }
-    const ManifestComparison::Result result =
-        ManifestComparison::compare(folders_, FileLayer::posix());
+    const ManifestComparison::Result result = ManifestComparison::compare(folders_, files_);
     results_->setRowCount(int(result.differences.size()));
     for (int row = 0; row < int(result.differences.size()); ++row) {
         const auto& difference = result.differences[std::size_t(row)];

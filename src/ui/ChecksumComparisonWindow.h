@@ -6,6 +6,7 @@
 #include <QDialog>
 #include <QStringList>
 
+class FileLayer;
 class QLabel;
 class QListWidget;
 class QMimeData;
@@ -15,7 +16,8 @@ class ChecksumComparisonWindow : public QDialog {
     Q_OBJECT
 
   public:
-    explicit ChecksumComparisonWindow(QWidget* parent = nullptr);
+    /// Manifests are read through files, which outlives the window.
+    explicit ChecksumComparisonWindow(FileLayer& files, QWidget* parent = nullptr);
 
     /// A drop is taken only as a list of paths none of which is an existing non-folder
     /// (paths that don't exist are let through; an empty list is fine).
@@ -38,6 +40,7 @@ class ChecksumComparisonWindow : public QDialog {
     static QStringList pathsIn(const QMimeData& data, bool* isList);
     void chooseFolder();
 
+    FileLayer& files_;
     QStringList folders_;
     QListWidget* list_;      // owned by this window
     QTableWidget* results_;  // owned by this window

@@ -52,9 +52,10 @@ QIcon themed(const char* name, QStyle::StandardPixmap fallback) {
 
 }  // namespace
 
-MainWindow::MainWindow(Desktop& desktop, QWidget* parent)
+MainWindow::MainWindow(Desktop& desktop, FileLayer& files, QWidget* parent)
     : QMainWindow(parent),
       desktop_(desktop),
+      files_(files),
       model_(new VolumeTableModel(this)),
       delegate_(new VolumeItemDelegate(*model_, this)),
       failureReview_(new VerificationFailureWindow(this)),
@@ -422,7 +423,7 @@ PreferencesWindow& MainWindow::preferencesWindow() {
 
 ChecksumComparisonWindow& MainWindow::comparisonWindow() {
     if (comparison_.isNull())
-        comparison_ = new ChecksumComparisonWindow(this);  // owned by this window
+        comparison_ = new ChecksumComparisonWindow(files_, this);  // owned by this window
     return *comparison_;
 }
 

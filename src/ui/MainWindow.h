@@ -12,6 +12,7 @@
 class AppController;
 class ChecksumComparisonWindow;
 class Desktop;
+class FileLayer;
 class InfoPanel;
 class LauncherEntry;
 class PreferencesWindow;
@@ -29,7 +30,8 @@ class MainWindow : public QMainWindow, public AppView {
     Q_OBJECT
 
   public:
-    explicit MainWindow(Desktop& desktop, QWidget* parent = nullptr);
+    /// files is what manifests are compared through; it outlives the window.
+    MainWindow(Desktop& desktop, FileLayer& files, QWidget* parent = nullptr);
     ~MainWindow() override;
 
     /// The controller this window shows and commands; set once, before it is shown.
@@ -106,6 +108,7 @@ class MainWindow : public QMainWindow, public AppView {
     static QStringList foldersIn(const QMimeData& data);
 
     Desktop& desktop_;
+    FileLayer& files_;
     AppController* controller_ = nullptr;
     VolumeTableModel* model_;       // owned by this window
     VolumeItemDelegate* delegate_;  // owned by this window

@@ -245,12 +245,14 @@ TEST(Cli, ConcurrentOffloadsNeverShareAFolderOrANumber) {
         }
         std::vector<std::unique_ptr<QVTask>> runs;
         for (int c = 0; c < kCards; ++c) {
-            auto task = std::make_unique<QVTask>();
-            task->setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-            task->setArguments({"offload", dir.filePath(QStringLiteral("card%1").arg(c)), "--dest",
-                                dir.filePath("A"), "--dest", dir.filePath("B/")});
-            task->setStandardOutput(QVTask::Channel::Pipe);
-            task->setStandardError(QVTask::Channel::NullDevice);
+            auto task = std::make_unique<QVTask>(
+                QVTask::Setup{QStringLiteral(CARDSWEEP_CLI_PATH),
+                              {"offload", dir.filePath(QStringLiteral("card%1").arg(c)), "--dest",
+                               dir.filePath("A"), "--dest", dir.filePath("B/")},
+                              std::nullopt,
+                              QVTask::Channel::Inherit,
+                              QVTask::Channel::Pipe,
+                              QVTask::Channel::NullDevice});
             task->launch();
             runs.push_back(std::move(task));
         }

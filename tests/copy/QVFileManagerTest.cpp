@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <thread>
 
+#include "FakeDiskInformation.h"
 #include "FakeLocalPaths.h"
 #include "FakeProcessRunner.h"
 #include "FaultyFileLayer.h"
@@ -209,8 +210,29 @@ TEST(QVFileManager, CreateDirectoryRefusesADriveThatIsNotThere) {
         << "a plain folder is no volume";
     EXPECT_EQ(files.volumeMountPointForPath(root + "/"), QString()) << "nor a bare root";
     EXPECT_EQ(files.volumeMountPointForPath(home.file("x")), "/");
-    EXPECT_FALSE(files.infoForDiskAtMountpoint(root + "/CARD"));
-    EXPECT_FALSE(files.infoForDiskAtMountpoint("/proc")) << "mounted, but no device";
+    EXPECT_FALSE(files.infoForDiskAtMountpoint(root + "/CARD")) << "no disk facts given";
+    FakeDiskInformation disks;
+    disks.set(
+        root + "/CARD",
+        PropertyList(PropertyList::Dictionary{{"VolumeUUID", PropertyList(QString("1234-ABCD"))}}));
+    const auto info =
+        QVFileManager(FileLayer::posix(), nullptr, &disks).infoForDiskAtMountpoint(root + "/CARD");
+    ASSERT_TRUE(info);
+    EXPECT_EQ((*info)["VolumeUUID"].toString(), "1234-ABCD");
+}
+
+TEST(QVFileManager, TouchMakesTheTimesNowAndCreatesNothing) {
+    QTemporaryDir dir;
+    QFile file(TestFiles::write(dir.filePath("clip"), "x"));
+    const QDateTime old = QDateTime::currentDateTime().addDays(-3);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite) &&
+                file.setFileTime(old, QFileDevice::FileModificationTime));
+    file.close();
+    QVFileManager files(FileLayer::posix());
+    files.touchFile(file.fileName());
+    EXPECT_GT(QFileInfo(file.fileName()).lastModified(), old.addDays(2));
+    files.touchFile(dir.filePath("missing"));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("missing")));
 }
 
 TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {

@@ -25,6 +25,7 @@
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "TestServices.h"
 
@@ -84,12 +85,13 @@ TEST_F(WatchE2E, ListsCardsTransfersEachNewOneOnceAndLeavesOutIgnoredOnesAndDest
         .setObject(SettingsKey::ignoredVolumes,
                    PropertyList(PropertyList::Array{PropertyList(QStringLiteral("IGNORED"))}));
 
-    QVTask watch;
-    watch.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    watch.setArguments(
-        {"watch", "--dest", workPath("dest"), "--dest", raid->mountPoint() + "/Media", "--eject"});
-    watch.setStandardOutput(QVTask::Channel::Pipe);
-    watch.setStandardError(QVTask::Channel::NullDevice);
+    QVTask watch(
+        {QStringLiteral(CARDSWEEP_CLI_PATH),
+         {"watch", "--dest", workPath("dest"), "--dest", raid->mountPoint() + "/Media", "--eject"},
+         std::nullopt,
+         QVTask::Channel::Inherit,
+         QVTask::Channel::Pipe,
+         QVTask::Channel::NullDevice});
     watch.launch();
     QString text;
     {
@@ -145,9 +147,9 @@ TEST_F(EraseE2E, AnExfatCardStaysExfatWithItsLabelAndComesBackEmptyButFoldersAnd
     services.useThisMachine();
     AppController controller(settings, view, services.bundle());
     const auto volume =
-        QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings, Clock::system());
+        QVVolume::volumeWithName("day: 2*", card.mountPoint(), -1, settings, SystemClock::shared());
     const auto folder =
-        QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings, Clock::system());
+        QVVolume::volumeWithName("FOLDER", workPath("."), -1, settings, SystemClock::shared());
     folder->setIsFolder(true);
     controller.setDataArray({volume, folder});
 

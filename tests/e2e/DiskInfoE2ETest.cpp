@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "CardTest.h"
-#include "DiskInfo.h"
+#include "LinuxDiskInformation.h"
 #include "LoopCard.h"
 #include "MountTable.h"
 #include "QVTaskEx.h"
@@ -37,7 +37,8 @@ TEST_F(DiskInfoE2ETest, DescribesAMountedExfatCard) {
         return QVTaskEx::stringFromTask(name, arguments + QStringList{card->device()}).trimmed();
     };
 
-    const std::optional<PropertyList> info = DiskInfo::forMountPoint(card->mountPoint());
+    const std::optional<PropertyList> info =
+        LinuxDiskInformation().forMountPoint(card->mountPoint());
     ASSERT_TRUE(info);
     const PropertyList& disk = *info;
     EXPECT_EQ(disk["DeviceNode"].toString(), card->device());
@@ -68,7 +69,8 @@ TEST_F(DiskInfoE2ETest, DescribesAMountedExfatCard) {
 
     // Free space follows what is written to the card.
     TestFiles::write(card->mountPoint() + "/Clip.MOV", TestFiles::randomBytes(8 * 1024 * 1024, 5));
-    const std::optional<PropertyList> after = DiskInfo::forMountPoint(card->mountPoint());
+    const std::optional<PropertyList> after =
+        LinuxDiskInformation().forMountPoint(card->mountPoint());
     ASSERT_TRUE(after);
     EXPECT_LE((*after)["FreeSpace"].toInteger(), free - 8 * 1024 * 1024);
     EXPECT_EQ((*after)["TotalSize"].toInteger(), total.toInteger());
@@ -87,7 +89,8 @@ TEST_F(DiskInfoE2ETest, MountTableFindsTheCardUntilItIsPulled) {
     EXPECT_EQ(entry->fsType, "fuseblk");
     EXPECT_FALSE(entry->readOnly);
     EXPECT_EQ(MountTable::volumeMountPointForPath(inside), mountPoint);
-    const QString uuid = (*DiskInfo::forMountPoint(mountPoint))["VolumeUUID"].toString();
+    const QString uuid =
+        (*LinuxDiskInformation().forMountPoint(mountPoint))["VolumeUUID"].toString();
 
     // Pulled while a file on it is open: gone from the table at once.
     QFile open(inside + "/held.mov");
@@ -96,14 +99,14 @@ TEST_F(DiskInfoE2ETest, MountTableFindsTheCardUntilItIsPulled) {
     ASSERT_TRUE(card->unmount());
     open.close();
     EXPECT_FALSE(listsVolume(mountPoint, card->device()));
-    EXPECT_FALSE(DiskInfo::forMountPoint(mountPoint));
+    EXPECT_FALSE(LinuxDiskInformation().forMountPoint(mountPoint));
     EXPECT_NE(MountTable::volumeMountPointForPath(inside), mountPoint);
 
     // Back in, it is the same card with the same files.
     ASSERT_TRUE(card->remount()) << card->error().toStdString();
     EXPECT_TRUE(listsVolume(mountPoint, card->device()));
     EXPECT_TRUE(QFileInfo(inside).isDir());
-    const std::optional<PropertyList> again = DiskInfo::forMountPoint(mountPoint);
+    const std::optional<PropertyList> again = LinuxDiskInformation().forMountPoint(mountPoint);
     ASSERT_TRUE(again);
     EXPECT_EQ((*again)["VolumeUUID"].toString(), uuid);
 }
@@ -117,7 +120,8 @@ TEST_F(DiskInfoE2ETest, OddMountPointNamesSurviveTheRoundTrip) {
     EXPECT_EQ(card->mountPoint(), mediaPath(folder));
     EXPECT_FALSE(QFile::exists("x"));
 
-    const std::optional<PropertyList> info = DiskInfo::forMountPoint(card->mountPoint());
+    const std::optional<PropertyList> info =
+        LinuxDiskInformation().forMountPoint(card->mountPoint());
     ASSERT_TRUE(info);
     EXPECT_EQ((*info)["VolumeName"].toString(), "-n $(x)");
     EXPECT_EQ((*info)["MountPoint"].toString(), card->mountPoint());

@@ -13,6 +13,7 @@
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "TestServices.h"
 
@@ -39,7 +40,7 @@ TEST_F(DiskModeE2E, ImagesMatchTheDeviceADamagedOneFailsAndAPulledCardIsInterrup
     services.files = &layer;
     AppController controller(settings, view, services.bundle());
     const auto volume =
-        QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings, Clock::system());
+        QVVolume::volumeWithName("IMG CARD", card.mountPoint(), 5, settings, SystemClock::shared());
     controller.setDataArray({volume});
     qsizetype ends = 0;
     // Starts a transfer to the folders; pull, when given, runs once the card is being read.

@@ -20,6 +20,7 @@
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "TestMovies.h"
 #include "TestServices.h"
@@ -96,7 +97,7 @@ TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
     const int type =
         CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), card->mountPoint());
     const auto volume = QVVolume::volumeWithName("EOS_DIGITAL", card->mountPoint(), type, settings,
-                                                 Clock::system());
+                                                 SystemClock::shared());
     controller.setDataArray({volume});
     // The marker is looked for while the card is still there: it goes at the end.
     bool markerOnCard = false;

@@ -24,6 +24,7 @@
 #include "QVTask.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "TestServices.h"
 #include "WaitUntil.h"
@@ -81,7 +82,7 @@ class Controller {
         controller_.setDestinationList(list);
     }
     std::shared_ptr<QVVolume> list(const QString& name, const QString& path) {
-        auto volume = QVVolume::volumeWithName(name, path, 5, settings_, Clock::system());
+        auto volume = QVVolume::volumeWithName(name, path, 5, settings_, SystemClock::shared());
         controller_.setDataArray({volume});
         return volume;
     }
@@ -254,12 +255,13 @@ TEST_P(InterruptedOffloadE2E, MarksEveryFolderAndEndsWith128PlusTheSignal) {
     LyingMedium slow(workPath("slow"), -1);  // a FUSE medium, honest here, just slow
     ASSERT_TRUE(slow.ok()) << slow.error().toStdString();
 
-    QVTask cli;
-    cli.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    cli.setArguments(
-        {"offload", card->mountPoint(), "--dest", slow.mountPoint(), "--dest", workPath("disk")});
-    cli.setStandardOutput(QVTask::Channel::Pipe);
-    cli.setStandardError(QVTask::Channel::NullDevice);
+    QVTask cli(
+        {QStringLiteral(CARDSWEEP_CLI_PATH),
+         {"offload", card->mountPoint(), "--dest", slow.mountPoint(), "--dest", workPath("disk")},
+         std::nullopt,
+         QVTask::Channel::Inherit,
+         QVTask::Channel::Pipe,
+         QVTask::Channel::NullDevice});
     cli.launch();
     QByteArray output;
     std::thread reader([&] {

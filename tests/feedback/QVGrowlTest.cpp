@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <thread>
 
+#include "FakeClock.h"
 #include "FakeNotificationServer.h"
 #include "PrivateBus.h"
 #include "PropertyList.h"
@@ -31,7 +32,7 @@ class QVGrowlTest : public testing::Test {
             GTEST_SKIP() << bus_.error().toStdString();
         }
         ASSERT_TRUE(server_.registerOn(bus_.connect(u"server"_qs)));
-        growl_ = std::make_unique<QVGrowl>(globalFile(), bus_.connect(u"client"_qs));
+        growl_ = std::make_unique<QVGrowl>(globalFile(), clock_, bus_.connect(u"client"_qs));
         QObject::connect(growl_.get(), &QVGrowl::notice,
                          [this](const QString& name, const QVariantMap& info) {
                              notices_.push_back({name, info.value(u"clickContext"_qs)});
@@ -47,6 +48,7 @@ class QVGrowlTest : public testing::Test {
         return waitUntil([&] { return server_.notifications().size() >= count; }, 5000);
     }
 
+    const std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
     PrivateBus bus_;
     QTemporaryDir dir_;
     FakeNotificationServer server_;
@@ -57,7 +59,6 @@ class QVGrowlTest : public testing::Test {
 }  // namespace
 
 TEST_F(QVGrowlTest, PostsFromAnyThreadAndTurnsClicksAndTimeOutsIntoNotices) {
-    const QDateTime before = QDateTime::currentDateTime();
     std::thread transfer([this] {
         growl_->postGrowlNotification(u"Transfer Complete"_qs, u"EOS_DIGITAL"_qs, {},
                                       u"Transfer Complete"_qs);
@@ -95,9 +96,7 @@ TEST_F(QVGrowlTest, PostsFromAnyThreadAndTurnsClicksAndTimeOutsIntoNotices) {
     waitUntil([] { return false; }, 300);  // nothing more may come
     ASSERT_EQ(notices_.size(), 2);
     EXPECT_EQ(notices_[0].name, u"QVGrowlAlertClicked"_qs);
-    const QDateTime posted = notices_[0].context.toDateTime();
-    EXPECT_TRUE(posted >= before && posted <= QDateTime::currentDateTime())
-        << posted.toString(Qt::ISODateWithMs).toStdString();
+    EXPECT_EQ(notices_[0].context.toDateTime(), clock_->now()) << "dated by the clock given";
     EXPECT_EQ(notices_[1].name, u"QVGrowlAlertTimedOut"_qs);
     EXPECT_EQ(notices_[1].context.typeId(), QMetaType::QDateTime);
 }
@@ -121,7 +120,7 @@ TEST_F(QVGrowlTest, TheGlobalSwitchIsReadOnEveryPost) {
 
 TEST(QVGrowlNoBusTest, PostingWithoutASessionBusIsANoOp) {
     const QTemporaryDir dir;
-    QVGrowl growl(dir.filePath(u"global.plist"_qs),
+    QVGrowl growl(dir.filePath(u"global.plist"_qs), std::make_shared<FakeClock>(),
                   QDBusConnection(QStringLiteral("cardsweep-no-bus")));
     growl.postGrowlNotification(u"Transfer Complete"_qs, u"CARD"_qs, {}, {});
     growl.postGrowlNotification(u"Transfer Complete"_qs, u"CARD"_qs, {}, {});

@@ -7,6 +7,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include "FakeClock.h"
 #include "QVTroubleshootingUtils.h"
 #include "TestFiles.h"
 #include "ZipArchive.h"
@@ -26,11 +27,10 @@ QStringList filesUnder(const QString& root) {
 
 TEST(QVTroubleshootingUtilsTest, GatheringTwiceInASecondGivesTwoZipsHoldingEverything) {
     QTemporaryDir work;
-    const QVTroubleshootingUtils::Places places{work.filePath("Logs/Quorvant"),
-                                                {work.filePath("Logs/CrashReporter")},
-                                                work.filePath("config"),
-                                                work.filePath("Desktop"),
-                                                work.filePath("tmp")};
+    const QVTroubleshootingUtils::Places places{
+        work.filePath("Logs/Quorvant"), {work.filePath("Logs/CrashReporter")},
+        work.filePath("config"),        work.filePath("Desktop"),
+        work.filePath("tmp"),           std::make_shared<FakeClock>()};
     TestFiles::write(places.logFolder + "/cardsweep.1.log", "today");
     TestFiles::write(places.logFolder + "/cardsweep.2.log", "yesterday");
     TestFiles::write(places.logFolder + "/cardsweep-cli.1.log", "the terminal's");

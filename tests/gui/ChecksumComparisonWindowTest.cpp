@@ -10,6 +10,7 @@
 #include <QUrl>
 
 #include "ChecksumComparisonWindow.h"
+#include "FileLayer.h"
 #include "TestFiles.h"
 
 namespace {
@@ -44,7 +45,7 @@ TEST(ChecksumComparisonWindowTest, AMixedDropIsRefusedAndTheDifferingFileIsListe
     TestFiles::write(b + "/checksums.txt", kOne + "\tA001C001.MXF\n" + kThree + "\tA001C002.MXF\n");
     TestFiles::write(dir.filePath("notes.txt"), "not a folder");
 
-    ChecksumComparisonWindow window;
+    ChecksumComparisonWindow window(FileLayer::posix());
     window.show();
     EXPECT_FALSE(drop(window, {a, dir.filePath("notes.txt")})) << "a file among the folders";
     EXPECT_TRUE(window.sourceFolders().isEmpty());

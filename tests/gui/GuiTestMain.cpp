@@ -9,6 +9,7 @@
 #include "LogPlaces.h"
 #include "QVException.h"
 #include "QVLog.h"
+#include "SystemClock.h"
 #include "TempHome.h"
 
 int main(int argc, char** argv) {
@@ -18,7 +19,7 @@ int main(int argc, char** argv) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     const int status = RUN_ALL_TESTS();
     DetachedThreads::joinAll();
     QVLog::sharedController().willTerminate();

@@ -43,7 +43,7 @@ class MainWindowTest : public testing::Test {
         Preferences(settings_).registerAndMigrate();
         settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(2)));
         services_.files = &layer_;
-        window_ = std::make_unique<MainWindow>(services_.fakeDesktop);
+        window_ = std::make_unique<MainWindow>(services_.fakeDesktop, *services_.files);
         controller_ = std::make_unique<AppController>(settings_, *window_, services_.bundle());
         controller_->setDestinationList({{1, dest("one")}, {1, dest("two")}});
         window_->attach(*controller_);

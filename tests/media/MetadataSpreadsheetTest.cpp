@@ -12,6 +12,7 @@
 #include "LogPlaces.h"
 #include "MetadataSpreadsheet.h"
 #include "QVLog.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 
 namespace {
@@ -104,7 +105,7 @@ TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
 
 TEST_F(MetadataSpreadsheetTest, FailureLeavesNothingAndIsLogged) {
     ASSERT_TRUE(QDir().mkpath(QVLog::logFolder()));
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     const QString missing = dir_.filePath(QStringLiteral("gone/Project Metadata.csv"));
     EXPECT_FALSE(MetadataSpreadsheet::writeMetadataToFile(missing, volume("C", {"/D"}), {}));
     EXPECT_FALSE(QFile::exists(missing));

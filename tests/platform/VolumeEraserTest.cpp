@@ -245,7 +245,8 @@ TEST(VolumeEraserTest, RefusesWhatIsNotAMountedCard) {
 
     for (const QString& path : {plain.path(), QStringLiteral("/proc")}) {
         QString ejectError;
-        EXPECT_FALSE(VolumeEjector::unmountAndEject(path, &ejectError)) << path.toStdString();
+        EXPECT_FALSE(VolumeEjector(mounts, runner).ejectVolume(path, &ejectError))
+            << path.toStdString();
         EXPECT_FALSE(ejectError.isEmpty());
     }
     EXPECT_TRUE(plain.isValid());

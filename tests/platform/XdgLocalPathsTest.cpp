@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 
 #include "FakeLocalPaths.h"
+#include "FakeProcessRunner.h"
 #include "QVLocalPaths.h"
 #include "TempHome.h"
 #include "XdgLocalPaths.h"
@@ -20,7 +21,8 @@ TEST(XdgLocalPathsTest, FoldersComeFromTheSnapshotNotTheLiveEnvironment) {
     environment.insert(QStringLiteral("TMPDIR"), QStringLiteral("/scratch//tmp"));
     environment.insert(QStringLiteral("CARDSWEEP_MEDIA_ROOTS"),
                        QStringLiteral("/srv/cards:/srv/more/"));
-    const XdgLocalPaths paths(environment);
+    FakeProcessRunner processes;
+    const XdgLocalPaths paths(environment, processes);
 
     TempHome moved;  // the live environment changes afterwards; the snapshot doesn't
     moved.setEnv("XDG_STATE_HOME", moved.path().toLocal8Bit());
@@ -52,17 +54,29 @@ TEST(XdgLocalPathsTest, FoldersComeFromTheSnapshotNotTheLiveEnvironment) {
               QStringLiteral("/elsewhere/B002"));
 }
 
-TEST(XdgLocalPathsTest, FakePathsLiveInATemporaryHomeWithTheGivenRoots) {
-    const QTemporaryDir cards;
-    const FakeLocalPaths paths({cards.path()});
-    EXPECT_TRUE(paths.documentDirectory().startsWith(paths.home() + u'/'));
-    EXPECT_TRUE(paths.tempDirectory().startsWith(paths.home() + u'/'));
-    EXPECT_EQ(paths.username(), QStringLiteral("tester"));
-    EXPECT_EQ(paths.mediaRoots(), QStringList{cards.path() + u'/'});
-    EXPECT_TRUE(paths.isConfiguredMediaRoot(cards.path() + u'/'));
-    EXPECT_EQ(paths.mediaDriveForPath(cards.path() + QStringLiteral("/CARD/DCIM")),
-              cards.path() + QStringLiteral("/CARD"));
-    EXPECT_TRUE(paths.isPathSystemDirectory(cards.path(), true));
-    EXPECT_TRUE(paths.isPathSystemDirectory(paths.home(), true));
-    EXPECT_FALSE(paths.isPathSystemDirectory(paths.home() + QStringLiteral("/Offloads"), true));
+TEST(XdgLocalPathsTest, TheFrontAnswersFromThemAndLogindIsAskedThroughTheRunner) {
+    FakeProcessRunner processes;
+    processes.answer(QStringLiteral("loginctl"), [](const QStringList& arguments) {
+        return FakeProcessRunner::exited(
+            0, arguments.first() == QLatin1String("list-sessions")
+                   ? QByteArray("c2 1000 ann seat0 tty2\n")
+                   : QByteArray("Name=ann\nType=wayland\nActive=yes\nClass=user\n"));
+    });
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("HOME"), QStringLiteral("/home/ann"));
+    environment.insert(QStringLiteral("CARDSWEEP_MEDIA_ROOTS"), QStringLiteral("/srv/cards"));
+    const XdgLocalPaths paths(environment, processes);
+
+    const LocalPaths* const before = QVLocalPaths::install(&paths);
+    EXPECT_EQ(QVLocalPaths::currentConsoleUser(), QStringLiteral("ann"));
+    EXPECT_EQ(QVLocalPaths::currentConsoleUser(), QStringLiteral("ann"));
+    EXPECT_EQ(QVLocalPaths::mediaDriveForPath(QStringLiteral("/srv/cards/A001/x")),
+              QStringLiteral("/srv/cards/A001"));
+    EXPECT_EQ(QVLocalPaths::tempDirectory(), paths.tempDirectory());
+    QVLocalPaths::install(before);
+    EXPECT_EQ(processes.commandLines(),
+              QStringList({QStringLiteral("/usr/bin/loginctl list-sessions --no-legend"),
+                           QStringLiteral("/usr/bin/loginctl show-session c2 -p Name -p Type "
+                                          "-p Active -p Class")}))
+        << "asked once, then kept";
 }

@@ -12,11 +12,8 @@ QStringList CliRunner::Run::destinations() const {
 }
 
 CliRunner::Run CliRunner::run(const QStringList& arguments) {
-    QVTask task;
-    task.setLaunchPath(QStringLiteral(CARDSWEEP_CLI_PATH));
-    task.setArguments(arguments);
-    task.setStandardOutput(QVTask::Channel::Pipe);
-    task.setStandardError(QVTask::Channel::Pipe);
+    QVTask task({QStringLiteral(CARDSWEEP_CLI_PATH), arguments, std::nullopt,
+                 QVTask::Channel::Inherit, QVTask::Channel::Pipe, QVTask::Channel::Pipe});
     task.launch();
     QByteArray output;
     for (QByteArray piece = task.readOutput(); !piece.isEmpty(); piece = task.readOutput())

@@ -29,7 +29,7 @@ QProcessEnvironment FakeLocalPaths::environmentFor(const QString& home, const QS
     return environment;
 }
 
-QString FakeLocalPaths::pathForDirectory(QVLocalPaths::Directory kind, bool userDomain) const {
+QString FakeLocalPaths::pathForDirectory(StandardDirectory kind, bool userDomain) const {
     return rules_.pathForDirectory(kind, userDomain);
 }
 
@@ -51,4 +51,16 @@ bool FakeLocalPaths::isConfiguredMediaRoot(const QString& root) const {
 
 bool FakeLocalPaths::isPathSystemDirectory(const QString& path, bool exactMatch) const {
     return rules_.isPathSystemDirectory(path, exactMatch);
+}
+
+QString FakeLocalPaths::userDirectory() const {
+    return rules_.userDirectory();
+}
+
+QString FakeLocalPaths::currentConsoleUser() const {
+    return rules_.currentConsoleUser();
+}
+
+bool FakeLocalPaths::isElevated() const {
+    return rules_.isElevated();
 }

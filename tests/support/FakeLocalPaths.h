@@ -16,9 +16,12 @@ class FakeLocalPaths : public LocalPaths {
 
     QString home() const { return home_.path(); }
 
-    QString pathForDirectory(QVLocalPaths::Directory kind, bool userDomain) const override;
+    QString pathForDirectory(StandardDirectory kind, bool userDomain) const override;
     QString tempDirectory() const override;
     QString username() const override;
+    QString userDirectory() const override;
+    QString currentConsoleUser() const override;
+    bool isElevated() const override;
     QStringList mediaRoots() const override;
     bool isConfiguredMediaRoot(const QString& root) const override;
     bool isPathSystemDirectory(const QString& path, bool exactMatch = false) const override;

@@ -4,6 +4,8 @@
 
 #include <QFileInfo>
 
+#include "QVException.h"
+
 namespace {
 
 QString nameOf(const QString& program) {
@@ -81,4 +83,14 @@ QStringList FakeProcessRunner::commandLines() const {
         lines << (QStringList{call.program} + call.arguments).join(u' ');
     }
     return lines;
+}
+
+std::shared_ptr<ChildProcess> FakeProcessRunner::makeChild(const ChildProcess::Setup& setup) {
+    throw QVException(QStringLiteral("FakeProcessRunner"),
+                      QStringLiteral("no child is made for %1").arg(setup.launchPath));
+}
+
+bool FakeProcessRunner::isExecutable(const QString& path) const {
+    const std::lock_guard lock(mutex_);
+    return scripts_.contains(nameOf(path));
 }

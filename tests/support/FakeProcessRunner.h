@@ -37,6 +37,10 @@ class FakeProcessRunner : public ProcessRunner {
                       double timeoutSeconds = 0) override;
     bool start(const QString& program, const QStringList& arguments) override;
     bool runsAsRoot() const override;
+    /// Children are never made here: throws QVException.
+    std::shared_ptr<ChildProcess> makeChild(const ChildProcess::Setup& setup) override;
+    /// True for a scripted program.
+    bool isExecutable(const QString& path) const override;
 
     std::vector<Call> calls() const;
     /// Each call as one line, "program arg1 arg2", for compact expectations.

@@ -5,12 +5,14 @@
 
 #include "LogPlaces.h"
 #include "QVLog.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 
 LogTail::LogTail() {
     const QString path = QVLog::sharedController().currentLogPath();
     if (!QFile::exists(path))
-        QVLog::createNewLog(LogPlaces::forCurrentUser(), QStringLiteral("tests"));
+        QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared(),
+                            QStringLiteral("tests"));
     QVLog::finishWriting();
     start_ = QFileInfo(QVLog::sharedController().currentLogPath()).size();
 }

@@ -90,13 +90,10 @@ bool LyingMedium::start() {
                              QString::number(corruptAt_)};
     if (!only_.isEmpty())
         arguments << QStringLiteral("--only") << only_;
-    task_ = std::make_unique<QVTask>();
-    task_->setLaunchPath(kPython);
-    task_->setArguments(arguments);
-    task_->setStandardInput(QVTask::Channel::NullDevice);
-    task_->setStandardOutput(QVTask::Channel::NullDevice);
     // Its complaints, if any, land in the test's own output.
-    task_->setStandardError(QVTask::Channel::Inherit);
+    task_ = std::make_unique<QVTask>(
+        QVTask::Setup{kPython, arguments, std::nullopt, QVTask::Channel::NullDevice,
+                      QVTask::Channel::NullDevice, QVTask::Channel::Inherit});
     try {
         task_->launch();
     } catch (const std::exception& ex) {

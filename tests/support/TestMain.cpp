@@ -7,8 +7,11 @@
 
 #include "DetachedThreads.h"
 #include "LogPlaces.h"
+#include "PosixProcessRunner.h"
 #include "QVException.h"
 #include "QVLog.h"
+#include "QVTaskEx.h"
+#include "SystemClock.h"
 #include "TempHome.h"
 
 int main(int argc, char** argv) {
@@ -16,8 +19,10 @@ int main(int argc, char** argv) {
     const TempHome home;
     QCoreApplication app(argc, argv);
     QVException::installUncaughtExceptionHandler();
-    QVLog::createNewLog(
-        LogPlaces::forCurrentUser());  // so what the code under test logs has a file to go to
+    PosixProcessRunner processes;
+    QVTaskEx::install(&processes);  // as a program's setup does
+    // So what the code under test logs has a file to go to.
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     const int status = RUN_ALL_TESTS();
     DetachedThreads::joinAll();
     // The writer must be done before the statics it formats with are torn down.

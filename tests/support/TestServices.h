@@ -14,6 +14,7 @@
 #include "FakeVolumeActions.h"
 #include "FileLayer.h"
 #include "Services.h"
+#include "SystemClock.h"
 
 class LinuxDiskInformation;
 class LinuxMountService;
@@ -39,7 +40,7 @@ class TestServices {
     FakeProcessRunner fakeProcesses;
     FakeLocalPaths fakePaths;
     FakeDesktop fakeDesktop;
-    std::shared_ptr<const Clock> clock = Clock::system();
+    std::shared_ptr<const Clock> clock = SystemClock::shared();
     // Tests on real cards give the real ones.
     MountService* mounts = &fakeMounts;
     VolumeActions* volumes = &fakeVolumes;

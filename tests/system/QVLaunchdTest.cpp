@@ -72,7 +72,7 @@ class QVLaunchdTest : public testing::Test {
 
 TEST_F(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
     const QString folder =
-        paths.pathForDirectory(QVLocalPaths::Directory::Preferences, true) + "/systemd/user";
+        paths.pathForDirectory(StandardDirectory::Preferences, true) + "/systemd/user";
     EXPECT_EQ(launchd.jobFolder(true, true), folder);
     const QString file = folder + "/com.quorvant.Cardsweep.service";
     // A program path holding what systemd would expand or split.
@@ -118,7 +118,7 @@ TEST_F(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
 }
 
 TEST_F(QVLaunchdTest, AUnitThatCannotBeWrittenAnywhereIsReportedAndNothingIsLoaded) {
-    const QString config = paths.pathForDirectory(QVLocalPaths::Directory::Preferences, true);
+    const QString config = paths.pathForDirectory(StandardDirectory::Preferences, true);
     TestFiles::write(config + "/systemd", "a file where the folder should be");  // root too
     EXPECT_FALSE(launchd.startLaunchAgent(
         "com.quorvant.Cardsweep", job("com.quorvant.Cardsweep", "/usr/bin/CardsweepHelper", false),

@@ -1,12 +1,10 @@
-// Protected folders, backup stores, the console user, the XDG folders, temporary names and
+// Protected folders, backup stores, the console user, the XDG folders and
 // the kernel release.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <QFile>
-#include <QRegularExpression>
-#include <QSet>
 #include <vector>
 
 #include "QVLocalPaths.h"
@@ -94,20 +92,6 @@ TEST(QVLocalPathsTest, SuperuserFoldersBelongToTheConsoleUser) {
     EXPECT_EQ(QVLocalPaths::userDirectory(), QStringLiteral("/nonexistent"));
     EXPECT_EQ(QVLocalPaths::libraryDirectory(true), QStringLiteral("/nonexistent/.local/share"));
     EXPECT_EQ(QVLocalPaths::libraryDirectory(false), QStringLiteral("/usr/local/share"));
-}
-
-TEST(QVLocalPathsTest, TemporaryNamesAreFreshAndWellFormed) {
-    QSet<QString> names;
-    for (int i = 0; i < 50; ++i) {
-        const QString name = QVLocalPaths::tempFile();
-        EXPECT_TRUE(name.startsWith(QVLocalPaths::tempDirectory() + u'/'));
-        EXPECT_FALSE(QFile::exists(name));
-        names.insert(name);
-    }
-    EXPECT_EQ(names.size(), 50);
-    EXPECT_EQ(QVLocalPaths::randomString(0), QString());
-    static const QRegularExpression alphabet(QStringLiteral("^[a-z0-9]{40}$"));
-    EXPECT_TRUE(alphabet.match(QVLocalPaths::randomString(40)).hasMatch());
 }
 
 TEST(QVLocalPathsTest, KernelReleaseReadsAsThreeNumbersComparedInOrder) {

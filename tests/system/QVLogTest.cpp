@@ -15,6 +15,7 @@
 #include "QVException.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "SystemClock.h"
 #include "TempHome.h"
 #include "TestFiles.h"
 
@@ -54,7 +55,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
     for (int i = 1; i <= 5; ++i) {
         TestFiles::write(logPath(i), QStringLiteral("old %1\n").arg(i).toUtf8());
     }
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     QVLog::finishWriting();
 
     for (int i = 2; i <= 5; ++i) {
@@ -75,7 +76,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
     // Without a current log nothing rotates, even with older numbers present.
     const TempHome fresh;
     TestFiles::write(logPath(2), "second\n");
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     QVLog::finishWriting();
     EXPECT_EQ(readAll(logPath(2)), QStringLiteral("second\n"));
     EXPECT_FALSE(QFile::exists(logPath(3)));
@@ -84,7 +85,7 @@ TEST(QVLogTest, StartingALogRotatesFiveAndWritesTheHeader) {
 
 TEST(QVLogTest, ShortLinesFromWorkersAreOnDiskWhenAppendReturns) {
     const TempHome home;
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     bool seen = false;
     std::thread worker([&seen] {
         QVLog::appendLog(u"worker reached step %li", 3);
@@ -96,7 +97,7 @@ TEST(QVLogTest, ShortLinesFromWorkersAreOnDiskWhenAppendReturns) {
 
 TEST(QVLogTest, RollsOverAtHalfAMillionBytes) {
     const TempHome home;
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     // Logs numbered 1 KB lines until stop() holds; the number of the last one, or -1.
     const auto fillUntil = [](const std::function<bool()>& stop) {
         for (int i = 0; i < 600; ++i) {
@@ -142,7 +143,7 @@ TEST(QVLogTest, GlobalSwitchTurnsLoggingOffOnlyForOne) {
         const TempHome home;
         setGlobalSwitch(value);
         testing::internal::CaptureStdout();
-        QVLog::createNewLog(LogPlaces::forCurrentUser());
+        QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
         QVLog::appendLog(u"a line");
         QVLog::finishWriting();
         const std::string printed = testing::internal::GetCapturedStdout();
@@ -150,13 +151,13 @@ TEST(QVLogTest, GlobalSwitchTurnsLoggingOffOnlyForOne) {
         EXPECT_EQ(QFile::exists(logPath(1)), !disables) << value.toString().toStdString();
     }
     const TempHome home;
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     EXPECT_FALSE(QVLog::sharedController().loggingDisabled());
 }
 
 TEST(QVLogTest, LinesAreTrimmedAndPrintedLinesDoublePercentSigns) {
     const TempHome home;
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     const std::uint64_t queued = QVLog::sharedController().bytesInQueue();  // lines dropped earlier
     QVLog::appendLog(u"  copied %@ to %li destinations \n", QStringLiteral("A001.mov"), 2);
     QVLog::appendLog(u" \n\t ");
@@ -184,7 +185,7 @@ TEST(QVLogTest, AnUnwritableFolderIsReportedOnStandardOutput) {
     TestFiles::write(home.file(QStringLiteral("blocked")), "a file where the folder should be");
     home.setEnv("XDG_STATE_HOME", home.file(QStringLiteral("blocked")).toLocal8Bit());
     testing::internal::CaptureStdout();
-    QVLog::createNewLog(LogPlaces::forCurrentUser());
+    QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
     QVLog::appendLog(u"lost line");
     QVLog::finishWriting();
     const std::string printed = testing::internal::GetCapturedStdout();

@@ -337,8 +337,7 @@ TEST_F(AppControllerTest, DiscoveryLeavesOutDestinationDrivesAndIgnoredNames) {
 
 TEST_F(AppControllerTest, AutomaticModeThatCannotBeInstalledSaysWhyAndStaysOff) {
     withMediaRoot(work_.filePath("cards"));
-    const QString config =
-        mediaPaths_->pathForDirectory(QVLocalPaths::Directory::Preferences, true);
+    const QString config = mediaPaths_->pathForDirectory(StandardDirectory::Preferences, true);
     TestFiles::write(config + "/systemd", "a file where the units' folder should be");
     controller_->toggleCardsweep();
     EXPECT_FALSE(controller_->cardsweepEnabled());
@@ -356,8 +355,7 @@ TEST_F(AppControllerTest, AutomaticModeQueuesRecognisedCardsAndStartUpShowsIt) {
     controller_->setDestinationList({{1, dest("A")}});
     // On: both jobs become user units, enabled at once; the listener's file is the switch.
     const QString units =
-        mediaPaths_->pathForDirectory(QVLocalPaths::Directory::Preferences, true) +
-        "/systemd/user/";
+        mediaPaths_->pathForDirectory(StandardDirectory::Preferences, true) + "/systemd/user/";
     EXPECT_FALSE(controller_->cardsweepEnabled());
     controller_->toggleCardsweep();
     EXPECT_TRUE(controller_->cardsweepEnabled());

@@ -9,12 +9,14 @@
 
 #include "AscMhlHistory.h"
 #include "C4Id.h"
+#include "Clock.h"
 #include "FileHash.h"
 #include "FileLayer.h"
 #include "HistoryVerifier.h"
 #include "ManifestVerifier.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "TransferReport.h"
 
@@ -120,14 +122,17 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         EXPECT_EQ(clip.hashes[1].kind, DigestContext::Kind::XXH128);
         EXPECT_TRUE(latest.count("checksums.txt") && latest.count("Transfer Report.html"))
             << "the sidecars are sealed too";
-        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix()).ok());
+        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
+                                            *SystemClock::shared())
+                        .ok());
     }
 
     // One byte flipped in one of the two same-named clips: the history names it; the manifest,
     // keyed by name, can't tell which file its line means and says so instead of passing.
     const QString destination = volume->destinations()[0];
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
-    const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix());
+    const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
+                                                   *SystemClock::shared());
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
     EXPECT_EQ(byHistory.checked, 6);
     const auto byManifest = ManifestVerifier::verify(destination, FileLayer::posix());
@@ -137,7 +142,9 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
     // Sealing records the check as the next generation; a generation changed afterwards no
     // longer matches its chain.
     QString sealError;
-    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError, FileLayer::posix()).ok());
+    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError, FileLayer::posix(),
+                                         *SystemClock::shared())
+                     .ok());
     EXPECT_EQ(sealError, "");
     const QStringList sealed = historyFiles(destination);
     ASSERT_EQ(sealed.size(), 3);
@@ -264,7 +271,9 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
         const auto& clip = latest.at("DCIM/100EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);
         EXPECT_EQ(clip.hashes[0].action, "original");
-        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix()).ok());
+        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
+                                            *SystemClock::shared())
+                        .ok());
     }
     EXPECT_EQ(historyFiles(good->path()).size(), 2) << "the card itself is left as it was";
 

@@ -15,6 +15,7 @@
 #include "QVVolume.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 #include "VolumeVerification.h"
 #include "WaitUntil.h"
@@ -64,7 +65,8 @@ TEST_F(OffloadTest, TwoCardsAtOnceAndACardOfNothingButLitter) {
     const QString empty = work_.filePath("cards/EMPTY");
     TestFiles::write(empty + "/.Trashes/x", "x");
     TestFiles::write(empty + "/.fseventsd/y", "y");
-    const auto litter = QVVolume::volumeWithName("EMPTY", empty, 0, settings_, Clock::system());
+    const auto litter =
+        QVVolume::volumeWithName("EMPTY", empty, 0, settings_, SystemClock::shared());
     ASSERT_TRUE(offload({first, second, litter}));
     drainWorkers();  // past the post actions, which pass through "Finishing..."
     for (const auto& volume : {first, second, litter}) {
@@ -222,7 +224,7 @@ TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
 
 TEST_F(OffloadTest, DelegateProgressSumsPerFileDigestsGoByNameAndQuittingAsks) {
     makeController();
-    auto volume = std::make_shared<QVVolume>(Clock::system());
+    auto volume = std::make_shared<QVVolume>(SystemClock::shared());
     volume->setStatus(QVVolume::Copying);
     volume->setMaxProgressValue(200);
     volume->addDestination("/d1");

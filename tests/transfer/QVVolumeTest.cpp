@@ -7,9 +7,11 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "FileLayer.h"
 #include "Preferences.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "SystemClock.h"
 #include "TestFiles.h"
 
 namespace {
@@ -27,11 +29,12 @@ class QVVolumeTest : public testing::Test {
 
 TEST_F(QVVolumeTest, StatusTypeAndProgress) {
     const auto unknown =
-        QVVolume::volumeWithName("USB", dir_.path(), -1, settings_, Clock::system());
+        QVVolume::volumeWithName("USB", dir_.path(), -1, settings_, SystemClock::shared());
     EXPECT_EQ(unknown->status(), QVVolume::Unrecognised);
     EXPECT_EQ(unknown->statusText(), "");
     EXPECT_EQ(unknown->typeName(), "Unknown");
-    const auto card = QVVolume::volumeWithName("A001", dir_.path(), 7, settings_, Clock::system());
+    const auto card =
+        QVVolume::volumeWithName("A001", dir_.path(), 7, settings_, SystemClock::shared());
     EXPECT_EQ(card->statusText(), "Waiting");
     EXPECT_EQ(card->typeName(), "Canon XF");
     card->setStatus(QVVolume::Failed);
@@ -51,14 +54,14 @@ TEST_F(QVVolumeTest, MediaUsageLeavesLitterOutAndCachesOnlyANonZeroTotal) {
     const QString root = dir_.filePath("card");
     TestFiles::write(root + "/.Trashes/a", QByteArray(1000, 't'));
     TestFiles::write(root + "/.fseventsd/b", QByteArray(1000, 'f'));
-    QVVolume volume(Clock::system());
+    QVVolume volume(SystemClock::shared());
     volume.setPath(root);
-    EXPECT_EQ(volume.totalMediaUsage(), 0u);
+    EXPECT_EQ(volume.totalMediaUsage(FileLayer::posix()), 0u);
     TestFiles::write(root + "/CONTENTS/CLIP/A.MXF", QByteArray(300, 'm'));
     TestFiles::write(root + "/.hidden", QByteArray(20, 'h'));
-    EXPECT_EQ(volume.totalMediaUsage(), 320u) << "zero is asked again";
+    EXPECT_EQ(volume.totalMediaUsage(FileLayer::posix()), 320u) << "zero is asked again";
     TestFiles::write(root + "/late.MXF", QByteArray(5, 'l'));
-    EXPECT_EQ(volume.totalMediaUsage(), 320u) << "a total is cached";
+    EXPECT_EQ(volume.totalMediaUsage(FileLayer::posix()), 320u) << "a total is cached";
 }
 
 TEST_F(QVVolumeTest, FindsQuickTimeMoviesByExtensionOrTypeCode) {
@@ -67,20 +70,21 @@ TEST_F(QVVolumeTest, FindsQuickTimeMoviesByExtensionOrTypeCode) {
     TestFiles::write(root + "/A/C/other.mov");
     TestFiles::write(root + "/Z/clip.mp4");
     TestFiles::write(root + "/Z/note.txt");
-    QVVolume volume(Clock::system());
+    QVVolume volume(SystemClock::shared());
     volume.setPath(root);
-    volume.checkForQuickTimeMovies();
+    volume.checkForQuickTimeMovies(FileLayer::posix());
     EXPECT_TRUE(volume.hasQTMovies());
-    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(root, 1), QStringList({root + "/A/B/CLIP.MOV"}));
+    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(FileLayer::posix(), root, 1),
+              QStringList({root + "/A/B/CLIP.MOV"}));
 
     unsigned char finderInfo[32] = {'M', 'o', 'o', 'V'};
     if (::setxattr(QFile::encodeName(root + "/Z/clip.mp4").constData(), "user.com.apple.FinderInfo",
                    finderInfo, sizeof finderInfo, 0) != 0)
         GTEST_SKIP() << "no user extended attributes here";
-    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(root),
+    EXPECT_EQ(QVVolume::quickTimeMoviesInFolder(FileLayer::posix(), root),
               QStringList({root + "/A/B/CLIP.MOV", root + "/A/C/other.mov", root + "/Z/clip.mp4"}));
 
-    volume.populateQuickTimeMovies();
+    volume.populateQuickTimeMovies(FileLayer::posix());
     volume.setHasQTMovies(true);
-    EXPECT_EQ(volume.totalMediaUsage(), 3u) << "only the movies count";
+    EXPECT_EQ(volume.totalMediaUsage(FileLayer::posix()), 3u) << "only the movies count";
 }

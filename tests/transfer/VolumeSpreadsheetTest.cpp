@@ -3,7 +3,9 @@
 
 #include <QTemporaryDir>
 
+#include "FakeDiskInformation.h"
 #include "QVVolume.h"
+#include "SystemClock.h"
 #include "VolumeSpreadsheet.h"
 
 TEST(VolumeSpreadsheet, DriveIdentifier) {
@@ -13,9 +15,12 @@ TEST(VolumeSpreadsheet, DriveIdentifier) {
     EXPECT_EQ(VolumeSpreadsheet::driveIdentifier(Info{{"DiskUUID", ""}, {"VolumeUUID", "V"}}), "V");
     EXPECT_EQ(VolumeSpreadsheet::driveIdentifier(Info{}), "");
 
-    // A folder is no mounted disk: no identifier.
+    // The disk facts of the volume's path, none for a folder that is no mounted disk.
     QTemporaryDir dir;
-    QVVolume volume(Clock::system());
+    QVVolume volume(SystemClock::shared());
     volume.setPath(dir.path());
-    EXPECT_TRUE(VolumeSpreadsheet::describe(volume).driveIdentifier.isEmpty());
+    FakeDiskInformation disks;
+    EXPECT_TRUE(VolumeSpreadsheet::describe(volume, disks).driveIdentifier.isEmpty());
+    disks.set(dir.path(), Info{{"VolumeUUID", "V"}});
+    EXPECT_EQ(VolumeSpreadsheet::describe(volume, disks).driveIdentifier, "V");
 }

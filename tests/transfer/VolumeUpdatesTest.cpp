@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "QVVolume.h"
+#include "SystemClock.h"
 #include "VolumeUpdates.h"
 
 namespace {
@@ -32,8 +33,8 @@ TEST_P(VolumeUpdatesAt, ManyChangesFromWorkersArriveAsFewSnapshotsOfTheLatestSta
     std::vector<VolumeUpdates::Snapshots> deliveries;
     VolumeUpdates updates([&](const VolumeUpdates::Snapshots& s) { deliveries.push_back(s); },
                           std::chrono::hours(1), clock);
-    const auto a = std::make_shared<QVVolume>(Clock::system());
-    const auto b = std::make_shared<QVVolume>(Clock::system());
+    const auto a = std::make_shared<QVVolume>(SystemClock::shared());
+    const auto b = std::make_shared<QVVolume>(SystemClock::shared());
     a->setName("A");
     b->setName("B");
 
@@ -86,13 +87,13 @@ TEST(VolumeUpdates, AVolumeGoneBeforeDeliveryIsLeftOutAndNothingComesAfterTheEnd
     auto updates = std::make_unique<VolumeUpdates>(
         [&](const VolumeUpdates::Snapshots& s) { deliveries.push_back(s); },
         std::chrono::milliseconds(0));
-    auto gone = std::make_shared<QVVolume>(Clock::system());
+    auto gone = std::make_shared<QVVolume>(SystemClock::shared());
     updates->changed(gone);
     gone.reset();
     serveEvents();
     EXPECT_TRUE(deliveries.empty());
 
-    updates->changed(std::make_shared<QVVolume>(Clock::system()));
+    updates->changed(std::make_shared<QVVolume>(SystemClock::shared()));
     updates.reset();  // the controller went before the main thread came round
     serveEvents();
     EXPECT_TRUE(deliveries.empty());

@@ -110,6 +110,7 @@ class FileLayer {
     /// than limit.
     std::optional<QByteArray> readWhole(const QByteArray& path, std::size_t limit = 64 << 20);
 
-    /// The real file system.
+    /// The real file system (PosixFileLayer). For the programs' setup only: everything else is
+    /// handed the layer it works on.
     static FileLayer& posix();
 };

@@ -119,6 +119,14 @@ void QVTask::ReadEnd::close() {
 
 // ---- QVTask ----
 
+QVTask::QVTask(const Setup& setup)
+    : launchPath_(setup.launchPath),
+      arguments_(setup.arguments),
+      environment_(setup.environment),
+      stdin_(setup.input),
+      stdout_(setup.output),
+      stderr_(setup.error) {}
+
 QVTask::~QVTask() {
     const std::lock_guard lock(mutex_);
     if (pid_ == 0 || reaped_) {
@@ -136,38 +144,7 @@ QVTask::~QVTask() {
     }).detach();
 }
 
-void QVTask::setLaunchPath(const QString& path) {
-    const std::lock_guard lock(mutex_);
-    launchPath_ = path;
-}
-
-void QVTask::setArguments(const QStringList& arguments) {
-    const std::lock_guard lock(mutex_);
-    arguments_ = arguments;
-}
-
-void QVTask::setEnvironment(const std::optional<Environment>& environment) {
-    const std::lock_guard lock(mutex_);
-    environment_ = environment;
-}
-
-void QVTask::setStandardInput(Channel channel) {
-    const std::lock_guard lock(mutex_);
-    stdin_ = channel;
-}
-
-void QVTask::setStandardOutput(Channel channel) {
-    const std::lock_guard lock(mutex_);
-    stdout_ = channel;
-}
-
-void QVTask::setStandardError(Channel channel) {
-    const std::lock_guard lock(mutex_);
-    stderr_ = channel;
-}
-
 QString QVTask::launchPath() const {
-    const std::lock_guard lock(mutex_);
     return launchPath_;
 }
 
