@@ -87,6 +87,14 @@ Services AppContext::services(Notifier& notifier) {
         notifier,           *desktop_, *threads_, Clock::system(), authorization_.get()};
 }
 
+FileLayer& AppContext::files() {
+    return FileLayer::posix();
+}
+
+std::shared_ptr<const Clock> AppContext::clock() const {
+    return Clock::system();
+}
+
 void AppContext::finishWork() {
     // Stopped copies end quickly; their last words may still need the main loop.
     const QDeadlineTimer deadline(60000);
