@@ -104,6 +104,14 @@ Services AppContext::services(Notifier& notifier) {
                     authorization_.get()};
 }
 
+FileLayer& AppContext::files() {
+    return FileLayer::posix();
+}
+
+std::shared_ptr<const Clock> AppContext::clock() const {
+    return SystemClock::shared();
+}
+
 void AppContext::finishWork() {
     // Stopped copies end quickly; their last words may still need the main loop.
     const QDeadlineTimer deadline(60000);

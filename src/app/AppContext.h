@@ -39,6 +39,9 @@ class AppContext {
     QString settingsProblem() const;
     /// The services, with notifications going to notifier.
     Services services(Notifier& notifier);
+    /// The files and the time the services reach; for work done without a controller.
+    FileLayer& files();
+    std::shared_ptr<const Clock> clock() const;
     WorkerThreads& threads() { return *threads_; }
     MountService& mounts();
     ProcessRunner& processes();

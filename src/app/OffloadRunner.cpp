@@ -16,17 +16,11 @@
 #include "QVVolume.h"
 #include "SettingsStore.h"
 #include "SignalPipe.h"
-#include "SystemClock.h"
 #include "TerminalAppView.h"
-#include "TransferRequest.h"
 #include "TransferSummary.h"
 #include "WorkerThreads.h"
 
 namespace {
-
-void printError(const QString& text) {
-    std::fprintf(stderr, "cardsweep-cli: %s\n", text.toUtf8().constData());
-}
 
 void print(const QString& line) {
     std::printf("%s\n", line.toUtf8().constData());
@@ -66,21 +60,16 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
 }  // namespace
 
 int OffloadRunner::run(AppContext& context, SettingsStore& settings, const Request& request) {
-    if (const auto problem = TransferRequest::problem(FileLayer::posix(), request.source,
-                                                      request.destinations, request.onlyMovies)) {
-        printError(problem->line);
-        return 2;
-    }
     applyOverrides(settings, request);
 
     const QFileInfo sourceInfo(request.source);
     const QString source = QDir::cleanPath(sourceInfo.absoluteFilePath());
-    const int type = CardsweepVolumeChecker::verifyVolumeType(FileLayer::posix(), source);
-    const auto volume = QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings,
-                                                 SystemClock::shared());
+    FileLayer& files = context.files();
+    const int type = CardsweepVolumeChecker::verifyVolumeType(files, source);
+    const auto volume =
+        QVVolume::volumeWithName(sourceInfo.fileName(), source, type, settings, context.clock());
     // A card is the root of a mounted volume; anything else is a folder and never gets marked.
-    volume->setIsFolder(QVFileManager(FileLayer::posix()).volumeMountPointForPath(source) !=
-                        source);
+    volume->setIsFolder(QVFileManager(files).volumeMountPointForPath(source) != source);
 
     TerminalAppView view;
     view.setDesktopNotifier(&context.growl());

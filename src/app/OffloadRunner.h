@@ -1,7 +1,7 @@
 #pragma once
-// Runs one card through the same queue, processing, copy, read-back, manifest and completion as
-// the desktop application, drawing progress on the terminal, and prints what became of every
-// destination and file.
+// The engine's side of `offload` and `demo`: runs one card through the same queue, processing,
+// copy, read-back, manifest and completion as the desktop application, drawing progress on the
+// terminal, and prints what became of every destination and file. Main thread.
 
 #include <QString>
 #include <QStringList>
@@ -20,7 +20,7 @@ class OffloadRunner {
         bool inlineCheck = false;  // check each write as it is made, not from the media
     };
 
-    /// Exit status: 0 verified, 1 failed, 2 a request that can't be carried out (nothing is
-    /// written then). Needs a running QCoreApplication.
+    /// Exit status: 0 verified, 1 failed, 128 + the signal when stopped. The request was
+    /// checked already. Needs a running QCoreApplication.
     static int run(AppContext& context, SettingsStore& settings, const Request& request);
 };

@@ -1,5 +1,6 @@
-#include "WatchRunner.h"
+#include "WatchCommand.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <cstdio>
@@ -25,13 +26,13 @@ void say(const QString& line) {
     std::fflush(stdout);
 }
 
-void applyOverrides(SettingsStore& settings, const WatchRunner::Request& request) {
+void applyOverrides(SettingsStore& settings, const QStringList& destinations, bool image) {
     // Imaging a whole card is asked for on the command line, never inherited from the desktop.
-    settings.setOverride(SettingsKey::transferType, PropertyList(qint64(request.image ? 1 : 0)));
-    if (request.destinations.isEmpty())
+    settings.setOverride(SettingsKey::transferType, PropertyList(qint64(image ? 1 : 0)));
+    if (destinations.isEmpty())
         return;
     PropertyList::Array entries;
-    for (const QString& destination : request.destinations)
+    for (const QString& destination : destinations)
         entries.push_back(
             DestinationEntry{1, QFileInfo(destination).absoluteFilePath()}.toPropertyList());
     settings.setOverride(SettingsKey::destinationList, PropertyList(entries));
@@ -81,13 +82,23 @@ bool stopTransfers(AppController& controller) {
 
 }  // namespace
 
-int WatchRunner::run(AppContext& app, const Request& request) {
+WatchCommand::WatchCommand()
+    : CliCommand("watch", "Transfer every recognised card as it is mounted, until Ctrl-C") {}
+
+void WatchCommand::declareOptions(CLI::App& command) {
+    command.add_option("--dest", destinations_, "A destination for this run (repeat for more)")
+        ->take_all();
+    actions_.addTo(command);
+    command.add_flag("--image", image_, "Make a disk image of each card instead of copying files");
+}
+
+int WatchCommand::run(AppContext& app) {
     SettingsStore& settings = app.settings();
-    if (const auto problem = TransferRequest::destinationsProblem(request.destinations)) {
-        std::fprintf(stderr, "cardsweep-cli: %s\n", problem->line.toUtf8().constData());
-        return 2;
-    }
-    applyOverrides(settings, request);
+    const QStringList destinations = toStrings(destinations_);
+    if (const auto problem = TransferRequest::destinationsProblem(destinations))
+        return fail(2, problem->line);
+    actions_.applyTo(settings);
+    applyOverrides(settings, destinations, image_);
     SignalPipe stopSignal([](int) { QCoreApplication::exit(0); });
     TerminalAppView view;
     view.setDesktopNotifier(&app.growl());
