@@ -1,6 +1,8 @@
 // The privileged runner: run as the superuser (through pkexec or sudo), it executes argument
-// vectors for Cardsweep, never through a shell, and refuses destructive tools aimed at system
-// directories whatever its caller asks.
+// vectors for Cardsweep, never through a shell, and only Cardsweep's own requests: its tools
+// with the arguments it gives them, on the places it writes for the user who asked (see
+// PrivilegedToolPolicy). Anything else is refused with status 126 and a line on stderr and in
+// the system log, whoever calls.
 //
 //   CardsweepAuthTool TOOL [ARG...]   runs one request; its exit status is the tool's
 //   CardsweepAuthTool --serve         prints "ready", then reads requests on stdin (a word count
@@ -18,7 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "QVAuthorization.h"
+#include "PrivilegedToolPolicy.h"
+#include "SystemLog.h"
 
 extern char** environ;
 
@@ -27,14 +30,15 @@ namespace {
 constexpr int kRefused = 126;
 
 // Runs the request with the tool's output on our stderr, so it never mixes with answers.
-int execute(const std::vector<std::string>& words) {
+int execute(const PrivilegedToolPolicy& policy, const std::vector<std::string>& words) {
     QStringList arguments;
     for (std::size_t i = 1; i < words.size(); ++i)
         arguments << QString::fromLocal8Bit(words[i]);
     const QString tool = QString::fromLocal8Bit(words.front());
-    if (const QString refusal = QVAuthorization::refusalForTask(tool, arguments);
-        !refusal.isEmpty()) {
-        std::fprintf(stderr, "CardsweepAuthTool: refused: %s\n", refusal.toLocal8Bit().constData());
+    if (const QString refusal = policy.refusal(tool, arguments); !refusal.isEmpty()) {
+        const QString line = QStringLiteral("CardsweepAuthTool: refused %1: %2").arg(tool, refusal);
+        std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
+        SystemLog::write(line);
         return kRefused;
     }
     std::vector<char*> argv;
@@ -70,7 +74,7 @@ bool readWord(std::string* word) {
     return false;
 }
 
-int serve() {
+int serve(const PrivilegedToolPolicy& policy) {
     std::printf("ready\n");
     std::fflush(stdout);
     std::string count;
@@ -83,7 +87,7 @@ int serve() {
             if (!readWord(&word))
                 return 2;
         }
-        std::printf("%d\n", execute(request));
+        std::printf("%d\n", execute(policy, request));
         std::fflush(stdout);
     }
     return 0;
@@ -92,11 +96,12 @@ int serve() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const PrivilegedToolPolicy policy(PrivilegedToolPolicy::callerOfThisProcess());
     if (argc == 2 && std::string(argv[1]) == "--serve")
-        return serve();
+        return serve(policy);
     if (argc < 2) {
         std::fprintf(stderr, "usage: CardsweepAuthTool TOOL [ARG...] | --serve\n");
         return 2;
     }
-    return execute(std::vector<std::string>(argv + 1, argv + argc));
+    return execute(policy, std::vector<std::string>(argv + 1, argv + argc));
 }

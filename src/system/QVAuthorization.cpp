@@ -6,6 +6,7 @@
 
 #include "LocalPaths.h"
 #include "PrivilegedSession.h"
+#include "PrivilegedToolPolicy.h"
 #include "ProcessRunner.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
@@ -13,21 +14,11 @@
 
 namespace {
 
+constexpr int kRefused = 126;
 const QString kRemove = QStringLiteral("/bin/rm");
 const QString kMove = QStringLiteral("/bin/mv");
 const QString kCopy = QStringLiteral("/bin/cp");
 const QString kMakeFolder = QStringLiteral("/bin/mkdir");
-
-// Tools whose path arguments (all, or all but the last for a move or copy) must not be system
-// directories.
-bool guardsAllPaths(const QString& name) {
-    return name == u"rm" || name == u"rmdir" || name == u"chown" || name == u"chmod" ||
-           name == u"chattr" || name == u"shred";
-}
-
-bool guardsSources(const QString& name) {
-    return name == u"mv";
-}
 
 }  // namespace
 
@@ -73,6 +64,8 @@ bool QVAuthorization::startSession(const QStringList& prefix, const QByteArray& 
 }
 
 bool QVAuthorization::authStart() {
+    // One approval for every thread: a second caller waits for the first one's dialog.
+    const std::lock_guard approving(approving_);
     if (isAuthorized())
         return true;
     if (!hasGUI_) {
@@ -87,6 +80,7 @@ bool QVAuthorization::authStartWithUser(const QString& user, const QString& pass
         return true;
     if (user.isEmpty() || password.isEmpty())
         return false;
+    const std::lock_guard approving(approving_);
     if (user == paths_.username() && startSession(approval_.password, password.toUtf8() + '\n'))
         return true;
     authEnd();
@@ -102,28 +96,16 @@ void QVAuthorization::authEnd() {
 }
 
 QString QVAuthorization::refusalForTask(const QString& tool, const QStringList& parameters) {
-    if (!tool.startsWith(u'/'))
-        return QStringLiteral("%1 is not an absolute path").arg(tool);
-    const QString name = QFileInfo(tool).fileName();
-    if (!guardsAllPaths(name) && !guardsSources(name))
-        return {};
-    QStringList paths;
-    for (const QString& parameter : parameters) {
-        if (!parameter.startsWith(u'-'))
-            paths << parameter;
-    }
-    if (guardsSources(name) && !paths.isEmpty())
-        paths.removeLast();
-    for (const QString& path : paths) {
-        const QString clean = QDir::cleanPath(path);
-        // The standard folders, and the top two levels of the system's own trees ("/usr",
-        // "/usr/lib", "/etc/systemd"): deeper files there (a unit file) are fair game.
-        const bool shallow = clean.count(u'/') <= 2;
-        if (QVLocalPaths::isPathSystemDirectory(clean, true) ||
-            (shallow && QVLocalPaths::isPathSystemDirectory(clean, false)))
-            return QStringLiteral("%1 is a system directory").arg(path);
-    }
-    return {};
+    return PrivilegedToolPolicy(PrivilegedToolPolicy::callerOfThisProcess())
+        .refusal(tool, parameters);
+}
+
+bool QVAuthorization::refused(const QString& tool, const QStringList& parameters) const {
+    const QString refusal = refusalForTask(tool, parameters);
+    if (refusal.isEmpty())
+        return false;
+    SystemLog::write(QStringLiteral("Refused to run %1: %2").arg(tool, refusal));
+    return true;
 }
 
 int QVAuthorization::authExecTask(const QString& tool, const QStringList& parameters, bool async) {
@@ -131,6 +113,9 @@ int QVAuthorization::authExecTask(const QString& tool, const QStringList& parame
         SystemLog::write(QStringLiteral("Unable to execute task: path %1 doesn't exist").arg(tool));
         return -2;
     }
+    // Refused here as the runner would refuse it, before anyone is asked for approval.
+    if (refused(tool, parameters))
+        return kRefused;
     if (runsAsRoot()) {
         if (async)
             processes_.start(tool, parameters);
@@ -149,14 +134,10 @@ int QVAuthorization::authExecTask(const QString& tool, const QStringList& parame
 }
 
 bool QVAuthorization::runTool(const QString& tool, const QStringList& parameters) {
+    if (!runsAsRoot())
+        return authExecTask(tool, parameters) == 0;
     // As root nothing stands between us and the tool: the runner's own rule is applied here.
-    if (const QString refusal = refusalForTask(tool, parameters); !refusal.isEmpty()) {
-        SystemLog::write(QStringLiteral("Refused to run %1: %2").arg(tool, refusal));
-        return false;
-    }
-    if (runsAsRoot())
-        return processes_.run(tool, parameters).exitCode == 0;
-    return authExecTask(tool, parameters) == 0;
+    return !refused(tool, parameters) && processes_.run(tool, parameters).exitCode == 0;
 }
 
 bool QVAuthorization::authRemoveFile(const QString& path) {

@@ -2,8 +2,9 @@
 // File operations with administrator rights. The approval is asked for once per process
 // (pkexec's dialog, or a given name and password through `sudo -S`) and kept: one privileged
 // runner of ours then executes each argument vector as the superuser, never through a shell.
-// As root the tools run directly. Destructive operations refuse the system directories, and so
-// does the runner. Safe from any thread; approval is sought by whichever thread needs it first.
+// As root the tools run directly. Destructive operations refuse the system directories, and
+// every request is held to the runner's own list of tools and places before it is sent. Safe from
+// any thread; approval is sought by whichever thread needs it first.
 
 #include <QString>
 #include <QStringList>
@@ -53,12 +54,14 @@ class QVAuthorization {
     /// tool has ended, also with async: a later step may rely on the earlier one's result.
     int authExecTask(const QString& tool, const QStringList& parameters, bool async = true);
 
-    /// Why the runner must not run this request (a destructive tool aimed at a system
-    /// directory, a tool that is not an absolute path); empty when it may. Used by the runner.
+    /// Why the runner must not run this request for the user behind this process (see
+    /// PrivilegedToolPolicy, which the runner applies too); empty when it may.
     static QString refusalForTask(const QString& tool, const QStringList& parameters);
 
   private:
     bool runsAsRoot() const;
+    /// True (and logged) when the request is one the runner refuses.
+    bool refused(const QString& tool, const QStringList& parameters) const;
     bool startSession(const QStringList& prefix, const QByteArray& input);
     QString runner() const;
     /// Runs directly (as root) or through the runner; true on exit status 0.
@@ -70,6 +73,7 @@ class QVAuthorization {
     const bool hasGUI_;
     const Approval approval_;
     const QString userDirectory_;
+    std::mutex approving_;  // held while approval is sought, so only one dialog is shown
     mutable std::mutex mutex_;
     std::shared_ptr<PrivilegedSession> session_;  // guarded by mutex_; the kept approval
 };
