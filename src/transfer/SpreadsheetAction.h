@@ -5,11 +5,8 @@
 
 #include "PostAction.h"
 
-class SettingsStore;
-
 class SpreadsheetAction : public PostAction {
   public:
-    explicit SpreadsheetAction(const SettingsStore& settings) : settings_(settings) {}
     QString name() const override { return QStringLiteral("writeMetadataToFile:volume:"); }
     void perform(PostActionRun& run) override;
 
@@ -18,7 +15,4 @@ class SpreadsheetAction : public PostAction {
     /// has no more components) and NAME is P's last component. The entry matches as a plain
     /// text prefix, so "/media/a" also stands for "/media/ab/..." (accepted).
     static QString spreadsheetPath(const QString& destination, const QString& entryPath);
-
-  private:
-    const SettingsStore& settings_;
 };
