@@ -105,8 +105,8 @@ QStringList Preferences::ignoreVolumeNames(const QStringList& names) {
     return added;
 }
 
-QString Preferences::projectTitle() const {
-    const QString title = store_.string(SettingsKey::projectName);
+QString Preferences::projectTitle(const SettingsStore& store) {
+    const QString title = store.string(SettingsKey::projectName);
     return title.isEmpty() ? kUntitledProject : title;
 }
 

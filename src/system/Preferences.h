@@ -80,7 +80,8 @@ class Preferences {
     void repairConcurrentThreads();
 
     /// The project title to name folders with ("Untitled Project" when empty).
-    QString projectTitle() const;
+    QString projectTitle() const { return projectTitle(store_); }
+    static QString projectTitle(const SettingsStore& store);
 
     /// Adds `text` to the front of the history under `key` (15 kept, no reordering of an
     /// entry already there) and returns the history; empty text changes nothing.

@@ -39,7 +39,7 @@ AppController::AppController(SettingsStore& settings, AppView& view, const Servi
                        true);
                }),
       volumes_(destinationsAtStart(settings)),
-      reservation_(settings, services.clock, services.files),
+      reservation_(services.clock, services.files),
       images_(services.files, services.mounts),
       verification_(services.files,
                     [this](const std::shared_ptr<QVVolume>& volume, std::uint64_t bytes) {
@@ -122,6 +122,10 @@ ToolbarState AppController::transferItem(bool asCancel) {
     return state;
 }
 
-bool AppController::inImageMode() const {
-    return settings_.integer(SettingsKey::transferType) != 0;
+std::shared_ptr<const TransferOptions> AppController::optionsOf(QVVolume& volume) const {
+    if (auto options = volume.transferOptions())
+        return options;
+    auto options = TransferOptions::read(settings_);
+    volume.setTransferOptions(options);
+    return options;
 }

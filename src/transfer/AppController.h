@@ -28,6 +28,7 @@
 #include "QVLaunchd.h"
 #include "QVVolume.h"
 #include "Services.h"
+#include "TransferOptions.h"
 #include "TransferProgress.h"
 #include "TransferQueue.h"
 #include "TransferReport.h"
@@ -118,7 +119,7 @@ class AppController {
     void writeChecksumFileForVolume(QVVolume& volume);
     /// The list for the standard checksum tools beside the manifest, one destination's.
     void writeChecksumList(const TransferLedger& ledger, std::size_t destination,
-                           const QByteArray& folder);
+                           const QByteArray& folder, DigestContext::Kind kind);
     /// Files that contradict the card's own ASC MHL history become failures (before manifests).
     void checkCardHistory(QVVolume& volume, const QString& cardPath);
     /// The transfer report beside every destination's manifest.
@@ -259,7 +260,10 @@ class AppController {
     /// Some selected volume is running or waiting for its turn (so Transfer cancels).
     bool selectionIsBusy() const;
     void postTransferFailed(const QVVolume& volume);
-    bool inImageMode() const;
+    /// What the volume's transfer was admitted with; read from the settings now for a stage
+    /// reached without admission.
+    std::shared_ptr<const TransferOptions> optionsOf(QVVolume& volume) const;
+    bool inImageMode(QVVolume& volume) const { return optionsOf(volume)->diskImage; }
     /// Runs fn on the main thread (see MainThread); a request still queued when the controller
     /// goes is dropped.
     void onMainThread(std::function<void()> fn, bool wait);
@@ -294,7 +298,7 @@ class AppController {
     /// A copy of the volume read back damaged: counted, shown for review, notified.
     void damagedCopy(const std::shared_ptr<QVVolume>& volume);
     /// The digest verification uses: the manifest's.
-    DigestContext::Kind verificationKind() const;
+    DigestContext::Kind verificationKind(QVVolume& volume) const;
     /// The ordered steps after a verified transfer (AppControllerPostActions.cpp).
     void buildPostActions();
     /// Unmounts and powers off a card after its transfer; true when it went.

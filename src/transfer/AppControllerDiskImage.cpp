@@ -12,8 +12,7 @@ bool AppController::createDiskImage(const QString& imagePath, const QString& vol
     }
     if (!volume)
         volume = std::make_shared<QVVolume>(services_.clock);  // a bar nobody looks at
-    const VerificationType type =
-        verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
+    const VerificationType type = optionsOf(*volume)->verification;
     return images_.create(imagePath, volumePath, type, *copierFor(volume));
 }
 
@@ -24,5 +23,5 @@ int AppController::verifyDiskImage(const QString& imagePath, QVVolume& volume) {
 }
 
 std::uint64_t AppController::transferSize(QVVolume& volume) const {
-    return inImageMode() ? images_.sizeOf(volume) : volume.totalMediaUsage(fileLayer_);
+    return inImageMode(volume) ? images_.sizeOf(volume) : volume.totalMediaUsage(fileLayer_);
 }

@@ -27,7 +27,7 @@ QString plural(qsizetype count, const QString& noun) {
 
 void AppController::buildPostActions() {
     const auto step = [this](SwitchedAction::Step s) {
-        postActions_.append(std::make_unique<SwitchedAction>(settings_, std::move(s)));
+        postActions_.append(std::make_unique<SwitchedAction>(std::move(s)));
     };
     step({u"writeDoneFlag"_qs, SettingsKey::writeDoneFlag, {}, false, [this](PostActionRun& run) {
               // A folder the user added is not a card: it never carries the marker.
@@ -44,9 +44,9 @@ void AppController::buildPostActions() {
               run.report(u"Checksum manifest written to "_qs +
                          plural(run.volume().destinations().size(), u"destination"_qs));
           }});
-    postActions_.append(std::make_unique<SpreadsheetAction>(settings_, services_.disks));
+    postActions_.append(std::make_unique<SpreadsheetAction>(services_.disks));
     postActions_.append(std::make_unique<EmbedMetadataAction>(
-        settings_, services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
+        services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
     step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {
               for (const QString& destination : run.volume().destinations())
                   services_.desktop.noteFileSystemChanged(destination);
@@ -98,7 +98,7 @@ void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) 
         QVLog::appendLog(u"Performing post actions on volume %@", volume->path());
         volume->setStatus(QVVolume::Finishing);
         publish(volume, true);
-        PostActionRun run(volume, [this, volume](const QString& line) {
+        PostActionRun run(volume, optionsOf(*volume), [this, volume](const QString& line) {
             onMainThread([this, volume, line] { view_.postActionDone(volume, line); }, true);
         });
         postActions_.perform(run);

@@ -55,7 +55,7 @@ bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
     if (volume->status() != QVVolume::Cancelled)
         return false;
     // Folders claimed already are marked as not complete, like those of a copy cut short.
-    if (volume->destinations().isEmpty() && !inImageMode()) {
+    if (volume->destinations().isEmpty() && !inImageMode(*volume)) {
         for (const QString& folder : reserved)
             volume->addDestination(folder);
     }
@@ -85,6 +85,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         }
 
         QVLog::appendLog(u"Processing volume %@", path);
+        const std::shared_ptr<const TransferOptions> options = optionsOf(v);
         if (stoppedByCancel(volume, {}))
             return;
         // The same checks as the command line, before anything is written (the card's stale
@@ -93,7 +94,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
                 settings.destinations.isEmpty()
                     ? std::nullopt
                     : TransferRequest::problem(fileLayer_, path, settings.destinations,
-                                               settings_.isOn(SettingsKey::onlyCopyQTMovies))) {
+                                               options->onlyMovies)) {
             QVLog::appendLog(u"Transfer of %@ refused: %@", path, refusal->line);
             const QString name = v.name();
             const QString reason = refusal->sentence();
@@ -114,10 +115,9 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             fileManager_.removeFile(marker);
 
         onMainThread([&v] { v.resetProgress(); }, true);
-        const bool imageChecks = inImageMode();
-        v.startTransferChecks(settings_.isOn(SettingsKey::verifyFileSizes),
-                              settings_.isOn(SettingsKey::verifyFileChecksums),
-                              imageChecks || !settings_.isOn(SettingsKey::inlineVerification));
+        const bool imageMode = options->diskImage;
+        v.startTransferChecks(options->verifySizes, options->verifyChecksums,
+                              imageMode || !options->inlineVerification);
         v.setStatus(QVVolume::Copying);
         updates_.changed(volume);
         onMainThread(
@@ -128,11 +128,11 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             true);
 
         const QStringList reserved =
-            reserveDestinations(settings.destinations, Preferences(settings_).projectTitle(), v);
+            reserveDestinations(settings.destinations, options->projectTitle, v);
         if (stoppedByCancel(volume, reserved))
             return;
 
-        if (settings_.isOn(SettingsKey::onlyCopyQTMovies))
+        if (options->onlyMovies)
             v.checkForQuickTimeMovies(fileLayer_);
         else
             v.setHasQTMovies(false);
@@ -140,7 +140,6 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
 
         // Reservation already holds each path in the reserved queue; a folder on disk speaks
         // for itself, an image path stays held until the transfer ends.
-        const bool imageMode = inImageMode();
         for (const QString& destination : reserved) {
             if (!imageMode) {
                 // Claimed by reservation already, unless the claim failed; then the copy
@@ -220,5 +219,7 @@ QStringList AppController::reserveDestinations(const QStringList& destinations,
 
 QString AppController::reserveDestination(const QString& destination, const QString& projectTitle,
                                           QVVolume& volume) {
-    return reservation_.reserve(destination, projectTitle, volume, inImageMode());
+    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
+    return reservation_.reserve(destination, projectTitle, volume, options->fields,
+                                options->diskImage);
 }

@@ -56,7 +56,7 @@ void AppController::showOverallProgress() {
 void AppController::damagedCopy(const std::shared_ptr<QVVolume>& volume) {
     incrementFailureCountForVolume(*volume);
     onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
-    if (settings_.isOn(SettingsKey::actionGrowl)) {
+    if (optionsOf(*volume)->notify) {
         QVLog::appendLog(u"Showing Growl failure alert...");
         services_.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
                                                  volume->name(), QString(),

@@ -94,6 +94,8 @@ QStringList AppController::chooseDestinations(const QVVolume& volume) {
 
 void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
                                 const QStringList& destinations) {
+    // The settings count from here to the transfer's end.
+    volume->setTransferOptions(TransferOptions::read(settings_));
     const TransferSettings settings{volume, destinations};
     // processVolumeWithSettings catches what it throws itself.
     services_.threads.start([this, settings] { processVolumeWithSettings(settings); });

@@ -46,24 +46,25 @@ AppController::SizeMap AppController::fileSizeDictForPaths(const QStringList& pa
     return verification_.fileSizeDictForPaths(paths, basePath);
 }
 
-DigestContext::Kind AppController::verificationKind() const {
-    return DigestContext::Kind(
-        int(verificationTypeFor(settings_.integer(SettingsKey::checksumFormat))) - 1);
+DigestContext::Kind AppController::verificationKind(QVVolume& volume) const {
+    return optionsOf(volume)->digest();
 }
 
 void AppController::checksumDictForFolder(const QString& folder, const QString& basePath,
                                           const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumDictForFolder(folder, basePath, volume, isSource, verificationKind());
+    verification_.checksumDictForFolder(folder, basePath, volume, isSource,
+                                        verificationKind(*volume));
 }
 
 void AppController::checksumDictForFiles(const QStringList& paths, const QString& basePath,
                                          const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumDictForFiles(paths, basePath, volume, isSource, verificationKind());
+    verification_.checksumDictForFiles(paths, basePath, volume, isSource,
+                                       verificationKind(*volume));
 }
 
 void AppController::checksumFile(const QString& path, const QString& basePath,
                                  const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumFile(path, basePath, volume, isSource, verificationKind());
+    verification_.checksumFile(path, basePath, volume, isSource, verificationKind(*volume));
 }
 
 void AppController::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
@@ -95,9 +96,10 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
         publish(volume, true);
     };
     const QStringList destinations = v.destinations();
-    const bool imageMode = inImageMode();
+    const std::shared_ptr<const TransferOptions> options = optionsOf(v);
+    const bool imageMode = options->diskImage;
 
-    if (settings_.isOn(SettingsKey::verifyFileSizes)) {
+    if (options->verifySizes) {
         QVLog::appendLog(u"Verifying file sizes for volume %@", path);
         setVerifying();
         if (!imageMode) {
@@ -120,7 +122,7 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
             }
         }
     }
-    if (!settings_.isOn(SettingsKey::verifyFileChecksums))
+    if (!options->verifyChecksums)
         return finish();
 
     QVLog::appendLog(u"Verifying file checksums for volume %@", path);

@@ -25,25 +25,6 @@
 
 namespace {
 
-DigestContext::Kind digestKindOf(qint64 checksumFormat) {
-    return DigestContext::Kind(int(verificationTypeFor(checksumFormat)) - 1);
-}
-
-// The further kinds asked for, the manifest's own and repeats left out.
-std::vector<DigestContext::Kind> alsoKindsOf(const SettingsStore& settings) {
-    const DigestContext::Kind main = digestKindOf(settings.integer(SettingsKey::checksumFormat));
-    std::vector<DigestContext::Kind> kinds;
-    const PropertyList list = settings.object(SettingsKey::alsoChecksumFormats);
-    if (list.type() != PropertyList::Type::Array)
-        return kinds;
-    for (const PropertyList& value : list.toArray()) {
-        const DigestContext::Kind kind = digestKindOf(value.toInteger());
-        if (kind != main && std::find(kinds.begin(), kinds.end(), kind) == kinds.end())
-            kinds.push_back(kind);
-    }
-    return kinds;
-}
-
 bool isSkipped(const QByteArray& name) {
     return CardFiles::isSystemLitter(name);
 }
@@ -54,10 +35,11 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
                                                            const QStringList& destinations,
                                                            const QString& relativeSource) {
     VolumeCopy::Options options;
-    options.type = verificationTypeFor(settings_.integer(SettingsKey::checksumFormat));
+    const std::shared_ptr<const TransferOptions> transfer = optionsOf(*volume);
+    options.type = transfer->verification;
     // Read back from the media only when checksums are to be verified.
     options.fromMedium = volume->transferChecks().fromMedium;
-    options.also = alsoKindsOf(settings_);
+    options.also = transfer->alsoDigests;
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
         if (const auto v = weak.lock())
@@ -162,7 +144,7 @@ void AppController::markEndedEarly(const std::shared_ptr<QVVolume>& volume, cons
     const QStringList destinations = v.destinations();
     {
         const std::lock_guard lock(removalMutex_);
-        if (destinations.isEmpty() || inImageMode() || removalRequests_.count(volume) > 0)
+        if (destinations.isEmpty() || inImageMode(v) || removalRequests_.count(volume) > 0)
             return;
     }
     // Stopped before the first file: the folders are marked all the same.
@@ -212,7 +194,7 @@ QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>&
 
 void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<int>& copyErrors,
                                const std::vector<std::uint64_t>& freeAtStart) {
-    const bool growl = settings_.isOn(SettingsKey::actionGrowl);
+    const bool growl = optionsOf(v)->notify;
     const std::shared_ptr<TransferLedger> ledger = v.ledger();
     // A full disk is named as such, not as the damage its last, cut-short copy shows.
     if (const QString full = fullDestinationsText(v, copyErrors, freeAtStart); !full.isEmpty()) {
@@ -314,7 +296,7 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
             StreamedFile file(fileLayer_, folder + '/' + name);
             ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
             QString error;
-            writeChecksumList(*ledger, i, folder);
+            writeChecksumList(*ledger, i, folder, optionsOf(volume)->digest());
             if (file.commit(&error))
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
@@ -330,9 +312,8 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
 }
 
 void AppController::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
-                                      const QByteArray& folder) {
+                                      const QByteArray& folder, DigestContext::Kind kind) {
     QString error;
-    const DigestContext::Kind kind = digestKindOf(settings_.integer(SettingsKey::checksumFormat));
     if (!ChecksumList::write(fileLayer_, ledger, destination, folder, kind, &error))
         QVLog::appendLog(u"%@ not written to %@: %@",
                          QString::fromLatin1(ChecksumList::fileName(kind)),
@@ -345,8 +326,7 @@ void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) 
         return;
     try {
         const QStringList damaged = HistorySealer::contradictions(
-            fileLayer_, *ledger, PathText::bytes(cardPath),
-            digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
+            fileLayer_, *ledger, PathText::bytes(cardPath), optionsOf(volume)->digest());
         for (const QString& path : damaged) {
             QVLog::appendLog(u"Card damaged: %@ differs from the card's own ASC MHL history", path);
             ledger->recordFailure("/" + PathText::bytes(path), TransferLedger::kAllDestinations,
@@ -366,8 +346,8 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     if (const quint64 device = volume.sourceDevice(); device != 0)
         report.card.device = QStringLiteral("%1:%2").arg(major(device)).arg(minor(device));
     report.card.fileSystem = volume.udid(services_.disks);
-    report.digest =
-        DigestContext::name(digestKindOf(settings_.integer(SettingsKey::checksumFormat)));
+    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
+    report.digest = DigestContext::name(options->digest());
     const TransferChecks checks = volume.transferChecks();
     if (!checks.checksums)
         report.checkedHow = checks.sizes ? QStringLiteral("sizes only; contents not verified")
@@ -412,8 +392,7 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
         report.failures << QStringLiteral("The transfer stopped short: ") + *interruption;
     // The fields by their titles, in the user's order.
     MetadataValues values = volume.metadata();
-    for (const MetadataField& field :
-         MetadataField::listFrom(settings_.object(SettingsKey::metadata))) {
+    for (const MetadataField& field : options->fields) {
         if (const auto found = values.find(field.identifier()); found != values.end()) {
             report.metadata.emplace_back(field.title, found->second);
             values.erase(found);
@@ -448,14 +427,14 @@ void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPa
 
 void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardRecord) {
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
-    if (!ledger || !settings_.isOn(SettingsKey::writeAscMhl))
+    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
+    if (!ledger || !options->writeHistory)
         return;
     try {
         const QStringList destinations = volume.destinations();
         const std::size_t count =
             std::min(std::size_t(destinations.size()), ledger->destinationCount());
-        const DigestContext::Kind kind =
-            digestKindOf(settings_.integer(SettingsKey::checksumFormat));
+        const DigestContext::Kind kind = options->digest();
         for (std::size_t i = 0; i < count; ++i) {
             // A history records a complete copy; an incomplete one has its manifest's marks.
             if (!ledger->isComplete(i))
@@ -463,7 +442,7 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
             const QString& folder = destinations[qsizetype(i)];
             const HistorySealer::Result result =
                 HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind,
-                                    services_.clock->now(), cardRecord, alsoKindsOf(settings_));
+                                    services_.clock->now(), cardRecord, options->alsoDigests);
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
             else if (!result.error.isEmpty())

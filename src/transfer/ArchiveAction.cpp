@@ -10,6 +10,7 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
 #include "ZipArchive.h"
 
 namespace {
@@ -23,22 +24,22 @@ QString archivePath(const QString& target, const QVVolume& volume, const QString
 }  // namespace
 
 void ArchiveAction::perform(PostActionRun& run) {
-    if (!settings_.isOn(SettingsKey::actionArchive))
+    if (!run.options().isOn(SettingsKey::actionArchive))
         return;
     QVLog::appendLog(u"Archiving volume...");
-    const QString target = targetFolder(run.firstDestination());
-    const QString archive = settings_.integer(SettingsKey::actionArchiveType) == 0
-                                ? diskImage(run, target)
-                                : zip(run, target);
+    const QString target = targetFolder(run);
+    const QString archive =
+        run.options().archiveType == 0 ? diskImage(run, target) : zip(run, target);
     if (!archive.isEmpty())
         run.report(QStringLiteral("Archive: ") + archive);
 }
 
-QString ArchiveAction::targetFolder(const QString& first) {
-    if (!settings_.isOn(SettingsKey::archiveToCustomDir))
+QString ArchiveAction::targetFolder(const PostActionRun& run) {
+    const QString& first = run.firstDestination();
+    const TransferOptions& options = run.options();
+    if (!options.archiveToCustomFolder)
         return first;
-    const QString target = QDir::cleanPath(settings_.string(SettingsKey::archiveDirectory) + u'/' +
-                                           Preferences(settings_).projectTitle());
+    const QString target = QDir::cleanPath(options.archiveFolder + u'/' + options.projectTitle);
     if (files_.isDirectoryAtPath(target) || files_.createDirectory(target, false))
         return target;
     QVLog::appendLog(

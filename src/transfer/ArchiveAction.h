@@ -21,7 +21,7 @@ class ArchiveAction : public PostAction {
   private:
     /// The folder the archive goes into: the custom folder when it is set and can be made,
     /// else the first destination.
-    QString targetFolder(const QString& first);
+    QString targetFolder(const PostActionRun& run);
     QString diskImage(PostActionRun& run, const QString& target);
     QString zip(PostActionRun& run, const QString& target);
 

@@ -4,20 +4,18 @@
 #include "MetadataField.h"
 #include "MetadataNaming.h"
 #include "PathText.h"
-#include "Preferences.h"
 #include "QVFormat.h"
 #include "QVLog.h"
 #include "QVVolume.h"
-#include "SettingsStore.h"
 #include "SystemError.h"
 
 QString DestinationReservation::reserve(const QString& destination, const QString& projectTitle,
-                                        QVVolume& volume, bool imageMode) {
+                                        QVVolume& volume, const std::vector<MetadataField>& fields,
+                                        bool imageMode) {
     const std::lock_guard lock(mutex_);
     MetadataValues values = volume.metadata();
-    const QString base = MetadataNaming::composeDestination(
-        destination, projectTitle, values,
-        MetadataField::listFrom(settings_.object(SettingsKey::metadata)), *clock_);
+    const QString base =
+        MetadataNaming::composeDestination(destination, projectTitle, values, fields, *clock_);
     volume.setMetadata(values);
     const Claim first = claim(base, imageMode);
     if (first != Claim::Taken) {

@@ -9,23 +9,23 @@
 #include <QStringList>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "Clock.h"
+#include "MetadataField.h"
 
 class FileLayer;
 class QVVolume;
-class SettingsStore;
 
 class DestinationReservation {
   public:
-    DestinationReservation(SettingsStore& settings, std::shared_ptr<const Clock> clock,
-                           FileLayer& files)
-        : settings_(settings), clock_(std::move(clock)), files_(files) {}
+    DestinationReservation(std::shared_ptr<const Clock> clock, FileLayer& files)
+        : clock_(std::move(clock)), files_(files) {}
 
     /// A path under destination no transfer has written to or claimed. Fills in the volume's
-    /// automatic metadata on the way.
+    /// automatic metadata on the way; `fields` name the path.
     QString reserve(const QString& destination, const QString& projectTitle, QVVolume& volume,
-                    bool imageMode);
+                    const std::vector<MetadataField>& fields, bool imageMode);
     QStringList reserved() const;
     void release(const QStringList& paths);
 
@@ -33,7 +33,6 @@ class DestinationReservation {
     enum class Claim { Claimed, Taken, Failed };
     Claim claim(const QString& path, bool asFile) const;
 
-    SettingsStore& settings_;
     const std::shared_ptr<const Clock> clock_;
     FileLayer& files_;
     mutable std::mutex mutex_;

@@ -7,9 +7,10 @@
 #include "QVLog.h"
 #include "QVVolume.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
 
 void EditingHandOffAction::perform(PostActionRun& run) {
-    if (!settings_.isOn(SettingsKey::actionSendFCP))
+    if (!run.options().isOn(SettingsKey::actionSendFCP))
         return;
     QVLog::appendLog(u"Importing into Final Cut Pro...");
     const QStringList& movies = run.movies();
@@ -17,7 +18,7 @@ void EditingHandOffAction::perform(PostActionRun& run) {
         return;
     const QString xml = ClipList(settings_, processes_, timecodeTool_).xmlForClips(movies);
     QVLog::appendLog(u"XML for clips: %@", xml);
-    const QString project = settings_.string(SettingsKey::fcpProjectPath);
+    const QString project = run.options().editingProject;
     const QString volumeName = run.volume().name();
     if (QVAppleEvents(settings_, processes_).sendXMLToFCP(xml, project, volumeName))
         run.report(QStringLiteral("Clip list: ") +

@@ -5,7 +5,7 @@
 #include "Preferences.h"
 #include "ProcessRunner.h"
 #include "QVVolume.h"
-#include "SettingsStore.h"
+#include "TransferOptions.h"
 
 namespace {
 
@@ -28,10 +28,9 @@ QString EmbedMetadataAction::metadataPairs(const std::vector<MetadataField>& fie
 }
 
 void EmbedMetadataAction::perform(PostActionRun& run) {
-    if (!settings_.isOn(SettingsKey::actionEmbedQTMetadata))
+    if (!run.options().isOn(SettingsKey::actionEmbedQTMetadata))
         return;
-    const QString pairs = metadataPairs(
-        MetadataField::listFrom(settings_.object(SettingsKey::metadata)), run.volume().metadata());
+    const QString pairs = metadataPairs(run.options().fields, run.volume().metadata());
     int tagged = 0;
     for (const QString& destination : run.volume().destinations()) {
         for (const QString& movie : ClipList::qtMoviesInFolder(destination)) {

@@ -9,13 +9,12 @@
 #include "PostAction.h"
 
 class ProcessRunner;
-class SettingsStore;
 
 class EmbedMetadataAction : public PostAction {
   public:
     /// `toolPath`: the QTMetaTool to run.
-    EmbedMetadataAction(const SettingsStore& settings, ProcessRunner& processes, QString toolPath)
-        : settings_(settings), processes_(processes), toolPath_(std::move(toolPath)) {}
+    EmbedMetadataAction(ProcessRunner& processes, QString toolPath)
+        : processes_(processes), toolPath_(std::move(toolPath)) {}
     QString name() const override { return QStringLiteral("embedQTMetadata"); }
     bool needsFirstDestination() const override { return true; }
     void perform(PostActionRun& run) override;
@@ -26,7 +25,6 @@ class EmbedMetadataAction : public PostAction {
                                  const MetadataValues& values);
 
   private:
-    const SettingsStore& settings_;
     ProcessRunner& processes_;
     const QString toolPath_;
 };

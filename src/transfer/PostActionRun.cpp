@@ -11,8 +11,10 @@ QString firstOf(const QStringList& list) {
 
 }  // namespace
 
-PostActionRun::PostActionRun(std::shared_ptr<QVVolume> volume, Reporter report)
+PostActionRun::PostActionRun(std::shared_ptr<QVVolume> volume,
+                             std::shared_ptr<const TransferOptions> options, Reporter report)
     : volume_(std::move(volume)),
+      options_(std::move(options)),
       first_(firstOf(volume_->destinations())),
       report_(std::move(report)) {}
 

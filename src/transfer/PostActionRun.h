@@ -10,16 +10,20 @@
 #include <optional>
 
 class QVVolume;
+struct TransferOptions;
 
 class PostActionRun {
   public:
     /// Each step that did something tells `report` in a line ("Archive: /a/b.zip").
     using Reporter = std::function<void(const QString& line)>;
 
-    PostActionRun(std::shared_ptr<QVVolume> volume, Reporter report);
+    PostActionRun(std::shared_ptr<QVVolume> volume, std::shared_ptr<const TransferOptions> options,
+                  Reporter report);
 
     QVVolume& volume() const { return *volume_; }
     const std::shared_ptr<QVVolume>& volumePointer() const { return volume_; }
+    /// What the transfer was admitted with: each step decides from these.
+    const TransferOptions& options() const { return *options_; }
     /// The first reserved destination folder; empty when there is none.
     const QString& firstDestination() const { return first_; }
     /// The movies the player and the editing application are handed: those listed on the
@@ -30,6 +34,7 @@ class PostActionRun {
 
   private:
     const std::shared_ptr<QVVolume> volume_;
+    const std::shared_ptr<const TransferOptions> options_;
     const QString first_;
     const Reporter report_;
     std::optional<QStringList> movies_;

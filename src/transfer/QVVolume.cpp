@@ -123,6 +123,13 @@ void QVVolume::setLedger(std::shared_ptr<TransferLedger> ledger) {
     const std::lock_guard lock(mutex_);
     ledger_ = std::move(ledger);
 }
+std::shared_ptr<const TransferOptions> QVVolume::transferOptions() const {
+    return locked(mutex_, options_);
+}
+void QVVolume::setTransferOptions(std::shared_ptr<const TransferOptions> options) {
+    const std::lock_guard lock(mutex_);
+    options_ = std::move(options);
+}
 quint64 QVVolume::sourceDevice() const {
     return locked(mutex_, sourceDevice_);
 }

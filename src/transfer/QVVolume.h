@@ -24,6 +24,7 @@
 #include "VolumeSnapshot.h"
 
 class SettingsStore;
+struct TransferOptions;
 
 class DiskInformation;
 class FileLayer;
@@ -93,6 +94,9 @@ class QVVolume {
     /// The record of the current (or last) file-mode transfer; null before the first.
     std::shared_ptr<TransferLedger> ledger() const;
     void setLedger(std::shared_ptr<TransferLedger> ledger);
+    /// What the current (or last) transfer was admitted with; null before the first.
+    std::shared_ptr<const TransferOptions> transferOptions() const;
+    void setTransferOptions(std::shared_ptr<const TransferOptions> options);
     /// The device the source was on when it was listed (0 unknown): a card that is pulled
     /// leaves an empty folder behind on another device.
     quint64 sourceDevice() const;
@@ -205,6 +209,7 @@ class QVVolume {
     std::uint64_t totalMediaUsage_ = 0;                // guarded by mutex_
     ChecksumMap sourceChecksumDict_;                   // guarded by mutex_
     std::shared_ptr<TransferLedger> ledger_;           // guarded by mutex_
+    std::shared_ptr<const TransferOptions> options_;   // guarded by mutex_
     quint64 sourceDevice_ = 0;                         // guarded by mutex_
     std::map<QString, ChecksumMap> destChecksumDict_;  // guarded by mutex_
     QVTimeEstimate timeEstimate_;

@@ -8,7 +8,7 @@
 #include "Preferences.h"
 #include "QVLog.h"
 #include "QVVolume.h"
-#include "SettingsStore.h"
+#include "TransferOptions.h"
 #include "VolumeSpreadsheet.h"
 
 namespace {
@@ -28,12 +28,13 @@ QString SpreadsheetAction::spreadsheetPath(const QString& destination, const QSt
 }
 
 void SpreadsheetAction::perform(PostActionRun& run) {
-    if (!settings_.isOn(SettingsKey::actionProjectMetadata))
+    const TransferOptions& options = run.options();
+    if (!options.isOn(SettingsKey::actionProjectMetadata))
         return;
     QVLog::appendLog(u"Writing metadata spreadsheet...");
     // Every entry counts, ticked or not: a project folder is where the copy landed.
-    const auto entries = DestinationEntry::listFrom(settings_.object(SettingsKey::destinationList));
-    const auto fields = MetadataField::listFrom(settings_.object(SettingsKey::metadata));
+    const auto& entries = options.destinationList;
+    const auto& fields = options.fields;
     const SpreadsheetVolume row = VolumeSpreadsheet::describe(run.volume(), disks_);
     for (const QString& destination : run.volume().destinations()) {
         for (const DestinationEntry& entry : entries) {

@@ -6,12 +6,10 @@
 #include "PostAction.h"
 
 class DiskInformation;
-class SettingsStore;
 
 class SpreadsheetAction : public PostAction {
   public:
-    SpreadsheetAction(const SettingsStore& settings, const DiskInformation& disks)
-        : settings_(settings), disks_(disks) {}
+    explicit SpreadsheetAction(const DiskInformation& disks) : disks_(disks) {}
     QString name() const override { return QStringLiteral("writeMetadataToFile:volume:"); }
     void perform(PostActionRun& run) override;
 
@@ -22,6 +20,5 @@ class SpreadsheetAction : public PostAction {
     static QString spreadsheetPath(const QString& destination, const QString& entryPath);
 
   private:
-    const SettingsStore& settings_;
     const DiskInformation& disks_;
 };

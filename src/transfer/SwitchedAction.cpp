@@ -1,10 +1,11 @@
 #include "SwitchedAction.h"
 
+#include "PostActionRun.h"
 #include "QVLog.h"
-#include "SettingsStore.h"
+#include "TransferOptions.h"
 
 void SwitchedAction::perform(PostActionRun& run) {
-    if (step_.setting && !settings_.isOn(QString::fromLatin1(step_.setting)))
+    if (step_.setting && !run.options().isOn(step_.setting))
         return;
     if (!step_.logLine.isEmpty())
         QVLog::appendLog(step_.logLine);

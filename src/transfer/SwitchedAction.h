@@ -1,12 +1,11 @@
 #pragma once
-// A post-transfer step that is one call: run when its setting is 1 (or always, with no
-// setting), after its log line. Runs on the volume's post-action thread.
+// A post-transfer step that is one call: run when its switch was on as the transfer was
+// admitted (or always, with no switch), after its log line. Runs on the volume's post-action
+// thread.
 
 #include <functional>
 
 #include "PostAction.h"
-
-class SettingsStore;
 
 class SwitchedAction : public PostAction {
   public:
@@ -19,13 +18,11 @@ class SwitchedAction : public PostAction {
         Body body;
     };
 
-    SwitchedAction(const SettingsStore& settings, Step step)
-        : settings_(settings), step_(std::move(step)) {}
+    explicit SwitchedAction(Step step) : step_(std::move(step)) {}
     QString name() const override { return step_.name; }
     bool needsFirstDestination() const override { return step_.onCopy; }
     void perform(PostActionRun& run) override;
 
   private:
-    const SettingsStore& settings_;
     const Step step_;
 };

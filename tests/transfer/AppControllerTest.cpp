@@ -166,6 +166,7 @@ TEST_F(AppControllerTest, ReservationsNumberInsideAnExistingFolderAndNeverCollid
     EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0002");
 
     settings_.setObject(SettingsKey::transferType, PropertyList(qint64(1)));
+    volume->setTransferOptions({});  // the next transfer reads the settings afresh
     controller_->removeFromReservedFileQueue(controller_->reservedFileQueue());
     EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0001.dmg");
     EXPECT_EQ(controller_->reserveDestination(dest("D"), "P", *volume), base + "/0002.dmg")
