@@ -12,6 +12,7 @@
 #include "OffloadRunner.h"
 #include "Preferences.h"
 #include "QVFileManager.h"
+#include "QVLocalPaths.h"
 #include "SampleCard.h"
 #include "SettingsStore.h"
 
