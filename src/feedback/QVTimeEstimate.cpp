@@ -29,11 +29,12 @@ std::uint64_t wholeSecondsUp(double seconds) {
     return static_cast<std::uint64_t>(up);
 }
 
-// Whole days are dropped without a mark: the field was meant for runs under a day.
+// Hours run past 24 rather than wrap: a day-long estimate shown as an hour would tell the
+// crew a card is nearly done when it is not.
 QString formatRemaining(std::uint64_t s) {
     const std::uint64_t seconds = s % 60;
     const std::uint64_t minutes = (s / 60) % 60;
-    const std::uint64_t hours = s / 3600 - (s / 86400) * 24;
+    const std::uint64_t hours = s / 3600;
     return QVFormat::format(u"%0.2li:%0.2li:%0.2li", static_cast<qint64>(hours),
                             static_cast<qint64>(minutes), static_cast<qint64>(seconds));
 }

@@ -43,8 +43,9 @@ class QVTimeEstimate {
     /// 4 seconds since the start, or no progress).
     double secondsRemaining() const;
     /// The text for display: "Calculating time" (or "") for the first 4 seconds, "Unknown"
-    /// without an estimate, else "hh:mm:ss" with the hours taken within the day. The text
-    /// is kept for 0.8 seconds because the list asks on every repaint.
+    /// without an estimate, else "hh:mm:ss" with every hour counted, so it never reads less
+    /// than is left (25 hours read 25:00:00). The text is kept for 0.8 seconds because the
+    /// list asks on every repaint.
     QString timeRemaining();
 
     std::optional<QDateTime> startDate() const;

@@ -12,10 +12,8 @@
 int main(int argc, char** argv) {
     if (argc != 4)
         return 2;
-    const QVBugReporter::Places places{QString::fromLocal8Bit(argv[1]),
-                                       {QString::fromLocal8Bit(argv[2])},
-                                       QString(),
-                                       QStringLiteral("Cardsweep")};
+    const QVBugReporter::Places places{
+        QString::fromLocal8Bit(argv[1]), {QString::fromLocal8Bit(argv[2])}, QString(), "Cardsweep"};
     CrashHandler::install(places.crashFolders.front(), places.appName);
     QVBugReporter::startBugReporter(places, QDateTime::currentDateTime());
     if (std::strcmp(argv[3], "abort") == 0)

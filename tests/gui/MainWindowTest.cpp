@@ -1,11 +1,9 @@
 // The main window's widgets driven as a user would, over a real controller with fake services.
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -13,8 +11,6 @@
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
-#include <cstdio>
 
 #include "AppController.h"
 #include "CopyInfo.h"
@@ -27,15 +23,22 @@
 #include "QVFileManager.h"
 #include "QVVolume.h"
 #include "RecordingAppView.h"
-#include "SettingsStore.h"
 #include "SheetAnswerer.h"
 #include "TestFiles.h"
 #include "TestServices.h"
 #include "VerificationFailureWindow.h"
-#include "VolumeItemDelegate.h"
 #include "VolumeTableModel.h"
 
 namespace {
+
+// The child of parent of type T showing text, or null.
+template <typename T>
+T* named(const QWidget& parent, const QString& text) {
+    for (T* found : parent.findChildren<T*>())
+        if (found->text() == text)
+            return found;
+    return nullptr;
+}
 
 class MainWindowTest : public testing::Test {
   protected:
@@ -136,24 +139,21 @@ TEST_F(MainWindowTest, EditsInTheListReachTheVolumeAndTheSettings) {
     QTableView& table = window_->table();
 
     // The destination pop-up: "All", then each ticked destination.
-    table.edit(cell(0, VolumeTableModel::colDestination));
-    auto* popup = table.findChild<QComboBox*>();
-    ASSERT_NE(popup, nullptr);
-    ASSERT_EQ(popup->count(), 3);
-    EXPECT_EQ(popup->itemText(0), "All");
-    EXPECT_EQ(popup->itemText(2), "dest two");
-    popup->setCurrentIndex(2);
-    Q_EMIT popup->activated(2);
-    EXPECT_EQ(volume->outputs(), QStringList{dest("two")});
-    EXPECT_EQ(cell(0, VolumeTableModel::colDestination).data().toString(), "dest two");
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // the closed editor
-    table.edit(cell(0, VolumeTableModel::colDestination));
-    popup = table.findChild<QComboBox*>();
-    ASSERT_NE(popup, nullptr);
-    popup->setCurrentIndex(0);
-    Q_EMIT popup->activated(0);
+    for (const int choice : {2, 0}) {
+        table.edit(cell(0, VolumeTableModel::colDestination));
+        auto* popup = table.findChild<QComboBox*>();
+        ASSERT_NE(popup, nullptr);
+        ASSERT_EQ(popup->count(), 3);
+        EXPECT_EQ(popup->itemText(0) + "," + popup->itemText(2), "All,dest two");
+        popup->setCurrentIndex(choice);
+        Q_EMIT popup->activated(choice);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // the closed editor
+        if (choice == 2) {
+            EXPECT_EQ(volume->outputs(), QStringList{dest("two")});
+            EXPECT_EQ(cell(0, VolumeTableModel::colDestination).data().toString(), "dest two");
+        }
+    }
     EXPECT_FALSE(volume->outputs().has_value()) << "\"All\" clears the choice";
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     // A metadata cell: the value goes into the volume and becomes the field's default.
     const QModelIndex reel = cell(0, "QVMetaReel");
@@ -172,12 +172,8 @@ TEST_F(MainWindowTest, EditsInTheListReachTheVolumeAndTheSettings) {
     QCoreApplication::processEvents();  // the delegate commits on its next turn
     EXPECT_EQ(volume->metadata().at("QVMetaReel"), "17");
     EXPECT_EQ(reel.data().toString(), "17");
-    for (const MetadataField& field :
-         MetadataField::listFrom(settings_.object(SettingsKey::metadata))) {
-        if (field.title == "Reel") {
-            EXPECT_EQ(field.defaultVal, "17");
-        }
-    }
+    EXPECT_EQ(MetadataField::listFrom(settings_.object(SettingsKey::metadata)).at(1).defaultVal,
+              "17");  // the Reel field's
 
     // The project name and its history.
     QComboBox& project = window_->projectField();
@@ -262,15 +258,11 @@ TEST_F(MainWindowTest, TheFailureReviewListsEachFailedFileAndRestartQueuesTheVol
               "Verification failed on the volume A001. The failed files are listed below.");
     QTableWidget& table = review.table();
     ASSERT_EQ(table.rowCount(), 3);
-    EXPECT_EQ(table.item(2, 0)->text(), dest("one") + "/Untitled Project/A001/CLIP3.MXF");
-    EXPECT_EQ(table.item(2, 1)->text(), "c0ffee3");
-    EXPECT_EQ(table.item(2, 2)->text(), "badbad3");
+    EXPECT_EQ(
+        table.item(2, 0)->text() + " " + table.item(2, 1)->text() + " " + table.item(2, 2)->text(),
+        dest("one") + "/Untitled Project/A001/CLIP3.MXF c0ffee3 badbad3");
 
-    QPushButton* restart = nullptr;
-    for (QPushButton* button : review.findChildren<QPushButton*>()) {
-        if (button->text() == "Restart Transfer")
-            restart = button;
-    }
+    QPushButton* restart = named<QPushButton>(review, "Restart Transfer");
     ASSERT_NE(restart, nullptr);
     SheetAnswerer answerer;
     answerer.answerWith("Cancel");
@@ -289,7 +281,7 @@ TEST_F(MainWindowTest, TheFailureReviewListsEachFailedFileAndRestartQueuesTheVol
         << "the volume is transferred again";
 }
 
-TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoCopy) {
+TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneIsNotOffered) {
     for (const char* name : {"one", "two", "three"})
         ASSERT_TRUE(QDir().mkpath(dest(name)));
     PreferencesWindow& preferences = window_->preferencesWindow();
@@ -308,14 +300,7 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
     for (const auto& [title, path] : window_->model().destinationChoices())
         offered << title;
     EXPECT_EQ(offered, (QStringList{"All", "dest one", "dest three"}));
-
-    const auto volume = card("A001");
-    list({volume});
-    controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Done; }));
-    ASSERT_EQ(volume->destinations().size(), 2);
-    EXPECT_TRUE(volume->destinations()[0].startsWith(dest("one") + "/"));
-    EXPECT_TRUE(volume->destinations()[1].startsWith(dest("three") + "/"));
+    EXPECT_EQ(controller_->destinationList().at(1).selected, 0) << "the controller's own list";
 
     preferences.destinations().selectRow(2);
     preferences.removeSelectedDestinations();
@@ -342,13 +327,7 @@ TEST_F(MainWindowTest, PreferencesListEachDestinationOnceAndAnUntickedOneGetsNoC
 TEST_F(MainWindowTest, PreferencesWarnWhileAVerificationCheckIsOff) {
     PreferencesWindow& preferences = window_->preferencesWindow();
     preferences.show();
-    const auto box = [&](const QString& text) {
-        for (QCheckBox* found : preferences.findChildren<QCheckBox*>())
-            if (found->text() == text)
-                return found;
-        return static_cast<QCheckBox*>(nullptr);
-    };
-    QCheckBox* checksums = box("Verify checksums");
+    QCheckBox* checksums = named<QCheckBox>(preferences, "Verify checksums");
     ASSERT_NE(checksums, nullptr);
     ASSERT_TRUE(checksums->isChecked());
     EXPECT_TRUE(preferences.verificationWarning().isHidden());
@@ -372,9 +351,9 @@ TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathName
         editor.add();
     QCoreApplication::processEvents();
     ASSERT_EQ(table.rowCount(), 6);
-    EXPECT_EQ(table.item(3, 0)->text(), "Untitled");
-    EXPECT_EQ(table.item(4, 0)->text(), "Untitled-2");
-    EXPECT_EQ(table.item(5, 0)->text(), "Untitled-3");
+    EXPECT_EQ(
+        table.item(3, 0)->text() + "," + table.item(4, 0)->text() + "," + table.item(5, 0)->text(),
+        "Untitled,Untitled-2,Untitled-3");
     EXPECT_EQ(window_->model().columnCount(), columnsBefore + 3) << "shown in the list";
     EXPECT_EQ(table.item(2, 2)->text(), "(auto)") << "the timestamp fills itself in";
     EXPECT_FALSE(table.item(2, 2)->flags() & Qt::ItemIsEditable);
@@ -387,10 +366,8 @@ TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathName
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // closed editors
         table.editItem(table.item(row, column));
         QLineEdit* field = nullptr;
-        for (QLineEdit* open : table.viewport()->findChildren<QLineEdit*>()) {
-            if (open->isVisible())
-                field = open;
-        }
+        for (QLineEdit* open : table.viewport()->findChildren<QLineEdit*>())
+            field = open->isVisible() ? open : field;
         ASSERT_NE(field, nullptr);
         field->setFocus();
         field->selectAll();
@@ -418,56 +395,12 @@ TEST_F(MainWindowTest, TheFieldEditorNamesFieldsRefusesTakenTitlesAndItsPathName
     ASSERT_GT(key->count(), 1);
     Q_EMIT key->activated(1);
     QCoreApplication::processEvents();
-    const MetadataField camera = editor.fields()[3];
+    EXPECT_EQ(editor.pathPreview(), "/Day/Reel/Timestamp/Camera");
+    // What the transfers read: the settings.
+    const MetadataField camera =
+        MetadataField::listFrom(settings_.object(SettingsKey::metadata))[3];
     EXPECT_EQ(camera.title, "Camera");
     EXPECT_EQ(camera.defaultVal, "A") << "quotes are taken out";
+    EXPECT_EQ(camera.useInPath, 1);
     EXPECT_EQ(camera.qtMetadataKey, MetadataFieldEditor::qtMetaCache().front().key);
-    EXPECT_EQ(editor.pathPreview(), "/Day/Reel/Timestamp/Camera");
-
-    const auto volume = card("A001");
-    list({volume});
-    controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->status() == QVVolume::Done; }));
-    ASSERT_FALSE(volume->destinations().isEmpty());
-    EXPECT_TRUE(volume->destinations().front().endsWith("/A"))
-        << volume->destinations().front().toStdString();
-}
-
-// Not a pass/fail check: prints how late the event loop answers while 200 volume updates a
-// second (and a list reload every fourth) reach the window.
-TEST_F(MainWindowTest, MeasuresTheEventLoopUnderTwoHundredUpdatesASecond) {
-    std::vector<std::shared_ptr<QVVolume>> volumes;
-    for (int i = 0; i < 8; ++i)
-        volumes.push_back(card(QString("C%1").arg(i, 3, 10, QChar('0'))));
-    list(volumes);
-    for (const auto& volume : volumes)
-        volume->setStatus(QVVolume::Copying);
-    int sent = 0;
-    QTimer updates;
-    updates.setTimerType(Qt::PreciseTimer);
-    updates.setInterval(5);
-    QObject::connect(&updates, &QTimer::timeout, [&] {
-        const auto& volume = volumes[std::size_t(sent % 8)];
-        volume->setProgressValue(double(sent % 100));
-        window_->volumesChanged({volume->snapshot()});
-        if (sent % 4 == 0)
-            window_->reloadVolumeList();
-        ++sent;
-    });
-    qint64 worstMs = 0;
-    QElapsedTimer since;
-    QTimer probe;
-    probe.setTimerType(Qt::PreciseTimer);
-    probe.setInterval(10);
-    QObject::connect(&probe, &QTimer::timeout,
-                     [&] { worstMs = std::max(worstMs, since.restart() - 10); });
-    since.start();
-    updates.start();
-    probe.start();
-    waitUntil([&] { return sent >= 400; });
-    std::printf("event loop: %d updates in 2 s; worst late answer %lld ms\n", sent,
-                static_cast<long long>(worstMs));
-    RecordProperty("worst_late_ms", int(worstMs));
-    for (const auto& volume : volumes)
-        volume->setStatus(QVVolume::Idle);
 }

@@ -39,7 +39,7 @@ void SheetAnswerer::poll() {
     }
     seen_ << box->text() + " | " + buttons.join(", ");
     const QString answer = answers_.takeFirst();
-    if (answer == QStringLiteral("Return"))
+    if (answer == "Return")
         QTest::keyClick(box, Qt::Key_Return);
     else if (chosen != nullptr)
         chosen->click();

@@ -26,12 +26,12 @@ MetadataField field(const QString& title, qint64 useInSpreadsheet = 1) {
 
 SpreadsheetVolume volume(const QString& name, const QStringList& destinations,
                          std::map<QString, QString> metadata = {}) {
-    return {name, QStringLiteral("5A1C-0F3E"), destinations, std::move(metadata)};
+    return {name, "5A1C-0F3E", destinations, std::move(metadata)};
 }
 
 class MetadataSpreadsheetTest : public testing::Test {
   protected:
-    QString sheet() const { return dir_.filePath(QStringLiteral("Project Metadata.csv")); }
+    QString sheet() const { return dir_.filePath("Project Metadata.csv"); }
     QTemporaryDir dir_;
 };
 
@@ -39,7 +39,7 @@ class MetadataSpreadsheetTest : public testing::Test {
 
 TEST_F(MetadataSpreadsheetTest, GrowsAcrossRunsKeepingEarlierRows) {
     std::vector<MetadataField> fields = {field("Day"), field("Notes", 0), field("Reel")};
-    const QString dest = QStringLiteral("/Dest/Project/1/1/2024_03_07_14_05_09");
+    const QString dest = "/Dest/Project/1/1/2024_03_07_14_05_09";
 
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(
         sheet(), volume("CARD_A", {dest}, {{"QVMetaDay", "1"}, {"QVMetaReel", "1"}}), fields));
@@ -106,7 +106,7 @@ TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
 TEST_F(MetadataSpreadsheetTest, FailureLeavesNothingAndIsLogged) {
     ASSERT_TRUE(QDir().mkpath(QVLog::logFolder()));
     QVLog::createNewLog(LogPlaces::forCurrentUser(), SystemClock::shared());
-    const QString missing = dir_.filePath(QStringLiteral("gone/Project Metadata.csv"));
+    const QString missing = dir_.filePath("gone/Project Metadata.csv");
     EXPECT_FALSE(MetadataSpreadsheet::writeMetadataToFile(missing, volume("C", {"/D"}), {}));
     EXPECT_FALSE(QFile::exists(missing));
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("C", {"/D"}), {}));
@@ -125,7 +125,7 @@ TEST_F(MetadataSpreadsheetTest, VolumesFinishingTogetherAllLand) {
     // Two cards finishing at once write the same sheet, one through another spelling of
     // its path; without a shared lock per file the later write drops the other's rows.
     constexpr int kRowsEach = 50;
-    const QString otherSpelling = dir_.path() + QStringLiteral("/./Project Metadata.csv");
+    const QString otherSpelling = dir_.path() + "/./Project Metadata.csv";
     std::latch start(2);
     const auto writer = [&](const QString& path, const QString& name) {
         start.arrive_and_wait();
@@ -133,8 +133,8 @@ TEST_F(MetadataSpreadsheetTest, VolumesFinishingTogetherAllLand) {
             MetadataSpreadsheet::writeMetadataToFile(path, volume(name, {"/D"}), {field("Reel")});
         }
     };
-    std::thread first(writer, sheet(), QStringLiteral("CARD_A"));
-    std::thread second(writer, otherSpelling, QStringLiteral("CARD_B"));
+    std::thread first(writer, sheet(), "CARD_A");
+    std::thread second(writer, otherSpelling, "CARD_B");
     first.join();
     second.join();
 

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 

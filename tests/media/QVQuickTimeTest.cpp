@@ -19,57 +19,41 @@ const QString kTool = ClipList::defaultToolPath();
 const QTTrack kNtsc30{30, 30000, 30030};  // one second of 29.97 video
 
 QString toolOutput(const QString& movie) {
-    return QVTaskEx::stringFromTask(kTool, {movie, QStringLiteral("-timing")});
+    return QVTaskEx::stringFromTask(kTool, {movie, "-timing"});
 }
 
-TEST(QVQuickTime, FrameArithmetic) {
+TEST(QVQuickTime, FrameArithmeticFormattedTimesAndLabels) {
     EXPECT_NEAR(QVQuickTime::fpsFromQTTrack(kNtsc30), 30000.0 / 1001.0, 1e-9);
     EXPECT_EQ(QVQuickTime::fpsFromQTTrack(QTTrack{0, 30000, 30030}), 0);
     EXPECT_EQ(QVQuickTime::fpsFromQTTrack(QTTrack{30, 30000, 0}), 0);
-
-    EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{30030, 30000, 0}, kNtsc30), 30);
     EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{3000000, 30000, 0}, kNtsc30), 2997);
-    // Halves round away from zero, both ways.
+    // Halves round away from zero, both ways; times from frames are floored.
     EXPECT_EQ(QVQuickTime::frameCountForTimeValue(1, 2, 1.0), 1);
     EXPECT_EQ(QVQuickTime::frameCountForTimeValue(-1, 2, 1.0), -1);
     EXPECT_EQ(QVQuickTime::frameCountForTimeValue(600, 0, 25.0), 0);
-
     EXPECT_EQ(QVQuickTime::qtTimeFromFrame(10, 600, 25.0), (QTTime{240, 600, 0}));
-    // floor, not round: two frames at 3 fps are 666.7 ms.
     EXPECT_EQ(QVQuickTime::qtTimeFromFrame(2, 1000, 3.0).timeValue, 666);
     EXPECT_EQ(QVQuickTime::qtTimeFromFrame(5, 600, 0.0).timeValue, 0);
-
     // A movie that could not be opened has no rate, no frames and no times.
     EXPECT_EQ(QVQuickTime::fpsForMovie(nullptr), 0);
     EXPECT_EQ(QVQuickTime::frameCountForQTTime(QTTime{600, 600, 0}, nullptr), 0);
     EXPECT_EQ(QVQuickTime::lastFrameTimeForMovie(nullptr), QTTime{});
     EXPECT_EQ(QVQuickTime::qtTimeFromFrame(3, nullptr), QTTime{});
-}
 
-TEST(QVQuickTime, FormattedTimes) {
-    // 1 h 2 min 3 s and half a second of 29.97 video.
-    const QTTime time{(3723 * 30000) + 15000, 30000, 0};
-    EXPECT_EQ(QVQuickTime::formattedQTTime(time, 29.97), QStringLiteral("01:02:03:15"));
-    // Whole days are cut off with the rest of the time text.
-    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(25 * 3600) * 600, 600, 0}, 24.0),
-              QStringLiteral("01:00:00:00"));
-    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{0, 600, 0}, nullptr),
-              QStringLiteral("00:00:00:00"));
-}
-
-TEST(QVQuickTime, ChannelLabelNames) {
+    // 1 h 2 min 3 s and half a second of 29.97 video; whole days are cut off.
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(3723 * 30000) + 15000, 30000, 0}, 29.97),
+              "01:02:03:15");
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{(25 * 3600) * 600, 600, 0}, 24.0), "01:00:00:00");
+    EXPECT_EQ(QVQuickTime::formattedQTTime(QTTime{0, 600, 0}, nullptr), "00:00:00:00");
     // A named label, the ends of the discrete range, and codes past it, before it or in a gap.
     QStringList names;
     for (const quint32 code : {1u, 45u, 65536u, 65551u, 65552u, 0u, 19u})
         names << QVQuickTime::friendlyAudioChannelLabel(code);
-    EXPECT_EQ(names.join(u','),
-              QStringLiteral("Left,Haptic,Discrete 0,Discrete 15,Unknown,Unknown,Unknown"));
-}
+    EXPECT_EQ(names.join(u','), "Left,Haptic,Discrete 0,Discrete 15,Unknown,Unknown,Unknown");
 
-TEST(QVQuickTime, TimecodeOperationsReportThemselvesUnavailable) {
     testing::internal::CaptureStderr();
     EXPECT_TRUE(QVQuickTime::timecodeAtTime(QTTime{600, 600, 0}, nullptr).isEmpty());
-    EXPECT_EQ(QVQuickTime::qtTimeFromTimecode(QStringLiteral("01:00:00:00"), nullptr), QTTime{});
+    EXPECT_EQ(QVQuickTime::qtTimeFromTimecode("01:00:00:00", nullptr), QTTime{});
     int timebase = 30;
     bool ntsc = true, dropFrame = true;
     EXPECT_FALSE(QVQuickTime::getTimingInfoForMovie(nullptr, timebase, ntsc, dropFrame));
@@ -114,14 +98,14 @@ TEST(QVQuickTime, TimecodeToolAndFrameCountsOnMadeMovies) {
     EXPECT_EQ(QVQuickTime::frameLengthForMovie(QTMovie::open(movies->file("f25.mov")).get()), 1024);
 
     // A file that is no movie, or none at all: nothing printed, a failing status.
-    const QString text = movies->file(QStringLiteral("notes.mov"));
+    const QString text = movies->file("notes.mov");
     {
         QFile file(text);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("not a movie at all\n") > 0);
     }
     EXPECT_EQ(toolOutput(text), QString());
-    for (const QString& path : {text, movies->file(QStringLiteral("missing.mov"))}) {
-        EXPECT_NE(QVTaskEx::terminationCodeFromTask(kTool, {path, QStringLiteral("-timing")}), 0);
+    for (const QString& path : {text, movies->file("missing.mov")}) {
+        EXPECT_NE(QVTaskEx::terminationCodeFromTask(kTool, {path, "-timing"}), 0);
         EXPECT_EQ(QTMovie::open(path), nullptr);
     }
 }

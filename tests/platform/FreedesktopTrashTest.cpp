@@ -25,10 +25,11 @@ namespace {
 // The Path= value of a trash entry, decoded; the rest of its .trashinfo is checked too.
 QString recordedPath(const QString& trashed) {
     static const QRegularExpression layout(
-        u"^\\[Trash Info\\]\nPath=([^\n]+)\nDeletionDate=\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n$"_s);
+        "^\\[Trash "
+        "Info\\]\nPath=([^\n]+)\nDeletionDate=\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n$");
     const QFileInfo item(trashed);
     const QString info = QString::fromUtf8(
-        TestFiles::read(item.path() + u"/../info/"_s + item.fileName() + u".trashinfo"_s));
+        TestFiles::read(item.path() + "/../info/" + item.fileName() + ".trashinfo"));
     EXPECT_TRUE(layout.match(info).hasMatch()) << info.toStdString();
     return QFile::decodeName(
         QByteArray::fromPercentEncoding(layout.match(info).captured(1).toUtf8()));
@@ -38,10 +39,10 @@ QString recordedPath(const QString& trashed) {
 
 TEST(FreedesktopTrashTest, CollidingNamesAreNumberedAndRecordTheirOrigins) {
     const TempHome home;
-    const QString files = QVLocalPaths::trashDirectory() + u"/files/"_s;
-    TestFiles::write(files + u"clip.4.mov"_s,
+    const QString files = QVLocalPaths::trashDirectory() + "/files/";
+    TestFiles::write(files + "clip.4.mov",
                      "orphan");  // in files/ without info: never overwritten
-    const QStringList expected = {u"clip.mov"_s, u"clip.2.mov"_s, u"clip.3.mov"_s, u"clip.5.mov"_s};
+    const QStringList expected = {"clip.mov", "clip.2.mov", "clip.3.mov", "clip.5.mov"};
     for (int i = 0; i < expected.size(); ++i) {
         const QString original = home.file(u"Card %1/clip.mov"_s.arg(i));
         TestFiles::write(original, QByteArray::number(i));
@@ -52,17 +53,17 @@ TEST(FreedesktopTrashTest, CollidingNamesAreNumberedAndRecordTheirOrigins) {
         EXPECT_FALSE(QFileInfo::exists(original));
         EXPECT_EQ(recordedPath(trashed), original);
     }
-    EXPECT_EQ(TestFiles::read(files + u"clip.4.mov"_s), "orphan");
+    EXPECT_EQ(TestFiles::read(files + "clip.4.mov"), "orphan");
 }
 
 TEST(FreedesktopTrashTest, FoldersLinksAndAnyNameGoWholeAndRecordTheirPath) {
     const TempHome home;
-    const QString folder = home.file(u"Odd [card]/"_s);
-    TestFiles::write(folder + u"CARD/CLIP/A001.mov"_s, "a001");
-    ASSERT_TRUE(QFile::link(u"CARD"_s, folder + u"CARD link"_s));
+    const QString folder = home.file("Odd [card]/");
+    TestFiles::write(folder + "CARD/CLIP/A001.mov", "a001");
+    ASSERT_TRUE(QFile::link("CARD", folder + "CARD link"));
     // The last name is too long to take a ".trashinfo" suffix, so the trash shortens it.
-    for (const QString& name : {u"CARD link"_s, u"CARD/"_s, u"A 001%20 100%.mov"_s,
-                                u"line\nbreak"_s, QString(250, u'x') + u".mov"_s}) {
+    for (const QString& name : QStringList{"CARD link", "CARD/", "A 001%20 100%.mov", "line\nbreak",
+                                           QString(250, u'x') + ".mov"}) {
         if (!QFileInfo::exists(folder + name)) {
             TestFiles::write(folder + name, name.toUtf8());
         }
@@ -70,24 +71,24 @@ TEST(FreedesktopTrashTest, FoldersLinksAndAnyNameGoWholeAndRecordTheirPath) {
         ASSERT_TRUE(FreedesktopTrash::trash(folder + name, &trashed)) << name.toStdString();
         EXPECT_FALSE(QFileInfo::exists(folder + name) || QFileInfo(folder + name).isSymLink());
         EXPECT_EQ(recordedPath(trashed), QDir::cleanPath(folder + name));
-        EXPECT_TRUE(trashed.endsWith(u".mov"_s) == name.endsWith(u".mov"_s));
+        EXPECT_TRUE(trashed.endsWith(".mov") == name.endsWith(".mov"));
     }
     const QString trash = QVLocalPaths::trashDirectory();
-    EXPECT_EQ(TestFiles::read(trash + u"/files/CARD/CLIP/A001.mov"_s), "a001");
-    EXPECT_EQ(QFile::symLinkTarget(trash + u"/files/CARD link"_s), trash + u"/files/CARD"_s);
-    EXPECT_TRUE(TestFiles::read(trash + u"/info/A 001%20 100%.mov.trashinfo"_s)
+    EXPECT_EQ(TestFiles::read(trash + "/files/CARD/CLIP/A001.mov"), "a001");
+    EXPECT_EQ(QFile::symLinkTarget(trash + "/files/CARD link"), trash + "/files/CARD");
+    EXPECT_TRUE(TestFiles::read(trash + "/info/A 001%20 100%.mov.trashinfo")
                     .contains("/Odd%20%5Bcard%5D/A%20001%2520%20100%25.mov\n"));
 }
 
 TEST(FreedesktopTrashTest, FailuresLeaveTheItemAndNoInfo) {
     const TempHome home;
-    const QDir info(QVLocalPaths::trashDirectory() + u"/info"_s);
-    EXPECT_FALSE(FreedesktopTrash::trash(home.file(u"missing.mov"_s)));
-    EXPECT_FALSE(FreedesktopTrash::trash(QString()) || FreedesktopTrash::trash(u"/"_s));
+    const QDir info(QVLocalPaths::trashDirectory() + "/info");
+    EXPECT_FALSE(FreedesktopTrash::trash(home.file("missing.mov")));
+    EXPECT_FALSE(FreedesktopTrash::trash(QString()) || FreedesktopTrash::trash("/"));
     // A refused move takes its info back. A read-only folder stops anyone but root; root is
     // stopped by a locked (immutable) file.
-    const QByteArray folder = QFile::encodeName(home.file(u"Read only"_s));
-    const QString locked = home.file(u"Read only/locked.mov"_s);
+    const QByteArray folder = QFile::encodeName(home.file("Read only"));
+    const QString locked = home.file("Read only/locked.mov");
     TestFiles::write(locked, "keep");
     if (geteuid() != 0 ? chmod(folder.constData(), 0500) != 0 : !ImmutableFlag::set(locked, true)) {
         GTEST_SKIP() << "as root, refusing a move needs a file system with the immutable flag";
@@ -102,7 +103,7 @@ TEST(FreedesktopTrashTest, FailuresLeaveTheItemAndNoInfo) {
 TEST(FreedesktopTrashTest, OtherFileSystemsUseTheTrashAtTheirTop) {
     const TempHome home;
     const QTemporaryDir dir;
-    const QString top = dir.filePath(u"Card Volume"_s);
+    const QString top = dir.filePath("Card Volume");
     const QByteArray native = QFile::encodeName(top);
     if (!QDir().mkdir(top) || mount("cardsweep-test", native.constData(), "tmpfs", 0, "") != 0) {
         GTEST_SKIP() << "needs root to mount a tmpfs as a second file system";
@@ -113,18 +114,18 @@ TEST(FreedesktopTrashTest, OtherFileSystemsUseTheTrashAtTheirTop) {
         TestFiles::write(top + u'/' + relative, "x");
         QString trashed;
         ASSERT_TRUE(FreedesktopTrash::trash(top + u'/' + relative, &trashed));
-        EXPECT_EQ(trashed, top + trash + u"/files/"_s + QFileInfo(relative).fileName());
+        EXPECT_EQ(trashed, top + trash + "/files/" + QFileInfo(relative).fileName());
         EXPECT_EQ(recordedPath(trashed), relative);  // relative to the top
     };
-    expectTrashed(u"CLIP/A001.mov"_s, u"/.Trash-0"_s);
-    EXPECT_TRUE(QDir(QVLocalPaths::trashDirectory() + u"/info"_s).isEmpty());
+    expectTrashed("CLIP/A001.mov", "/.Trash-0");
+    EXPECT_TRUE(QDir(QVLocalPaths::trashDirectory() + "/info").isEmpty());
     // An administrator's sticky .Trash comes first; not sticky, or a link, it is passed over.
-    ASSERT_TRUE(QDir(top).mkdir(u".Trash"_s) && chmod(native + "/.Trash", 01777) == 0);
-    expectTrashed(u"CLIP/A002.mov"_s, u"/.Trash/0"_s);
+    ASSERT_TRUE(QDir(top).mkdir(".Trash") && chmod(native + "/.Trash", 01777) == 0);
+    expectTrashed("CLIP/A002.mov", "/.Trash/0");
     ASSERT_EQ(chmod(native + "/.Trash", 0777), 0);
-    expectTrashed(u"A003.mov"_s, u"/.Trash-0"_s);
+    expectTrashed("A003.mov", "/.Trash-0");
     ASSERT_TRUE(rename(native + "/.Trash", native + "/sticky") == 0 &&
                 chmod(native + "/sticky", 01777) == 0 &&
                 symlink("sticky", native + "/.Trash") == 0);
-    expectTrashed(u"A004.mov"_s, u"/.Trash-0"_s);
+    expectTrashed("A004.mov", "/.Trash-0");
 }

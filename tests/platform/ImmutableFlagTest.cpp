@@ -25,16 +25,16 @@ struct Unlock {
 
 TEST(ImmutableFlagTest, LockedFileRefusesChangesUntilCleared) {
     const QTemporaryDir dir;
-    const QString file = dir.filePath(u"A001C002.mov"_s), link = dir.filePath(u"link.mov"_s);
+    const QString file = dir.filePath("A001C002.mov"), link = dir.filePath("link.mov");
     const QByteArray native = QFile::encodeName(file);
     QString error;
     EXPECT_EQ(ImmutableFlag::isSet(file), std::nullopt);
     EXPECT_FALSE(ImmutableFlag::set(file, false, &error));  // missing
     EXPECT_TRUE(error.contains(file)) << error.toStdString();
     // procfs keeps no flags: clearing has nothing to do, setting fails.
-    EXPECT_EQ(ImmutableFlag::isSet(u"/proc/self/status"_s), std::nullopt);
-    EXPECT_TRUE(ImmutableFlag::set(u"/proc/self/status"_s, false));
-    EXPECT_FALSE(ImmutableFlag::set(u"/proc/self/status"_s, true));
+    EXPECT_EQ(ImmutableFlag::isSet("/proc/self/status"), std::nullopt);
+    EXPECT_TRUE(ImmutableFlag::set("/proc/self/status", false));
+    EXPECT_FALSE(ImmutableFlag::set("/proc/self/status", true));
 
     ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly) && QFile::link(file, link));
     const Unlock unlock{file};

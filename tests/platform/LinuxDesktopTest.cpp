@@ -23,7 +23,7 @@ namespace {
 
 // A connection that never reaches a bus: a session without D-Bus.
 QDBusConnection noBus() {
-    return QDBusConnection(QStringLiteral("cardsweep-no-bus"));
+    return QDBusConnection("cardsweep-no-bus");
 }
 
 }  // namespace
@@ -32,36 +32,36 @@ TEST(LinuxDesktopTest, FallsBackThroughTheToolsAndLogsWhatItCannotDo) {
     FakeProcessRunner nothing;
     LinuxDesktop bare(nothing, noBus());
     const LogTail log;
-    EXPECT_FALSE(bare.revealFolder(u"/media/card/PROJECT"_qs));
-    EXPECT_FALSE(bare.openFiles({u"/d/a.mov"_qs}));
+    EXPECT_FALSE(bare.revealFolder("/media/card/PROJECT"));
+    EXPECT_FALSE(bare.openFiles({"/d/a.mov"}));
     EXPECT_TRUE(bare.openFiles({}));
     bare.requestAttention();
-    bare.noteFileSystemChanged(u"/d"_qs);
+    bare.noteFileSystemChanged("/d");
     const QString lines = log.text();
-    EXPECT_TRUE(lines.contains(u"Desktop: no file manager to show /media/card/PROJECT"_qs));
-    EXPECT_TRUE(lines.contains(u"Desktop: no application to open 1 file(s)"_qs));
-    EXPECT_TRUE(lines.contains(u"Desktop: no window to ask for attention"_qs));
+    EXPECT_TRUE(lines.contains("Desktop: no file manager to show /media/card/PROJECT"));
+    EXPECT_TRUE(lines.contains("Desktop: no application to open 1 file(s)"));
+    EXPECT_TRUE(lines.contains("Desktop: no window to ask for attention"));
 
     FakeProcessRunner xdgOnly;
-    xdgOnly.answer(u"xdg-open"_qs, FakeProcessRunner::exited(0));
+    xdgOnly.answer("xdg-open", FakeProcessRunner::exited(0));
     LinuxDesktop xdg(xdgOnly, noBus());
-    EXPECT_TRUE(xdg.revealFolder(u"/d/My Card #1"_qs));
-    EXPECT_TRUE(xdg.openFiles({u"/d/a b.mov"_qs, u"/d/c.mov"_qs}));
+    EXPECT_TRUE(xdg.revealFolder("/d/My Card #1"));
+    EXPECT_TRUE(xdg.openFiles({"/d/a b.mov", "/d/c.mov"}));
     EXPECT_EQ(xdgOnly.commandLines(),
-              (QStringList{u"xdg-open /d/My Card #1"_qs, u"gio open /d/a b.mov /d/c.mov"_qs,
-                           u"xdg-open /d/a b.mov"_qs, u"xdg-open /d/c.mov"_qs}));
+              (QStringList{"xdg-open /d/My Card #1", "gio open /d/a b.mov /d/c.mov",
+                           "xdg-open /d/a b.mov", "xdg-open /d/c.mov"}));
     for (const FakeProcessRunner::Call& call : xdgOnly.calls()) {
         EXPECT_FALSE(call.waited) << call.program.toStdString();
     }
 
     FakeProcessRunner full;
-    full.answer(u"gio"_qs, FakeProcessRunner::exited(0));
-    full.answer(u"canberra-gtk-play"_qs, FakeProcessRunner::exited(0));
+    full.answer("gio", FakeProcessRunner::exited(0));
+    full.answer("canberra-gtk-play", FakeProcessRunner::exited(0));
     LinuxDesktop desktop(full, noBus());
-    EXPECT_TRUE(desktop.openFiles({u"/d/a.mov"_qs}));
-    EXPECT_TRUE(desktop.playSound(u"complete"_qs));
+    EXPECT_TRUE(desktop.openFiles({"/d/a.mov"}));
+    EXPECT_TRUE(desktop.playSound("complete"));
     EXPECT_EQ(full.commandLines(),
-              (QStringList{u"gio open /d/a.mov"_qs, u"canberra-gtk-play -i complete"_qs}));
+              (QStringList{"gio open /d/a.mov", "canberra-gtk-play -i complete"}));
 
     std::atomic<int> alerts = 0;
     desktop.setAttentionHandler([&alerts] { ++alerts; });
@@ -76,17 +76,17 @@ TEST(LinuxDesktopTest, RevealsThroughTheFileManagerServiceWhenTheBusHasOne) {
         GTEST_SKIP() << bus.error().toStdString();
     }
     FakeProcessRunner processes;
-    processes.answer(u"xdg-open"_qs, FakeProcessRunner::exited(0));
-    LinuxDesktop desktop(processes, bus.connect(u"client"_qs));
+    processes.answer("xdg-open", FakeProcessRunner::exited(0));
+    LinuxDesktop desktop(processes, bus.connect("client"));
 
     // No file manager on the bus yet: the tool is the fall-back.
-    EXPECT_TRUE(desktop.revealFolder(u"/d/first"_qs));
-    EXPECT_EQ(processes.commandLines(), QStringList{u"xdg-open /d/first"_qs});
+    EXPECT_TRUE(desktop.revealFolder("/d/first"));
+    EXPECT_EQ(processes.commandLines(), QStringList{"xdg-open /d/first"});
 
     FakeFileManager fileManager;
-    ASSERT_TRUE(fileManager.registerOn(bus.connect(u"file-manager"_qs)));
+    ASSERT_TRUE(fileManager.registerOn(bus.connect("file-manager")));
     const QTemporaryDir dir;
-    const QString folder = QDir(dir.path()).filePath(u"Day 1 #A & ü"_qs);
+    const QString folder = QDir(dir.path()).filePath("Day 1 #A & ü");
     // The post actions reveal from a transfer thread while the window's loop runs.
     std::atomic<bool> done = false;
     std::atomic<bool> revealed = false;

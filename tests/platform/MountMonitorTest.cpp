@@ -1,61 +1,46 @@
 // Mount-table diffs: which volumes came and which went between two readings.
-
 #include <gtest/gtest.h>
 
 #include "MountMonitor.h"
 
 namespace {
 
-MountEntry entry(const QString& mountPoint, const QString& source,
-                 const QString& options = QStringLiteral("rw")) {
-    MountEntry made;
-    made.mountPoint = mountPoint;
-    made.source = source;
-    made.options = options;
-    return made;
+// "MOUNTPOINT <- SOURCE [OPTIONS]" per entry.
+std::vector<MountEntry> table(const QStringList& lines) {
+    std::vector<MountEntry> entries;
+    for (const QString& line : lines) {
+        const QStringList parts = line.split(" <- ");
+        entries.push_back(
+            {parts[0], parts[1].section(' ', 0, 0), {}, parts[1].section(' ', 1), false});
+    }
+    return entries;
 }
 
 QStringList describe(const std::vector<MountEntry>& entries) {
     QStringList lines;
-    for (const MountEntry& e : entries) {
-        lines << e.mountPoint + QStringLiteral(" <- ") + e.source;
-    }
+    for (const MountEntry& e : entries)
+        lines << e.mountPoint + " <- " + e.source;
     return lines;
 }
 
 }  // namespace
 
 TEST(MountMonitorTest, DiffMatchesByMountPointAndSource) {
-    const std::vector<MountEntry> before = {
-        entry(QStringLiteral("/"), QStringLiteral("/dev/vda")),
-        entry(QStringLiteral("/media/u/A001"), QStringLiteral("/dev/sdb1")),
-        entry(QStringLiteral("/media/u/CARD"), QStringLiteral("/dev/sdc1")),
-        entry(QStringLiteral("/media/u/TWICE"), QStringLiteral("/dev/sdd1")),
-        entry(QStringLiteral("/media/u/TWICE"), QStringLiteral("/dev/sdd1")),
-    };
-    const std::vector<MountEntry> after = {
-        entry(QStringLiteral("/"), QStringLiteral("/dev/vda")),
-        // Remounted read-only: the same volume, no signal.
-        entry(QStringLiteral("/media/u/A001"), QStringLiteral("/dev/sdb1"), QStringLiteral("ro")),
-        // Another card at the same mount point: out, then in.
-        entry(QStringLiteral("/media/u/CARD"), QStringLiteral("/dev/sde1")),
-        // One of two stacked mounts gone.
-        entry(QStringLiteral("/media/u/TWICE"), QStringLiteral("/dev/sdd1")),
-        // The same card at a second place.
-        entry(QStringLiteral("/media/u/A001 1"), QStringLiteral("/dev/sdb1")),
-    };
-
+    const auto before =
+        table({"/ <- /dev/vda", "/media/u/A001 <- /dev/sdb1", "/media/u/CARD <- /dev/sdc1",
+               "/media/u/TWICE <- /dev/sdd1", "/media/u/TWICE <- /dev/sdd1"});
+    const auto after = table({"/ <- /dev/vda",
+                              "/media/u/A001 <- /dev/sdb1 ro",   // remounted read-only: no signal
+                              "/media/u/CARD <- /dev/sde1",      // another card there: out, then in
+                              "/media/u/TWICE <- /dev/sdd1",     // one of two stacked mounts gone
+                              "/media/u/A001 1 <- /dev/sdb1"});  // the same card at a second place
     const MountMonitor::Changes changes = MountMonitor::diff(before, after);
     EXPECT_EQ(describe(changes.mounted),
-              QStringList({QStringLiteral("/media/u/CARD <- /dev/sde1"),
-                           QStringLiteral("/media/u/A001 1 <- /dev/sdb1")}));
+              QStringList({"/media/u/CARD <- /dev/sde1", "/media/u/A001 1 <- /dev/sdb1"}));
     EXPECT_EQ(describe(changes.unmounted),
-              QStringList({QStringLiteral("/media/u/CARD <- /dev/sdc1"),
-                           QStringLiteral("/media/u/TWICE <- /dev/sdd1")}));
-
-    const MountMonitor::Changes none = MountMonitor::diff(after, after);
-    EXPECT_TRUE(none.mounted.empty());
-    EXPECT_TRUE(none.unmounted.empty());
+              QStringList({"/media/u/CARD <- /dev/sdc1", "/media/u/TWICE <- /dev/sdd1"}));
+    EXPECT_TRUE(MountMonitor::diff(after, after).mounted.empty());
+    EXPECT_TRUE(MountMonitor::diff(after, after).unmounted.empty());
     EXPECT_EQ(MountMonitor::diff({}, after).mounted.size(), after.size());
     EXPECT_EQ(MountMonitor::diff(before, {}).unmounted.size(), before.size());
 }

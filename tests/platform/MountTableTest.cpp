@@ -1,13 +1,11 @@
 // The mount table: reading /proc/self/mountinfo with its escapes, which entries are local
 // volumes, the topmost mount at a point, and the volume that holds a path.
-
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
-#include <algorithm>
 
 #include "MountTable.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -29,108 +27,80 @@ const char kMountInfo[] =
     "49 26 0:54 / /media/u/GONE rw - exfat /dev/notblock rw\n"
     "50 26 8:81 / /media/u/CARD rw,relatime - exfat /dev/sdf1 rw\n";
 
-const QString kOddName = QStringLiteral("/media/u/line\nbreak\ttab\\back\"q'$(x)");
-
-// Every device the table names is a block device except /dev/notblock.
-bool fakeBlockDevice(const QString& source) {
-    return source.startsWith(u"/dev/") && source != u"/dev/notblock";
-}
+const QString kOdd = "/media/u/line\nbreak\ttab\\back\"q'$(x)";
 
 class MountTableTest : public testing::Test {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(dir_.isValid());
-        QFile file(path());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(kMountInfo);
-    }
-    QString path() const { return dir_.filePath(QStringLiteral("mountinfo")); }
+    void SetUp() override { TestFiles::write(path(), kMountInfo); }
+    QString path() const { return dir_.filePath("mountinfo"); }
+    // Every device the table names is a block device except /dev/notblock.
     std::vector<MountEntry> volumes() const {
-        return MountTable::localVolumes(MountTable::read(path()), fakeBlockDevice);
+        return MountTable::localVolumes(MountTable::read(path()), [](const QString& source) {
+            return source.startsWith("/dev/") && source != "/dev/notblock";
+        });
+    }
+    static QStringList mountPoints(const std::vector<MountEntry>& entries) {
+        QStringList points;
+        for (const MountEntry& entry : entries)
+            points << entry.mountPoint + (entry.readOnly ? " ro" : "");
+        return points;
     }
 
   private:
     QTemporaryDir dir_;
 };
 
-QStringList mountPoints(const std::vector<MountEntry>& entries) {
-    QStringList points;
-    for (const MountEntry& entry : entries) {
-        points << entry.mountPoint;
-    }
-    return points;
-}
-
 }  // namespace
 
-TEST_F(MountTableTest, ReadsEntriesInOrderWithEscapesDecoded) {
+TEST_F(MountTableTest, ReadsEntriesInOrderWithEscapesDecodedAndKeepsLocalVolumes) {
     const std::vector<MountEntry> entries = MountTable::read(path());
-    EXPECT_EQ(mountPoints(entries),
-              (QStringList{"/proc", "/", "/media/u/A001 CARD", "/media/u/CARD", "/media/u/CARD2",
-                           "/media/u/CARD/nested", kOddName, "/mnt/net", "/media/u/RAM",
-                           "/media/u/SHARE", "/media/u/GONE", "/media/u/CARD"}));
-    ASSERT_EQ(entries.size(), 12U);
-
-    const MountEntry& card = entries[2];
-    EXPECT_EQ(card.source, QStringLiteral("/dev/loop0"));
-    EXPECT_EQ(card.fsType, QStringLiteral("fuseblk"));
-    EXPECT_TRUE(card.options.contains(QStringLiteral("allow_other")));
-    EXPECT_TRUE(card.options.contains(QStringLiteral("nosuid")));
-    EXPECT_FALSE(card.readOnly);
     // Read-only at the mount or at the superblock both count.
-    EXPECT_TRUE(entries[3].readOnly);
-    EXPECT_TRUE(entries[4].readOnly);
-    EXPECT_EQ(entries[7].source, QStringLiteral("server:/export"));
-
-    // A table that can't be read is empty, not an error thrown at the caller.
-    EXPECT_TRUE(MountTable::read(path() + QStringLiteral(".missing")).empty());
-    // The machine's own table parses and holds the root.
-    const std::vector<MountEntry> live = MountTable::read();
-    EXPECT_TRUE(std::any_of(live.begin(), live.end(),
-                            [](const MountEntry& e) { return e.mountPoint == u"/"; }));
-}
-
-TEST_F(MountTableTest, LocalVolumesAreBlockDevicesWithoutPseudoOrNetworkFileSystems) {
+    EXPECT_EQ(mountPoints(entries),
+              (QStringList{"/proc", "/", "/media/u/A001 CARD", "/media/u/CARD ro",
+                           "/media/u/CARD2 ro", "/media/u/CARD/nested", kOdd, "/mnt/net",
+                           "/media/u/RAM", "/media/u/SHARE", "/media/u/GONE", "/media/u/CARD"}));
+    ASSERT_EQ(entries.size(), 12U);
+    EXPECT_EQ(entries[2].source + " " + entries[2].fsType, "/dev/loop0 fuseblk");
+    EXPECT_TRUE(entries[2].options.contains("allow_other") &&
+                entries[2].options.contains("nosuid"));
+    EXPECT_EQ(entries[7].source, "server:/export");
+    EXPECT_TRUE(MountTable::read(path() + ".missing").empty()) << "unreadable: empty, no throw";
+    EXPECT_TRUE(MountTable::entryForMountPoint(MountTable::read(), "/")) << "the machine's own";
+    // Block devices without pseudo or network file systems.
     EXPECT_EQ(mountPoints(volumes()),
-              (QStringList{"/", "/media/u/A001 CARD", "/media/u/CARD", "/media/u/CARD2",
-                           "/media/u/CARD/nested", kOddName, "/media/u/CARD"}));
-
-    EXPECT_FALSE(MountTable::isBlockDevice(QStringLiteral("/dev/null")));  // a character device
-    EXPECT_FALSE(MountTable::isBlockDevice(QStringLiteral("/dev")));
-    EXPECT_FALSE(MountTable::isBlockDevice(QStringLiteral("tmpfs")));
+              (QStringList{"/", "/media/u/A001 CARD", "/media/u/CARD ro", "/media/u/CARD2 ro",
+                           "/media/u/CARD/nested", kOdd, "/media/u/CARD"}));
+    for (const char* notBlock : {"/dev/null", "/dev", "tmpfs"})
+        EXPECT_FALSE(MountTable::isBlockDevice(notBlock)) << notBlock;
 }
 
-TEST_F(MountTableTest, TopmostEntryAtAMountPoint) {
+TEST_F(MountTableTest, TheTopmostEntryAtAPointAndTheVolumeOfAPath) {
     const std::vector<MountEntry> entries = MountTable::read(path());
-    const auto sourceAt = [&entries](const QString& mountPoint) {
-        const auto entry = MountTable::entryForMountPoint(entries, mountPoint);
-        return entry ? entry->source : QStringLiteral("none");
-    };
-    EXPECT_EQ(sourceAt("/media/u/CARD"), u"/dev/sdf1");
-    EXPECT_EQ(sourceAt("/media/u/./CARD/"), u"/dev/sdf1");
-    EXPECT_EQ(sourceAt(kOddName), u"/dev/sde1");
-    EXPECT_EQ(sourceAt("/media/u"), u"none");
-    EXPECT_EQ(sourceAt("/media/u/CAR"), u"none");
-    EXPECT_EQ(sourceAt(QString()), u"none");
-}
-
-TEST_F(MountTableTest, VolumeOfAPathIsTheLongestWholeFolderPrefix) {
+    for (const auto& [point, source] :
+         std::vector<std::pair<QString, QString>>{{"/media/u/CARD", "/dev/sdf1"},
+                                                  {"/media/u/./CARD/", "/dev/sdf1"},
+                                                  {kOdd, "/dev/sde1"},
+                                                  {"/media/u", ""},
+                                                  {"/media/u/CAR", ""},
+                                                  {"", ""}}) {
+        const auto entry = MountTable::entryForMountPoint(entries, point);
+        EXPECT_EQ(entry ? entry->source : QString(), source) << point.toStdString();
+    }
+    // The longest whole-folder prefix among local volumes; never "/".
     const std::vector<MountEntry> all = volumes();
-    const auto volumeOf = [&all](const QString& path) {
-        return MountTable::volumeMountPointForPath(all, path);
-    };
-    EXPECT_EQ(volumeOf("/media/u/CARD/nested/clip.mov"), u"/media/u/CARD/nested");
-    EXPECT_EQ(volumeOf("/media/u/CARD/nestedX/clip.mov"), u"/media/u/CARD");
-    EXPECT_EQ(volumeOf("/media/u/CARD/x/../nested/./a"), u"/media/u/CARD/nested");
-    EXPECT_EQ(volumeOf(kOddName + QStringLiteral("/a")), kOddName);
-    // "/" is never the answer, nor a volume that isn't local.
-    EXPECT_EQ(volumeOf("/home/u/clip.mov"), QString());
-    EXPECT_EQ(volumeOf("/"), QString());
-    EXPECT_EQ(volumeOf("/media/u/RAM/x"), QString());
-
+    for (const auto& [path, volume] : std::vector<std::pair<QString, QString>>{
+             {"/media/u/CARD/nested/clip.mov", "/media/u/CARD/nested"},
+             {"/media/u/CARD/nestedX/clip.mov", "/media/u/CARD"},
+             {"/media/u/CARD/x/../nested/./a", "/media/u/CARD/nested"},
+             {kOdd + "/a", kOdd},
+             {"/media/u/CARD2/DCIM", "/media/u/CARD2"},
+             {"/home/u/clip.mov", ""},
+             {"/", ""},
+             {"/media/u/RAM/x", ""}}) {
+        EXPECT_EQ(MountTable::volumeMountPointForPath(all, path), volume) << path.toStdString();
+    }
     // A name that merely starts like a mount point is not inside it.
-    const auto card = MountTable::entryForMountPoint(all, QStringLiteral("/media/u/CARD"));
+    const auto card = MountTable::entryForMountPoint(all, "/media/u/CARD");
     ASSERT_TRUE(card);
-    EXPECT_EQ(MountTable::volumeMountPointForPath({*card}, QStringLiteral("/media/u/CARD2/DCIM")),
-              QString());
+    EXPECT_EQ(MountTable::volumeMountPointForPath({*card}, "/media/u/CARD2/DCIM"), QString());
 }

@@ -15,7 +15,7 @@ MountEntry entry(const QString& mountPoint, const QString& source) {
     MountEntry made;
     made.mountPoint = mountPoint;
     made.source = source;
-    made.fsType = QStringLiteral("exfat");
+    made.fsType = "exfat";
     return made;
 }
 
@@ -32,42 +32,38 @@ QStringList mountPointsOf(const std::vector<MountEntry>& entries) {
 TEST(RemovableMediaTest, ChoosesCardsAndNeverTheSystemDisk) {
     using Facts = RemovableMedia::DeviceFacts;
     const std::map<QString, Facts> devices = {
-        {QStringLiteral("/dev/sda2"), Facts{}},
-        {QStringLiteral("/dev/sdb1"), Facts{true, false}},
-        {QStringLiteral("/dev/sdc1"), Facts{false, true}},
-        {QStringLiteral("/dev/nvme0n1p3"), Facts{}},
+        {"/dev/sda2", Facts{}},
+        {"/dev/sdb1", Facts{true, false}},
+        {"/dev/sdc1", Facts{false, true}},
+        {"/dev/nvme0n1p3", Facts{}},
         // A removable system disk (a live USB stick) is still the system disk.
-        {QStringLiteral("/dev/sdz1"), Facts{true, true}},
+        {"/dev/sdz1", Facts{true, true}},
     };
     const RemovableMedia::FactsReader facts = [&](const QString& device) {
         const auto found = devices.find(device);
         return found != devices.end() ? found->second : Facts{};
     };
-    const QStringList roots = {QStringLiteral("/tmp/roots x/"), QStringLiteral("/media/ann/"),
-                               QStringLiteral("/media/")};
+    const QStringList roots = {"/tmp/roots x/", "/media/ann/", "/media/"};
     const std::vector<MountEntry> volumes = {
-        entry(QStringLiteral("/"), QStringLiteral("/dev/sdz1")),
-        entry(QStringLiteral("/home"), QStringLiteral("/dev/nvme0n1p3")),
-        entry(QStringLiteral("/media/ann/A001"), QStringLiteral("/dev/sda2")),
-        entry(QStringLiteral("/mnt/reader"), QStringLiteral("/dev/sdb1")),
+        entry("/", "/dev/sdz1"),
+        entry("/home", "/dev/nvme0n1p3"),
+        entry("/media/ann/A001", "/dev/sda2"),
+        entry("/mnt/reader", "/dev/sdb1"),
         // An image file on a loop device outside the media roots: a snap package.
-        entry(QStringLiteral("/snap/core/17"), QStringLiteral("/dev/loop3")),
-        entry(QStringLiteral("/mnt/usb"), QStringLiteral("/dev/sdc1")),
-        entry(QStringLiteral("/tmp/roots x/B 002"), QStringLiteral("/dev/nvme0n1p3")),
+        entry("/snap/core/17", "/dev/loop3"),
+        entry("/mnt/usb", "/dev/sdc1"),
+        entry("/tmp/roots x/B 002", "/dev/nvme0n1p3"),
         // A media root itself, a sibling sharing its prefix, and a bind of the system disk.
-        entry(QStringLiteral("/media"), QStringLiteral("/dev/sda2")),
-        entry(QStringLiteral("/mediaX/C003"), QStringLiteral("/dev/sda2")),
-        entry(QStringLiteral("/media/ann/etc-bind"), QStringLiteral("/dev/sdz1")),
+        entry("/media", "/dev/sda2"),
+        entry("/mediaX/C003", "/dev/sda2"),
+        entry("/media/ann/etc-bind", "/dev/sdz1"),
     };
 
-    EXPECT_EQ(mountPointsOf(RemovableMedia::removableAmong(volumes, QStringLiteral("/dev/sdz1"),
-                                                           roots, facts)),
-              QStringList({QStringLiteral("/media/ann/A001"), QStringLiteral("/mnt/reader"),
-                           QStringLiteral("/mnt/usb"), QStringLiteral("/tmp/roots x/B 002")}));
+    EXPECT_EQ(mountPointsOf(RemovableMedia::removableAmong(volumes, "/dev/sdz1", roots, facts)),
+              QStringList({"/media/ann/A001", "/mnt/reader", "/mnt/usb", "/tmp/roots x/B 002"}));
 
     // "/" stays out even when nothing is known about the device mounted there.
-    const std::vector<MountEntry> rootOnly = {
-        entry(QStringLiteral("/"), QStringLiteral("/dev/sdb1"))};
+    const std::vector<MountEntry> rootOnly = {entry("/", "/dev/sdb1")};
     EXPECT_TRUE(RemovableMedia::removableAmong(rootOnly, QString(), roots, facts).empty());
 }
 
@@ -75,16 +71,16 @@ TEST(RemovableMediaTest, ChoosesCardsAndNeverTheSystemDisk) {
 TEST(RemovableMediaTest, ReadsDeviceFactsFromSys) {
     const QTemporaryDir sys;
     ASSERT_TRUE(sys.isValid());
-    const QString usb = sys.filePath(QStringLiteral("pci0/usb2/2-1/host6/block/sdb"));
-    const QString reader = sys.filePath(QStringLiteral("pci0/ata1/block/sdc"));
-    TestFiles::write(usb + QStringLiteral("/removable"), "0\n");
-    TestFiles::write(usb + QStringLiteral("/sdb1/partition"), "1\n");
-    TestFiles::write(reader + QStringLiteral("/removable"), "1\n");
-    TestFiles::write(reader + QStringLiteral("/sdc1/partition"), "1\n");
+    const QString usb = sys.filePath("pci0/usb2/2-1/host6/block/sdb");
+    const QString reader = sys.filePath("pci0/ata1/block/sdc");
+    TestFiles::write(usb + "/removable", "0\n");
+    TestFiles::write(usb + "/sdb1/partition", "1\n");
+    TestFiles::write(reader + "/removable", "1\n");
+    TestFiles::write(reader + "/sdc1/partition", "1\n");
 
-    const auto onUsb = RemovableMedia::factsAtSysPath(usb + QStringLiteral("/sdb1"));
+    const auto onUsb = RemovableMedia::factsAtSysPath(usb + "/sdb1");
     EXPECT_TRUE(onUsb.hotPlugged && !onUsb.removable);
-    const auto onReader = RemovableMedia::factsAtSysPath(reader + QStringLiteral("/sdc1"));
+    const auto onReader = RemovableMedia::factsAtSysPath(reader + "/sdc1");
     EXPECT_TRUE(onReader.removable && !onReader.hotPlugged);
 
     // Nothing known for what is not a block device.

@@ -5,10 +5,8 @@
 #include "QVFormat.h"
 
 TEST(QVFormatTest, DirectivesTakeTheirArgumentsAndNeverReadGarbage) {
-    EXPECT_EQ(
-        QVFormat::format(u"%@/%@.%li.log", QStringLiteral("/logs"), QStringLiteral("cardsweep"), 3),
-        QStringLiteral("/logs/cardsweep.3.log"));
-    EXPECT_EQ(QVFormat::format(u"%@ and %li"), QStringLiteral("(null) and 0"));
-    EXPECT_EQ(QVFormat::format(u"trailing %"), QStringLiteral("trailing %"));
-    EXPECT_EQ(QVFormat::format(u"%y unknown"), QStringLiteral("%y unknown"));
+    EXPECT_EQ(QVFormat::format(u"%@/%@.%li.log", "/logs", "cardsweep", 3), "/logs/cardsweep.3.log");
+    EXPECT_EQ(QVFormat::format(u"%@ and %li"), "(null) and 0");
+    EXPECT_EQ(QVFormat::format(u"trailing %"), "trailing %");
+    EXPECT_EQ(QVFormat::format(u"%y unknown"), "%y unknown");
 }
