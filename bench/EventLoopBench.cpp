@@ -15,11 +15,11 @@
 
 #include "AppContext.h"
 #include "AppController.h"
-#include "Clock.h"
 #include "LinuxDesktop.h"
 #include "MainWindow.h"
 #include "QVGrowl.h"
 #include "QVVolume.h"
+#include "SystemClock.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ std::shared_ptr<QVVolume> card(const QString& root, const QString& name, Setting
     QFile clip(root + "/" + name + "/CONTENTS/CLIP/" + name + "C001.MXF");
     if (clip.open(QIODevice::WriteOnly))
         clip.write(QByteArray(1 << 20, 'c'));
-    return QVVolume::volumeWithName(name, root + "/" + name, 0, settings, Clock::system());
+    return QVVolume::volumeWithName(name, root + "/" + name, 0, settings, SystemClock::shared());
 }
 
 }  // namespace
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     const int seconds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 2;
 
     AppContext context;
-    MainWindow window(context.desktop());
+    MainWindow window(context.desktop(), context.files());
     const std::unique_ptr<AppController> controller =
         context.makeController(window, context.growl());
     window.attach(*controller);

@@ -4,15 +4,14 @@
 
 #include <QDir>
 #include <QFile>
-#include <thread>
 
 #include "CardTest.h"
 #include "CopyDelegate.h"
 #include "FileLayer.h"
-#include "LoopCard.h"
 #include "QVFileManager.h"
 #include "SystemLog.h"
 #include "TestFiles.h"
+#include "TestMount.h"
 
 namespace {
 
@@ -62,32 +61,4 @@ TEST_F(CardCopyE2ETest, FileOperationsOnACaseInsensitiveCardThatFillsUp) {
     EXPECT_EQ(delegate.failed, QStringList({onCard}));
     EXPECT_FALSE(log.lines().filter("Error writing file " + onCard).isEmpty());
     EXPECT_EQ(TestFiles::read(onDisk), clip);
-}
-
-TEST_F(CardCopyE2ETest, SeveralCardsOffloadAtOnce) {
-    const std::unique_ptr<LoopCard> cards[2] = {mountCard("CARD_A"), mountCard("CARD_B")};
-    ASSERT_TRUE(cards[0] && cards[1]);
-    const QByteArray clips[2] = {TestFiles::randomBytes(20 * 1024 * 1024 + 3, 2),
-                                 TestFiles::randomBytes(12 * 1024 * 1024 + 5, 3)};
-    const auto copyOf = [&](const char* destination, int c) {
-        return workPath(QStringLiteral("%1/%2/clip.MXF").arg(destination).arg(c));
-    };
-    bool results[2] = {};
-    FailureRecorder delegates[2];
-    std::vector<std::thread> copies;
-    for (int c = 0; c < 2; ++c) {
-        const QString source = cards[c]->mountPoint() + "/CLIP/clip.MXF";
-        TestFiles::write(source, clips[c]);
-        copies.emplace_back([&, c, source] {
-            results[c] = QVFileManager(FileLayer::posix())
-                             .copyFileWithProgress(source, {copyOf("d1", c), copyOf("d2", c)},
-                                                   VerificationType::SHA1, &delegates[c]);
-        });
-    }
-    for (int c = 0; c < 2; ++c) {
-        copies[c].join();
-        EXPECT_TRUE(results[c] && delegates[c].failed.isEmpty());
-        EXPECT_EQ(TestFiles::read(copyOf("d1", c)), clips[c]);
-        EXPECT_EQ(TestFiles::read(copyOf("d2", c)), clips[c]);
-    }
 }

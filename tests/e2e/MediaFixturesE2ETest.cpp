@@ -7,8 +7,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "LyingMedium.h"
 #include "TestFiles.h"
+#include "TestMount.h"
 
 namespace {
 
@@ -22,11 +22,12 @@ QByteArray readAt(int fd, qsizetype size) {
 }  // namespace
 
 TEST(LyingMediumE2E, CacheKeepsTheTrueBytesWhileTheMediumStoresTheLie) {
-    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+    if (const QString reason = TestMount::unavailableReason(TestMount::Kind::Lying);
+        !reason.isEmpty())
         GTEST_SKIP() << "no lying medium: " << reason.toStdString();
     QTemporaryDir work;
     constexpr qint64 kLieAt = 5000;
-    LyingMedium medium(work.filePath("lying"), kLieAt, "CLIP");
+    TestMount medium(work.filePath("lying"), TestMount::lying(kLieAt, "CLIP"));
     ASSERT_TRUE(medium.ok()) << medium.error().toStdString();
     // Whole pages: the kernel keeps no partly written page, which would show the lie at once.
     const QByteArray truth = TestFiles::randomBytes(1024 * 1024, 7);

@@ -10,9 +10,9 @@
 #include <memory>
 
 #include "CardTest.h"
-#include "LoopCard.h"
 #include "MountMonitor.h"
 #include "RemovableMedia.h"
+#include "TestMount.h"
 
 namespace {
 

@@ -21,6 +21,7 @@
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
 #include "SystemClock.h"
+#include "SystemTool.h"
 #include "TestFiles.h"
 #include "TestMovies.h"
 #include "TestServices.h"
@@ -42,8 +43,7 @@ QStringList filesUnder(const QString& root, const QString& except) {
 
 // The files an image holds, as unsquashfs lists them.
 QStringList filesInImage(const QString& image, const QStringList& expected) {
-    const QString listing =
-        QVTaskEx::stringFromTask(LoopCard::findTool("unsquashfs"), {"-l", image});
+    const QString listing = QVTaskEx::stringFromTask(SystemTool::find("unsquashfs"), {"-l", image});
     QStringList found;
     for (const QString& file : expected) {
         if (listing.contains("squashfs-root/" + file + "\n"))
@@ -60,7 +60,7 @@ TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
     auto movies = TestMovies::create();
     if (!movies)
         GTEST_SKIP() << "ffmpeg and ffprobe are needed to make the card's movie";
-    if (LoopCard::findTool("mksquashfs").isEmpty() || LoopCard::findTool("unsquashfs").isEmpty())
+    if (SystemTool::find("mksquashfs").isEmpty() || SystemTool::find("unsquashfs").isEmpty())
         GTEST_SKIP() << "squashfs-tools is needed for the image archive";
     auto card = mountCard("EOS_DIGITAL");
     ASSERT_TRUE(card);

@@ -16,9 +16,6 @@
 #include "CliRunner.h"
 #include "FaultyFileLayer.h"
 #include "FileLayer.h"
-#include "LoopCard.h"
-#include "LoopDisk.h"
-#include "LyingMedium.h"
 #include "ManifestVerifier.h"
 #include "Preferences.h"
 #include "QVTask.h"
@@ -26,6 +23,7 @@
 #include "SettingsStore.h"
 #include "SystemClock.h"
 #include "TestFiles.h"
+#include "TestMount.h"
 #include "TestServices.h"
 #include "WaitUntil.h"
 
@@ -35,7 +33,7 @@ constexpr qint64 MiB = 1024 * 1024;
 
 // The FUSE process serving a card: killing it is the closest thing to pulling the card out
 // (every read of it fails at once, open files included).
-pid_t fuseProcessOf(const LoopCard& card) {
+pid_t fuseProcessOf(const TestMount& card) {
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
         QFile cmdline("/proc/" + entry + "/cmdline");
         if (!cmdline.open(QIODevice::ReadOnly))
@@ -49,7 +47,7 @@ pid_t fuseProcessOf(const LoopCard& card) {
 }
 
 // Clips of random bytes on the card, named PREFIXC001.MXF... under /CLIP.
-void writeClips(const LoopCard& card, const QString& prefix, int count, qint64 size) {
+void writeClips(const TestMount& card, const QString& prefix, int count, qint64 size) {
     for (int clip = 1; clip <= count; ++clip)
         TestFiles::write(
             card.mountPoint() + QStringLiteral("/CLIP/%1C00%2.MXF").arg(prefix).arg(clip),
@@ -110,14 +108,15 @@ class Controller {
 class VerifiedOffloadE2E : public CardTest {};
 
 TEST_F(VerifiedOffloadE2E, AMediumThatStoresSomethingElseIsCaughtOnlyByReadingItBack) {
-    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+    if (const QString reason = TestMount::unavailableReason(TestMount::Kind::Lying);
+        !reason.isEmpty())
         GTEST_SKIP() << "no lying medium: " << reason.toStdString();
     const auto card = mountCard("A001");
     ASSERT_TRUE(card);
     TestFiles::write(card->mountPoint() + "/CONTENTS/CLIP/A001C001.MXF",
                      TestFiles::randomBytes(8 * MiB, 1));
     TestFiles::write(card->mountPoint() + "/CONTENTS/CLIP/A001C001M01.XML", "<xml/>");
-    LyingMedium lying(workPath("lying"), MiB + 5, "A001C001.MXF");
+    TestMount lying(workPath("lying"), TestMount::lying(MiB + 5, "A001C001.MXF"));
     ASSERT_TRUE(lying.ok()) << lying.error().toStdString();
 
     const CliRunner::Run run = CliRunner::run(
@@ -144,12 +143,13 @@ TEST_F(VerifiedOffloadE2E, AMediumThatStoresSomethingElseIsCaughtOnlyByReadingIt
 }
 
 TEST_F(VerifiedOffloadE2E, ADiskWhoseBackingStoreRunsOutIsNeverVerified) {
-    if (const QString reason = LoopDisk::unavailableReason(); !reason.isEmpty())
+    if (const QString reason = TestMount::unavailableReason(TestMount::Kind::Ext4);
+        !reason.isEmpty())
         GTEST_SKIP() << "no loop disks: " << reason.toStdString();
     const auto card = mountCard("B001");
     ASSERT_TRUE(card);
     writeClips(*card, "B001", 3, 12 * MiB);
-    LoopDisk disk(workPath("thin"), {48 * MiB, 12 * MiB});
+    TestMount disk(workPath("thin"), TestMount::disk(48 * MiB, 12 * MiB));
     ASSERT_TRUE(disk.ok()) << disk.error().toStdString();
 
     const CliRunner::Run run = CliRunner::run(
@@ -211,12 +211,13 @@ TEST_F(VerifiedOffloadE2E, APulledCardFailsBeforeAndDuringItsTransfer) {
 }
 
 TEST_F(VerifiedOffloadE2E, ACardTooLargeForADestinationIsRefusedBeforeAByteIsWritten) {
-    if (const QString reason = LoopDisk::unavailableReason(); !reason.isEmpty())
+    if (const QString reason = TestMount::unavailableReason(TestMount::Kind::Ext4);
+        !reason.isEmpty())
         GTEST_SKIP() << "no loop disks: " << reason.toStdString();
     const auto card = mountCard("D001");
     ASSERT_TRUE(card);
     writeClips(*card, "D001", 3, 8 * MiB);
-    LoopDisk small(workPath("small"), {16 * MiB, -1});
+    TestMount small(workPath("small"), TestMount::disk(16 * MiB));
     ASSERT_TRUE(small.ok()) << small.error().toStdString();
 
     // Asked for at the command line, a card that can't fit is refused before a byte is written.
@@ -228,40 +229,28 @@ TEST_F(VerifiedOffloadE2E, ACardTooLargeForADestinationIsRefusedBeforeAByteIsWri
     EXPECT_FALSE(QFileInfo::exists(workPath("disk")));
     EXPECT_EQ(QDir(small.mountPoint()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
               QStringList({"lost+found"}));
-
-    // Started in the window, it is refused the same way: the row names the disk.
-    Controller controller(workPath("settings.plist"), FileLayer::posix(),
-                          {workPath("disk"), small.mountPoint()});
-    const auto volume = controller.list("D001", card->mountPoint());
-    controller.transfer(volume);
-    EXPECT_EQ(volume->status(), QVVolume::Failed);
-    EXPECT_TRUE(volume->statusText().startsWith(
-        "Error: No space left on " + QFileInfo(small.mountPoint()).fileName() + ": needs "))
-        << volume->statusText().toStdString();
-    EXPECT_TRUE(volume->destinations().isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(workPath("disk")));
 }
 
-// Stopped by a signal while bytes flow to a slow medium: the copy ends where it stands, every
-// folder is marked, what is complete where is printed, and the status is 128 + the signal.
+// Stopped by a signal while bytes flow to a slow medium: on SIGINT and SIGTERM the copy ends
+// where it stands, every folder is marked, what is complete where is printed, and the status
+// is 128 + the signal; after SIGKILL nothing can be marked, yet nothing half-written passes a
+// check. Either way the next offload of the card completes and verifies.
 class InterruptedOffloadE2E : public CardTest, public ::testing::WithParamInterface<int> {};
 
-TEST_P(InterruptedOffloadE2E, MarksEveryFolderAndEndsWith128PlusTheSignal) {
-    if (const QString reason = LyingMedium::unavailableReason(); !reason.isEmpty())
+TEST_P(InterruptedOffloadE2E, LeavesNothingThatPassesAndTheNextOffloadVerifies) {
+    if (const QString reason = TestMount::unavailableReason(TestMount::Kind::Lying);
+        !reason.isEmpty())
         GTEST_SKIP() << "no slow medium: " << reason.toStdString();
     const auto card = mountCard("E001");
     ASSERT_TRUE(card);
     writeClips(*card, "E001", 3, 16 * MiB);
-    LyingMedium slow(workPath("slow"), -1);  // a FUSE medium, honest here, just slow
+    TestMount slow(workPath("slow"), TestMount::lying(-1));  // honest here, just slow
     ASSERT_TRUE(slow.ok()) << slow.error().toStdString();
+    const QStringList offload = {"offload",         card->mountPoint(), "--dest",
+                                 slow.mountPoint(), "--dest",           workPath("disk")};
 
-    QVTask cli(
-        {QStringLiteral(CARDSWEEP_CLI_PATH),
-         {"offload", card->mountPoint(), "--dest", slow.mountPoint(), "--dest", workPath("disk")},
-         std::nullopt,
-         QVTask::Channel::Inherit,
-         QVTask::Channel::Pipe,
-         QVTask::Channel::NullDevice});
+    QVTask cli({QStringLiteral(CARDSWEEP_CLI_PATH), offload, std::nullopt, QVTask::Channel::Inherit,
+                QVTask::Channel::Pipe, QVTask::Channel::NullDevice});
     cli.launch();
     QByteArray output;
     std::thread reader([&] {
@@ -279,18 +268,44 @@ TEST_P(InterruptedOffloadE2E, MarksEveryFolderAndEndsWith128PlusTheSignal) {
     const CliRunner::Run run{cli.terminationStatus(), QString::fromUtf8(output)};
     ASSERT_TRUE(flowing) << run.output.toStdString();
     EXPECT_EQ(run.status, 128 + GetParam()) << run.output.toStdString();
-    EXPECT_TRUE(run.output.contains("Verdict: NOT complete")) << run.output.toStdString();
-    const QStringList folders = run.destinations();
-    ASSERT_EQ(folders.size(), 2) << run.output.toStdString();
+    // Killed, it names no folder: they are where its clips were growing, in FOLDER/CLIP.
+    QStringList folders;
+    for (const QString& root : {slow.mountPoint(), workPath("disk")}) {
+        QDirIterator parts(root, {"*.cardsweep-part"}, QDir::Files | QDir::Hidden,
+                           QDirIterator::Subdirectories);
+        while (parts.hasNext())
+            folders << QFileInfo(QFileInfo(parts.next()).path()).path();
+    }
+    folders.removeDuplicates();
+    EXPECT_FALSE(folders.isEmpty());
+    if (GetParam() != SIGKILL) {
+        EXPECT_TRUE(run.output.contains("Verdict: NOT complete")) << run.output.toStdString();
+        folders = run.destinations();
+        ASSERT_EQ(folders.size(), 2) << run.output.toStdString();
+    }
     for (const QString& folder : folders) {
         const auto check = ManifestVerifier::verify(folder, FileLayer::posix());
-        EXPECT_TRUE(check.manifestFound && !check.incomplete.isEmpty()) << folder.toStdString();
-        EXPECT_TRUE(TestFiles::read(folder + "/Transfer Report.html").contains("NOT complete"));
+        EXPECT_FALSE(check.ok()) << folder.toStdString();
+        EXPECT_NE(CliRunner::run({"verify", folder}).status, 0) << folder.toStdString();
+        if (GetParam() != SIGKILL) {
+            EXPECT_FALSE(check.incomplete.isEmpty()) << "the manifest says INCOMPLETE";
+            EXPECT_TRUE(TestFiles::read(folder + "/Transfer Report.html").contains("NOT complete"));
+        }
         expectNoNamedFileDiffers(card->mountPoint(), folder);
+    }
+
+    const CliRunner::Run again = CliRunner::run(offload);
+    EXPECT_EQ(again.status, 0) << again.output.toStdString();
+    ASSERT_EQ(again.destinations().size(), 2) << again.output.toStdString();
+    for (const QString& folder : again.destinations()) {
+        EXPECT_FALSE(folders.contains(folder)) << "a new folder, not the half-written one";
+        EXPECT_EQ(CliRunner::run({"verify", folder}).status, 0) << folder.toStdString();
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, InterruptedOffloadE2E, ::testing::Values(SIGINT, SIGTERM),
-                         [](const auto& info) {
-                             return std::string(info.param == SIGINT ? "SIGINT" : "SIGTERM");
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptedOffloadE2E,
+                         ::testing::Values(SIGINT, SIGTERM, SIGKILL), [](const auto& info) {
+                             return std::string(info.param == SIGINT    ? "SIGINT"
+                                                : info.param == SIGTERM ? "SIGTERM"
+                                                                        : "SIGKILL");
                          });

@@ -113,8 +113,22 @@ int FaultyFileLayer::makeLink(const QByteArray& target, const QByteArray& path) 
     return PosixFileLayer::makeLink(target, path);
 }
 
+void FaultyFileLayer::failFlushesNamed(const QByteArray& text, int error) {
+    const std::lock_guard lock(mutex_);
+    unflushableName_ = text;
+    unflushableError_ = error;
+}
+
+int FaultyFileLayer::flushErrorFor(int fd) const {
+    if (const int error = faultsFor(fd).flushError)
+        return error;
+    const QByteArray path = pathOf(fd);
+    const std::lock_guard lock(mutex_);
+    return !unflushableName_.isEmpty() && path.contains(unflushableName_) ? unflushableError_ : 0;
+}
+
 int FaultyFileLayer::flushRange(int fd, off_t offset, size_t size) {
-    if (const int error = faultsFor(fd).flushError) {
+    if (const int error = flushErrorFor(fd)) {
         errno = error;
         return -1;
     }
@@ -122,7 +136,7 @@ int FaultyFileLayer::flushRange(int fd, off_t offset, size_t size) {
 }
 
 int FaultyFileLayer::flushData(int fd) {
-    if (const int error = faultsFor(fd).flushError) {
+    if (const int error = flushErrorFor(fd)) {
         errno = error;
         return -1;
     }
@@ -134,7 +148,7 @@ int FaultyFileLayer::flushFileSystem(int fd) {
         const std::lock_guard lock(mutex_);
         ++fileSystemFlushes_;
     }
-    if (const int error = faultsFor(fd).flushError) {
+    if (const int error = flushErrorFor(fd)) {
         errno = error;
         return -1;
     }
@@ -276,6 +290,10 @@ ssize_t FaultyFileLayer::write(int fd, const void* buffer, size_t size, off_t of
         }
         size = size_t(faults.writeLimit - offset);
     }
+    if (faults.stallAt >= 0 && offset + off_t(size) > faults.stallAt)
+        size = offset >= faults.stallAt ? 0 : size_t(faults.stallAt - offset);
+    if (size == 0)
+        return 0;
     if (faults.corruptAt >= offset && faults.corruptAt < offset + off_t(size)) {
         std::vector<char> copy(static_cast<const char*>(buffer),
                                static_cast<const char*>(buffer) + size);

@@ -19,6 +19,8 @@ class FaultyFileLayer : public PosixFileLayer {
     void failWritesAfter(const QString& path, off_t bytes) {
         set(path, &Faults::writeLimit, bytes);
     }
+    /// Writes to the file beyond this many bytes take nothing and say nothing (return 0).
+    void stallWritesAfter(const QString& path, off_t bytes) { set(path, &Faults::stallAt, bytes); }
     /// The byte at this offset is written inverted.
     void corruptWriteAt(const QString& path, off_t offset) {
         set(path, &Faults::corruptAt, offset);
@@ -43,6 +45,8 @@ class FaultyFileLayer : public PosixFileLayer {
     }
     /// Flushing the file (or, given a folder, the file system through it) fails with this errno.
     void failFlushes(const QString& path, int error) { set(path, &Faults::flushError, error); }
+    /// Flushing any file whose path holds this text fails with this errno.
+    void failFlushesNamed(const QByteArray& text, int error);
     /// The file is gone: it can't be looked at or opened (ENOENT).
     void vanish(const QString& path) { set(path, &Faults::vanished, true); }
     /// Links can't be made under this folder (EPERM), as on exFAT.
@@ -76,6 +80,7 @@ class FaultyFileLayer : public PosixFileLayer {
   private:
     struct Faults {
         off_t writeLimit = -1;
+        off_t stallAt = -1;
         off_t corruptAt = -1;
         off_t mediumCorruptAt = -1;
         off_t readLimit = -1;
@@ -96,6 +101,8 @@ class FaultyFileLayer : public PosixFileLayer {
     int track(int fd, const QByteArray& path);
     /// True (errno set) when the path is on a pulled card or vanished.
     bool gone(const QByteArray& path, bool lookingAtIt) const;
+    /// The errno a flush of fd fails with; 0 when it may go through.
+    int flushErrorFor(int fd) const;
     /// True (errno set) when nothing may be created at path.
     bool full(const QByteArray& path) const;
 
@@ -105,6 +112,8 @@ class FaultyFileLayer : public PosixFileLayer {
     QByteArray fullFolder_;                // guarded by mutex_
     QByteArray linklessFolder_;            // guarded by mutex_
     QByteArray refusedName_;               // guarded by mutex_
+    QByteArray unflushableName_;           // guarded by mutex_
+    int unflushableError_ = 0;             // guarded by mutex_
     QByteArray cardRoot_;                  // guarded by mutex_
     off_t cardBytesLeft_ = -1;             // guarded by mutex_; 0: pulled
     std::set<QByteArray> dropped_;         // guarded by mutex_: read from the medium now

@@ -21,8 +21,8 @@
 #include "SettingsStore.h"
 #include "TempHome.h"
 #include "TestFiles.h"
+#include "TestMount.h"
 #include "TestServices.h"
-#include "TmpfsMount.h"
 
 namespace {
 
@@ -220,17 +220,22 @@ TEST_F(AppControllerTest, AVanishedSourceFailsAndTheNextVolumeStarts) {
     settings_.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(1)));
     controller_->setDestinationList({{1, dest("A")}});
     const auto gone = card("GONE");
+    // Pulled after it was listed: what is left at its mount point is another file system.
+    const auto swapped = card("SWAPPED");
+    swapped->setSourceDevice(swapped->sourceDevice() + 1);
     const auto next = card("NEXT");
     QDir(gone->path()).removeRecursively();
-    controller_->addVolumeToQueue(gone);
-    controller_->addVolumeToQueue(next);
+    for (const auto& volume : {gone, swapped, next})
+        controller_->addVolumeToQueue(volume);
 
     ASSERT_TRUE(copiesReach(1));
     EXPECT_EQ(stages_.copies()[0].volume, next);
-    EXPECT_EQ(gone->status(), QVVolume::Failed);
-    EXPECT_EQ(gone->statusText(), "Error: Volume doesn't exist");
-    EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | GONE | Transfer Failed"}));
-    EXPECT_TRUE(view_.sawOnce("ended: GONE: Error: Volume doesn't exist"));
+    for (const auto& volume : {gone, swapped}) {
+        EXPECT_EQ(volume->status(), QVVolume::Failed);
+        EXPECT_TRUE(view_.sawOnce("ended: " + volume->name() + ": Error: Volume doesn't exist"));
+    }
+    EXPECT_EQ(notifier_.posted(), QStringList({"Transfer Failed | GONE | Transfer Failed",
+                                               "Transfer Failed | SWAPPED | Transfer Failed"}));
 }
 
 TEST_F(AppControllerTest, ProcessingPreparesTheCardAndHandsOver) {
@@ -425,7 +430,7 @@ class RefusedStartTest : public AppControllerTest, public testing::WithParamInte
 TEST_P(RefusedStartTest, TheCardStaysListedWithTheReasonAndNothingIsWritten) {
     const auto volume = card("A001");
     TestFiles::write(volume->path() + "/CLIP/A002.MXF", QByteArray(3 << 20, 'm'));
-    TmpfsMount small(1 << 20);
+    TestMount small(work_.filePath("small"), TestMount::tmpfs(1 << 20));
     QString destination;
     QString reason;
     switch (GetParam()) {
@@ -433,7 +438,7 @@ TEST_P(RefusedStartTest, TheCardStaysListedWithTheReasonAndNothingIsWritten) {
             if (!small.ok())
                 GTEST_SKIP() << "no tmpfs to fill: " << small.error().toStdString();
             destination = small.filePath("Footage");
-            reason = "No space left on " + QFileInfo(small.path()).fileName() + ": needs ";
+            reason = "No space left on " + QFileInfo(small.mountPoint()).fileName() + ": needs ";
             break;
         case Refused::AFile:
             destination = dest("notes.txt");
@@ -560,7 +565,8 @@ INSTANTIATE_TEST_SUITE_P(Lists, TitleTest,
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(AppControllerTest, FreeSpaceCountsEachTickedFileSystemOnce) {
-    TmpfsMount first(8 << 20), second(16 << 20);
+    TestMount first(work_.filePath("first"), TestMount::tmpfs(8 << 20));
+    TestMount second(work_.filePath("second"), TestMount::tmpfs(16 << 20));
     if (!first.ok() || !second.ok())
         GTEST_SKIP() << "no tmpfs: " << first.error().toStdString();
     controller_->setDestinationList({{1, first.filePath("A")},
@@ -569,8 +575,8 @@ TEST_F(AppControllerTest, FreeSpaceCountsEachTickedFileSystemOnce) {
                                      {0, dest("unticked")}});
     controller_->refreshTotalRemainingSpace();
     FileLayer::Space a, b;
-    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(first.path()), &a), 0);
-    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(second.path()), &b), 0);
+    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(first.mountPoint()), &a), 0);
+    ASSERT_EQ(FileLayer::posix().freeSpace(QFile::encodeName(second.mountPoint()), &b), 0);
     EXPECT_EQ(view_.events().filter("space: ").constLast(),
               "space: Total Remaining Space on Media Drives: " +
                   QVFileManager::formatFileSize(double(a.available + b.available)));

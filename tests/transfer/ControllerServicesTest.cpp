@@ -1,6 +1,6 @@
 // The controller over fake services: faults a real machine only shows as root on loop cards
-// (a card unmounted mid-transfer, a destination folder that can't be made, a copy that can't
-// be read again when it is verified), here without root.
+// (a card unmounted mid-transfer, a copy that can't be read again when it is verified, a card
+// imaged from its device), here without root.
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -19,22 +19,6 @@
 namespace {
 
 constexpr qint64 MiB = 1024 * 1024;
-
-// Folders under one path can't be made, as on a destination the user may not write to.
-class NoFoldersUnder : public FaultyFileLayer {
-  public:
-    explicit NoFoldersUnder(const QString& folder) : folder_(QFile::encodeName(folder)) {}
-    int makeFolder(const QByteArray& path) override {
-        if (path == folder_ || path.startsWith(folder_ + '/')) {
-            errno = EACCES;
-            return -1;
-        }
-        return FaultyFileLayer::makeFolder(path);
-    }
-
-  private:
-    const QByteArray folder_;
-};
 
 class ControllerServicesTest : public OffloadFixture {};
 
@@ -96,25 +80,6 @@ TEST_F(ControllerServicesTest, ACardUnmountedMidTransferStaysListedAsRemovedAndN
     EXPECT_FALSE(controller_->dataArray().front()->errorString());
 }
 
-TEST_F(ControllerServicesTest, ADestinationFolderThatCantBeMadeIsNamedAndTheOtherIsComplete) {
-    NoFoldersUnder layer(workPath("dest two"));  // outlives the workers: offload drains them
-    makeController(layer);
-    settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
-    const auto volume = card("A001");
-    ASSERT_TRUE(offload({volume}));
-
-    EXPECT_EQ(volume->status(), QVVolume::Failed);
-    const auto ledger = volume->ledger();
-    ASSERT_TRUE(ledger);
-    EXPECT_TRUE(ledger->isComplete(0));
-    EXPECT_FALSE(ledger->isComplete(1));
-    EXPECT_TRUE(ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).ok());
-    bool named = false;
-    for (const auto& failure : ledger->failures())
-        named = named || (failure.destination == 1 && failure.reason.contains("Permission denied"));
-    EXPECT_TRUE(named) << "the destination that can't be written is named with its reason";
-}
-
 TEST_F(ControllerServicesTest, ACopyThatCantBeReadAgainWhenVerifiedFailsVerification) {
     FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
@@ -151,6 +116,8 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     services_.fakeMounts.addBlockDevice(device, 0x0811);
     services_.fakeMounts.setRemovable(device);
     services_.fakeMounts.mount({volume->path(), device, "exfat", "", false});
+    services_.fakeDisks.set(volume->path(),
+                            PropertyList::Dictionary{{"VolumeUUID", QStringLiteral("UUID-IMG")}});
     controller_->startWatchingMounts();
     controller_->setDataArray({volume});
     qsizetype ends = 0;
@@ -177,14 +144,19 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
         EXPECT_EQ(QFileInfo(image).permissions() & QFile::WriteOwner, 0) << "images are read-only";
     }
 
+    const auto failureCounts = [&] { return settings_.dictionary(SettingsKey::failureCounts); };
+    EXPECT_TRUE(failureCounts().empty());
     layer.corruptWriteAt(QString(), MiB);  // every image written from here on
     EXPECT_EQ(transfer("damaged"), "ended: IMG CARD: Error: Disk image failed verification test");
+    ASSERT_EQ(failureCounts().size(), 1u);
+    EXPECT_EQ(failureCounts().begin()->second.toInteger(), 2) << "once for each failed image";
 
     layer.corruptWriteAt(QString(), -1);
     layer.slowReads(device, 25);
     EXPECT_EQ(transfer("pulled", [&] { services_.fakeMounts.unmount(volume->path()); }),
               "ended: IMG CARD: Card removed during transfer");
     EXPECT_EQ(controller_->threadCount(), 0) << "its slot is free again";
+    EXPECT_EQ(failureCounts().begin()->second.toInteger(), 2) << "a pull is no failure";
 }
 
 // The Erase command down to the commands it runs: refused for a card on a destination's disk

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QScopeGuard>
 #include <QSet>
+#include <functional>
 
 #include "ChecksumManifest.h"
 #include "FakeClock.h"
@@ -25,6 +26,7 @@
 namespace {
 
 constexpr qint64 MiB = 1024 * 1024;
+const QString kClip = QStringLiteral("/CONTENTS/CLIP/A001C002.MXF");
 
 class OffloadFaultsTest : public OffloadFixture {
   protected:
@@ -35,7 +37,10 @@ class OffloadFaultsTest : public OffloadFixture {
     }
     QStringList failuresOf(const std::shared_ptr<QVVolume>& volume) {
         QStringList lines;
-        for (const auto& failure : ledgerOf(volume)->failures())
+        auto failures = ledgerOf(volume)->failures();
+        for (auto& damage : ledgerOf(volume)->damaged())
+            failures.push_back(std::move(damage));
+        for (const auto& failure : failures)
             lines << QStringLiteral("%1 @%2: %3")
                          .arg(QString::fromUtf8(failure.path))
                          .arg(failure.destination)
@@ -58,87 +63,167 @@ std::map<QByteArray, QByteArray> copiedTree(const QString& root) {
          "checksums (Cardsweep).txt", "checksums.md5"});
 }
 
+// A copy's files under their own names: no temporary names, no manifest.
+std::map<QByteArray, QByteArray> named(std::map<QByteArray, QByteArray> tree) {
+    std::erase_if(tree, [](const auto& entry) {
+        return entry.first.endsWith(".cardsweep-part") || entry.first == "/checksums.txt";
+    });
+    return tree;
+}
+
 }  // namespace
 
-TEST_F(OffloadFaultsTest, AClipThatCantBeReadIsNamedAndTheRestOfTheCardStillArrives) {
+// One fault at a time on a card offloaded to two destinations, checked inline and read back
+// from the media: the failure is named with its file, destination and reason, a destination
+// the fault didn't touch is complete and verifies, nothing under its own name differs from the
+// card, the damaged destination's manifest says so, and nothing is called verified.
+struct Fault {
+    const char* name;
+    std::function<void(FaultyFileLayer&, const QString& card, const QString& two)> inject;
+    const char* failure;   // part of a failure line: "PATH @DESTINATION: REASON"
+    const char* manifest;  // a line of the damaged destinations' manifests
+    bool cardFault;        // both destinations are damaged
+    bool seenInline;       // checking each write as it is made finds it
+    const char* lost;      // the one file a card fault keeps from every copy ("" if unknown)
+    friend void PrintTo(const Fault& fault, std::ostream* os) { *os << fault.name; }
+};
+
+const Fault kFaults[] = {
+    {"DiskFull",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.failWritesAfter(two + kClip, 3 * MiB);
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @1: can't be written: No space left on device",
+     "FAILED\tA001C002.MXF\n", false, true, ""},
+    {"NoRoomForAnything",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.failCreationsUnder(QFileInfo(two).path());
+     },
+     " @1: ", "", false, true, ""},
+    {"WritesTakeNothing",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.stallWritesAfter(two + kClip, 3 * MiB);
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @1: ", "FAILED\tA001C002.MXF\n", false, true, ""},
+    {"WrittenDamaged",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.corruptWriteAt(two + kClip, 4 * MiB + 17);
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @1: ", "FAILED\tA001C002.MXF\n", false, true, ""},
+    {"MediumStoresOtherBytes",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.corruptOnMediumAt(two + kClip, 4 * MiB + 17);
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @1: ", "FAILED\tA001C002.MXF\n", false, false, ""},
+    {"FlushFails",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.failFlushes(two, EIO);  // the file system the copies are stored on
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @1: can't be stored on its medium: Input/output error",
+     "FAILED\tA001C002.MXF\n", false, false, ""},
+    {"ManifestCantBeWritten",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.failCreationsNamed(QFile::encodeName(two + "/.checksums"));
+     },
+     "/checksums.txt @1: the manifest can't be written: create: No space left on device", "", false,
+     true, ""},
+    {"ManifestCantBeFlushed",
+     [](FaultyFileLayer& l, const QString&, const QString& two) {
+         l.failFlushesNamed(QFile::encodeName(two + "/.checksums"), EIO);
+     },
+     "/checksums.txt @1: the manifest can't be written: flush: Input/output error", "", false, true,
+     ""},
+    {"CardReadError",
+     [](FaultyFileLayer& l, const QString& card, const QString&) {
+         l.failReadsAfter(card + kClip, 2 * MiB);
+     },
+     "/CONTENTS/CLIP/A001C002.MXF @-1: read error at byte 2097152: Input/output error",
+     "FAILED\tA001C002.MXF\n", true, true, "/CONTENTS/CLIP/A001C002.MXF"},
+    {"FileVanishes",
+     [](FaultyFileLayer& l, const QString& card, const QString&) {
+         l.vanish(card + "/CONTENTS/PROXY/A001C001.MP4");
+     },
+     "/CONTENTS/PROXY/A001C001.MP4 @-1: vanished before it was copied: No such file or directory",
+     "FAILED\tA001C001.MP4\n", true, true, "/CONTENTS/PROXY/A001C001.MP4"},
+    {"CardPulled",
+     [](FaultyFileLayer& l, const QString& card, const QString&) {
+         l.pullCardAfter(card, 2 * MiB);
+     },
+     "", "INCOMPLETE\tthe card was removed before every file was copied\n", true, true, ""},
+};
+
+class FaultMatrixTest : public OffloadFaultsTest,
+                        public testing::WithParamInterface<std::tuple<Fault, bool>> {};
+
+TEST_P(FaultMatrixTest, TheFaultIsNamedTheUntouchedCopyVerifiesAndNothingElseIsCalledVerified) {
+    const auto& [fault, readBack] = GetParam();
+    settings_.setObject(SettingsKey::inlineVerification, PropertyList(qint64(readBack ? 0 : 1)));
+    settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
     FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
     const auto volume = card("A001");
-    const QString root = volume->path();
-    TestFiles::write(root + "/CONTENTS/CLIP/A001C003.MXF", TestFiles::randomBytes(10 * MiB, 3));
-    TestFiles::write(root + "/CONTENTS/CLIP/A001C004.MXF", "after the bad one");
-    layer.failReadsAfter(root + "/CONTENTS/CLIP/A001C003.MXF", 8 * MiB);
-    layer.vanish(root + "/CONTENTS/PROXY/A001C001.MP4");
+    fault.inject(layer, volume->path(), workPath("dest two/Untitled Project"));
     ASSERT_TRUE(offload({volume}));
 
-    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
-    EXPECT_EQ(failuresOf(volume),
-              QStringList({"/CONTENTS/CLIP/A001C003.MXF @-1: read error at byte 8388608: "
-                           "Input/output error",
-                           "/CONTENTS/PROXY/A001C001.MP4 @-1: vanished before it was copied: No "
-                           "such file or directory"}));
-    auto expected = TestFiles::exactTree(QFile::encodeName(root), {".DS_Store", ".Trashes"});
-    expected.erase("/CONTENTS/CLIP/A001C003.MXF");
-    expected.erase("/CONTENTS/PROXY/A001C001.MP4");
-    for (const QString& destination : volume->destinations()) {
-        auto copy = TestFiles::exactTree(
-            QFile::encodeName(destination),
-            {"checksums.txt", "checksums.md5", "ascmhl", "Transfer Report.html"});
-        // As much as could be read, never under the clip's own name.
-        EXPECT_EQ(copy.erase("/CONTENTS/CLIP/.A001C003.MXF.cardsweep-part"), 1u);
-        EXPECT_EQ(copy, expected) << "every readable file arrived whole";
-        EXPECT_TRUE(manifestOf(destination).contains("FAILED\tA001C003.MXF\n"));
-        const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
-        EXPECT_FALSE(report.ok());
-        EXPECT_EQ(QSet<QString>(report.failed.begin(), report.failed.end()),
-                  QSet<QString>({"A001C003.MXF", "A001C001.MP4"}));
+    const QStringList destinations = volume->destinations();
+    ASSERT_EQ(destinations.size(), 2) << volume->statusText().toStdString();
+    const auto card = copiedTree(volume->path());
+    for (const QString& destination : destinations) {
+        for (const auto& [path, bytes] : named(copiedTree(destination))) {
+            const auto original = card.find(path);
+            EXPECT_TRUE(original != card.end() && original->second == bytes)
+                << "nothing under its own name differs from the card: " << path.constData();
+        }
     }
-    EXPECT_FALSE(QFileInfo::exists(root + "/.cardsweep"));
-}
-
-TEST_F(OffloadFaultsTest, APulledCardFailsBeforeAndDuringItsTransferAndIsNeverVerified) {
-    FaultyFileLayer& layer = faultyLayer();
-    makeController(layer);
-
-    // Pulled after it was listed: what is left at its mount point is no card.
-    const auto before = card("GONE");
-    before->setSourceDevice(before->sourceDevice() + 1);
-    ASSERT_TRUE(offload({before}));
-    EXPECT_EQ(before->statusText(), "Error: Volume doesn't exist");
-    EXPECT_TRUE(before->destinations().isEmpty()) << "nothing reserved, nothing written";
-
-    // Pulled mid-clip: what was copied is still read back, the rest is said to be missing.
-    const auto during = card("PULLED");
-    TestFiles::write(during->path() + "/CONTENTS/CLIP/A001C003.MXF",
-                     TestFiles::randomBytes(6 * MiB, 4));
-    layer.pullCardAfter(during->path(), 2 * MiB);
-    ASSERT_TRUE(offload({during}));
-    EXPECT_EQ(during->status(), QVVolume::Failed);
-    EXPECT_EQ(ledgerOf(during)->interruption(),
-              "the card was removed before every file was copied");
-    for (const QString& destination : during->destinations()) {
-        EXPECT_TRUE(
-            manifestOf(destination)
-                .endsWith("INCOMPLETE\tthe card was removed before every file was copied\n"));
-        const auto report = ManifestVerifier::verify(destination, FileLayer::posix());
-        EXPECT_FALSE(report.ok());
-        EXPECT_EQ(report.incomplete.size(), 1);
+    if (!readBack && !fault.seenInline) {
+        EXPECT_EQ(volume->status(), QVVolume::Done) << "checked as written, the lie goes unseen";
+        EXPECT_FALSE(volume->transferChecks().fromMedium) << "and it is not said to be read back";
+        return;
+    }
+    EXPECT_EQ(volume->status(), QVVolume::Failed) << volume->statusText().toStdString();
+    EXPECT_FALSE(volume->transferChecks().completeAndVerified);
+    EXPECT_FALSE(QFileInfo::exists(volume->path() + "/.cardsweep")) << "a failed card isn't marked";
+    EXPECT_FALSE(notifier_.posted().filter("Failed | A001").isEmpty()) << "the crew is told";
+    const QStringList failures = failuresOf(volume);
+    EXPECT_TRUE(failures.join('\n').contains(fault.failure)) << failures.join('\n').toStdString();
+    const auto ledger = ledgerOf(volume);
+    EXPECT_EQ(ledger->isComplete(0), !fault.cardFault);
+    EXPECT_FALSE(ledger->isComplete(1));
+    for (int d = 0; d < 2; ++d) {
+        const auto check = ManifestVerifier::verify(destinations[d], FileLayer::posix());
+        if (d == 0 && !fault.cardFault) {
+            EXPECT_TRUE(check.ok()) << "the untouched copy verifies";
+            EXPECT_EQ(named(copiedTree(destinations[d])), card) << "and holds the card";
+            continue;
+        }
+        EXPECT_FALSE(check.ok()) << "no manifest that passes on a damaged copy";
+        EXPECT_TRUE(manifestOf(destinations[d]).contains(fault.manifest))
+            << manifestOf(destinations[d]).toStdString();
+        if (*fault.lost) {
+            auto expected = card;
+            expected.erase(fault.lost);
+            EXPECT_EQ(named(copiedTree(destinations[d])), expected)
+                << "every other file of the card arrived whole";
+        }
     }
 }
 
-TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) {
+INSTANTIATE_TEST_SUITE_P(Faults, FaultMatrixTest,
+                         testing::Combine(testing::ValuesIn(kFaults), testing::Bool()),
+                         [](const testing::TestParamInfo<std::tuple<Fault, bool>>& info) {
+                             return std::string(std::get<0>(info.param).name) +
+                                    (std::get<1>(info.param) ? "_ReadBack" : "_Inline");
+                         });
+
+// Full is named with its figures, and only once: every later file of that destination is left
+// out with the reason.
+TEST_F(OffloadFaultsTest, AFullDestinationIsNamedWithItsFiguresAndTheOtherAsComplete) {
     FaultyFileLayer& layer = faultyLayer();
     makeController(layer);
     settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
     const auto volume = card("A001");
-    layer.failWritesAfter(workPath("dest two/Untitled Project/CONTENTS/CLIP/A001C002.MXF"),
-                          3 * MiB);
+    layer.failWritesAfter(workPath("dest two/Untitled Project") + kClip, 3 * MiB);
     ASSERT_TRUE(offload({volume}));
-
-    const auto ledger = ledgerOf(volume);
-    EXPECT_TRUE(ledger->isComplete(0));
-    EXPECT_FALSE(ledger->isComplete(1));
-    // The full disk is named once, then left out for every file that comes after.
     QStringList failures = failuresOf(volume);
     EXPECT_EQ(failures.removeAll("/CONTENTS/CLIP/A001C002.MXF @1: can't be written: No space left "
                                  "on device"),
@@ -147,15 +232,10 @@ TEST_F(OffloadFaultsTest, AFullDestinationIsNamedAndTheOtherIsReportedComplete) 
         EXPECT_TRUE(later.endsWith(
             "@1: not copied: the destination failed earlier: No space left on device"))
             << later.toStdString();
-    const QStringList destinations = volume->destinations();
-    EXPECT_TRUE(ManifestVerifier::verify(destinations[0], FileLayer::posix()).ok());
-    EXPECT_EQ(copiedTree(destinations[0]).erase("/checksums.txt"), 1u);
-    const auto damaged = ManifestVerifier::verify(destinations[1], FileLayer::posix());
-    EXPECT_TRUE(damaged.failed.contains("A001C002.MXF"));
     EXPECT_TRUE(volume->statusText().startsWith("Error: No space left on " + workPath("dest two") +
                                                 " (needs "))
         << volume->statusText().toStdString();
-    EXPECT_TRUE(volume->statusText().endsWith("; complete on " + workPath("dest one")));
+    EXPECT_TRUE(volume->statusText().endsWith(" free); complete on " + workPath("dest one")));
 }
 
 // Every way a transfer ends early, while copies are still written and read back.
@@ -216,24 +296,6 @@ INSTANTIATE_TEST_SUITE_P(
                                ? "UserCancel"
                                : (info.param == EarlyEnd::CardPulled ? "CardPulled" : "Stopped"));
     });
-
-TEST_F(OffloadFaultsTest, ADestinationWithRoomForTheFilesButNotTheManifestIsNotComplete) {
-    FaultyFileLayer& layer = faultyLayer();
-    makeController(layer);
-    settings_.setObject(SettingsKey::metadata, PropertyList(PropertyList::Array()));
-    const auto volume = card("A001");
-    layer.failCreationsNamed("/.checksums");  // only the manifest finds no room
-    ASSERT_TRUE(offload({volume}));
-    EXPECT_EQ(volume->statusText(), "Error: File copy failed");
-    const QStringList failures = failuresOf(volume);
-    ASSERT_EQ(failures.size(), 2);
-    EXPECT_TRUE(
-        failures[0].startsWith("/checksums.txt @0: the manifest can't be written: create: "
-                               "No space left on device"));
-    EXPECT_FALSE(QFileInfo::exists(volume->destinations()[0] + "/checksums.txt"));
-    EXPECT_FALSE(
-        ManifestVerifier::verify(volume->destinations()[0], FileLayer::posix()).manifestFound);
-}
 
 // Every name Linux can hold is copied byte for byte, listed so a check reads it back, and a
 // card's own file is never overwritten by what the transfer writes.
