@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <array>
 #include <set>
 #include <thread>
 
@@ -469,13 +470,12 @@ TEST_P(RefusedStartTest, TheCardStaysListedWithTheReasonAndNothingIsWritten) {
     EXPECT_EQ(controller_->threadCount(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Refusals, RefusedStartTest,
-                         testing::Values(Refused::NoRoom, Refused::AFile, Refused::InsideTheSource),
-                         [](const auto& info) {
-                             return std::string(info.param == Refused::NoRoom  ? "NoRoom"
-                                                : info.param == Refused::AFile ? "AFile"
-                                                                               : "InsideTheSource");
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Refusals, RefusedStartTest,
+    testing::Values(Refused::NoRoom, Refused::AFile, Refused::InsideTheSource),
+    [](const auto& info) {
+        return std::string((std::array{"NoRoom", "AFile", "InsideTheSource"})[int(info.param)]);
+    });
 
 namespace {
 
@@ -494,17 +494,16 @@ TEST_P(EndedCardTest, TransferStartsItAgainAndCancelsItOnceRunning) {
     controller_->updateToolbarForTableSelection();
     EXPECT_EQ(view_.toolbar().transferLabel, "Transfer");
 
+    const QString abort =
+        "sheet: Are you sure you wish to abort this transfer? | You can remove "
+        "transferred files by choosing Confirm & Remove.";
     controller_->transfer();
     ASSERT_TRUE(copiesReach(1));
-    EXPECT_EQ(view_.count("sheet: Are you sure you wish to abort this transfer? | You can remove "
-                          "transferred files by choosing Confirm & Remove."),
-              0);
+    EXPECT_EQ(view_.count(abort), 0);
     ASSERT_TRUE(waitUntil([&] { return view_.toolbar().transferLabel == " Cancel "; }));
     view_.setSheetAnswer(0);
     controller_->transfer();
-    EXPECT_EQ(view_.count("sheet: Are you sure you wish to abort this transfer? | You can remove "
-                          "transferred files by choosing Confirm & Remove."),
-              1);
+    EXPECT_EQ(view_.count(abort), 1);
     EXPECT_EQ(stages_.copies().size(), 1u) << "a running card is never started twice";
     controller_->releaseSlot(*volume);
 }
