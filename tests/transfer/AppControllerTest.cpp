@@ -515,53 +515,36 @@ INSTANTIATE_TEST_SUITE_P(Ended, EndedCardTest,
                                                                                    : "Cancelled");
                          });
 
-namespace {
-
-struct Listed {
-    const char* name;
-    std::vector<VolumeStatus> statuses;
-    double copied;  // share of the copying one's bar
-    const char* title;
-};
-
-class TitleTest : public AppControllerTest, public testing::WithParamInterface<Listed> {};
-
-}  // namespace
-
 // The title and launcher show a share only while something runs, however much of the list is
 // done or failed.
-TEST_P(TitleTest, ShowsProgressOnlyWhileACardRuns) {
-    std::vector<std::shared_ptr<QVVolume>> volumes;
-    for (const VolumeStatus status : GetParam().statuses) {
-        volumes.push_back(card(QString("A%1").arg(volumes.size())));
-        volumes.back()->setStatus(status);
-        volumes.back()->setMaxProgressValue(100);
-        volumes.back()->setProgressValue(100 * GetParam().copied);
+TEST_F(AppControllerTest, TitleShowsProgressOnlyWhileACardRuns) {
+    const struct {
+        std::vector<VolumeStatus> statuses;
+        double copied;  // share of the copying one's bar
+        const char* title;
+    } lists[] = {
+        {{VolumeStatus::Done, VolumeStatus::Failed, VolumeStatus::Cancelled, VolumeStatus::Idle},
+         0,
+         "Cardsweep"},
+        {{VolumeStatus::Copying, VolumeStatus::Done}, 0.5, "Cardsweep (75%)"}};
+    for (const auto& list : lists) {
+        SCOPED_TRACE(list.title);
+        std::vector<std::shared_ptr<QVVolume>> volumes;
+        for (const VolumeStatus status : list.statuses) {
+            volumes.push_back(card(QString("A%1").arg(volumes.size())));
+            volumes.back()->setStatus(status);
+            volumes.back()->setMaxProgressValue(100);
+            volumes.back()->setProgressValue(100 * list.copied);
+        }
+        controller_->setDataArray(volumes);
+        controller_->showOverallProgress();
+        const QStringList titles = view_.events().filter("title: ");
+        ASSERT_FALSE(titles.isEmpty());
+        EXPECT_EQ(titles.constLast(), QString("title: ") + list.title);
+        EXPECT_EQ(view_.events().filter("badge: ").constLast() == "badge: ",
+                  list.title == std::string("Cardsweep"));
     }
-    controller_->setDataArray(volumes);
-    controller_->showOverallProgress();
-    const QStringList titles = view_.events().filter("title: ");
-    ASSERT_FALSE(titles.isEmpty());
-    EXPECT_EQ(titles.constLast(), QString("title: ") + GetParam().title);
-    EXPECT_EQ(view_.events().filter("badge: ").constLast() == "badge: ",
-              GetParam().title == std::string("Cardsweep"));
 }
-
-INSTANTIATE_TEST_SUITE_P(Lists, TitleTest,
-                         testing::Values(Listed{"DoneAndFailed",
-                                                {VolumeStatus::Done, VolumeStatus::Failed},
-                                                0,
-                                                "Cardsweep"},
-                                         Listed{"DoneCancelledAndWaiting",
-                                                {VolumeStatus::Done, VolumeStatus::Cancelled,
-                                                 VolumeStatus::Done, VolumeStatus::Idle},
-                                                0,
-                                                "Cardsweep"},
-                                         Listed{"HalfCopiedAndDone",
-                                                {VolumeStatus::Copying, VolumeStatus::Done},
-                                                0.5,
-                                                "Cardsweep (75%)"}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(AppControllerTest, FreeSpaceCountsEachTickedFileSystemOnce) {
     TestMount first(work_.filePath("first"), TestMount::tmpfs(8 << 20));
