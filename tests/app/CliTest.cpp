@@ -37,10 +37,6 @@ CliRun cli(const QStringList& arguments) {
     return CliRunner::run(arguments);
 }
 
-QString destinationFolder(const QString& output, int index) {
-    return output.split(u'\n').filter(QRegularExpression("^Destination: ")).value(index).mid(13);
-}
-
 }  // namespace
 
 // Every line of the folder's manifest names a file whose digest, by the system's tool, agrees.
@@ -83,7 +79,7 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     EXPECT_TRUE(run.output.contains("Verdict: verified, read back from the media (" + size + ")"))
         << run.output.toStdString();
     for (int index = 0; index < 2; ++index) {
-        const QString folder = destinationFolder(run.output, index);
+        const QString folder = run.destinations().value(index);
         ASSERT_TRUE(folder.contains("/Feature/")) << run.output.toStdString();
         EXPECT_EQ(TestFiles::tree(folder, {"checksums.txt", "checksums.md5", "checksums.sha1",
                                            "ascmhl", "Transfer Report.html"}),
@@ -93,8 +89,8 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     }
 
     // Both copies' manifests agree; once one is changed, compare names what differs.
-    const QString a = destinationFolder(run.output, 0);
-    const QString b = destinationFolder(run.output, 1);
+    const QString a = run.destinations().value(0);
+    const QString b = run.destinations().value(1);
     const CliRun same = cli({"compare", a, b});
     EXPECT_EQ(same.status, 0) << same.output.toStdString();
     EXPECT_TRUE(same.output.contains("folders: the same")) << same.output.toStdString();
@@ -119,7 +115,7 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     // MD5 unless told otherwise. Each step after the transfer that did something says so.
     const CliRun md5 = cli({"offload", card, "--dest", dir.filePath("C"), "--archive", "zip"});
     ASSERT_EQ(md5.status, 0) << md5.output.toStdString();
-    const QString copy = destinationFolder(md5.output, 0);
+    const QString copy = md5.destinations().value(0);
     expectManifestAgreesWith(copy, "/usr/bin/md5sum");
     const QString zip = copy + "/P2 'CARD' $(x) " + QFileInfo(copy).fileName() + " Archive.zip";
     EXPECT_TRUE(QFileInfo(zip).size() > options.clipBytes) << md5.output.toStdString();
@@ -134,7 +130,7 @@ TEST(Cli, OffloadsASampleCardToTwoFoldersAndReverifiesThem) {
     EXPECT_EQ(cli({"offload", card, "--dest", dir.filePath("E"), "--archive", "tar"}).status, 2);
 
     // Later damage: a changed clip, a lost sidecar, a stray file.
-    const QString folder = destinationFolder(run.output, 1);
+    const QString folder = run.destinations().value(1);
     QFile clip(folder + "/CONTENTS/VIDEO/0001AB.MXF");
     ASSERT_TRUE(clip.open(QIODevice::ReadWrite)) << "sample layout changed?";
     clip.seek(100);
@@ -297,7 +293,7 @@ TEST(Cli, OddNamesAndLinksArriveAndVerifyAndTheVerdictSaysHowItWasChecked) {
     ASSERT_EQ(run.status, 0) << run.output.toStdString();
     EXPECT_TRUE(run.output.contains("Verdict: verified, read back from the media"));
     EXPECT_TRUE(run.output.contains("Link: /outside -> /etc/hostname (copied as a link)"));
-    const QString folder = destinationFolder(run.output, 0);
+    const QString folder = run.destinations().value(0);
     EXPECT_EQ(TestFiles::exactTree(QFile::encodeName(folder),
                                    {"checksums.txt", "checksums.md5", "checksums.sha1", "ascmhl",
                                     "Transfer Report.html"}),

@@ -216,25 +216,6 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(3)) << "the record keeps the last failure";
 }
 
-TEST(CopyEngine, ACardPulledMidReadFailsTheCopy) {
-    QTemporaryDir dir;
-    for (const qint64 size : {qint64(300 * 1024), qint64(10 * MiB)}) {
-        const QString source = TestFiles::write(
-            dir.filePath(QStringLiteral("card%1.mov").arg(size)), TestFiles::randomBytes(size, 5));
-        FaultyFileLayer layer;
-        layer.failReadsAfter(source, size / 2);
-        RecordingDelegate delegate;
-        SystemLog::Capture log;
-        EXPECT_FALSE(QVFileManager(layer).copyFileWithProgress(
-            source, {dir.filePath("copy.mov")}, VerificationType::MD5, &delegate, {}, {}));
-        EXPECT_EQ(
-            log.lines().filter(source),
-            QStringList({source + " returned 0 bytes",
-                         "Error: copied file size does not match original source " + source}));
-        EXPECT_FALSE(delegate.finished);
-    }
-}
-
 TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     QTemporaryDir dir;
     const QString source = TestFiles::write(dir.filePath("src.mov"), "data");

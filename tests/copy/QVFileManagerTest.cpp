@@ -13,7 +13,6 @@
 #include <QTemporaryDir>
 #include <thread>
 
-#include "FakeDiskInformation.h"
 #include "FakeLocalPaths.h"
 #include "FakeProcessRunner.h"
 #include "FaultyFileLayer.h"
@@ -210,15 +209,6 @@ TEST(QVFileManager, CreateDirectoryRefusesADriveThatIsNotThere) {
         << "a plain folder is no volume";
     EXPECT_EQ(files.volumeMountPointForPath(root + "/"), QString()) << "nor a bare root";
     EXPECT_EQ(files.volumeMountPointForPath(home.file("x")), "/");
-    EXPECT_FALSE(files.infoForDiskAtMountpoint(root + "/CARD")) << "no disk facts given";
-    FakeDiskInformation disks;
-    disks.set(
-        root + "/CARD",
-        PropertyList(PropertyList::Dictionary{{"VolumeUUID", PropertyList(QString("1234-ABCD"))}}));
-    const auto info =
-        QVFileManager(FileLayer::posix(), nullptr, &disks).infoForDiskAtMountpoint(root + "/CARD");
-    ASSERT_TRUE(info);
-    EXPECT_EQ((*info)["VolumeUUID"].toString(), "1234-ABCD");
 }
 
 TEST(QVFileManager, TouchMakesTheTimesNowAndCreatesNothing) {

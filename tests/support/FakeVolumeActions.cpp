@@ -14,11 +14,6 @@ void FakeVolumeActions::answer(Action action, Script script) {
     scripts_[action] = std::move(script);
 }
 
-void FakeVolumeActions::setDevice(const QString& device) {
-    const std::lock_guard lock(mutex_);
-    device_ = device;
-}
-
 bool FakeVolumeActions::record(const Call& call, QString* error) {
     Script script;
     {
@@ -37,8 +32,7 @@ bool FakeVolumeActions::record(const Call& call, QString* error) {
 bool FakeVolumeActions::unmount(const QString& mountPoint, QString* error, QString* device) {
     const bool ok = record(Call{Action::Unmount, mountPoint, {}, {}}, error);
     if (ok && device != nullptr) {
-        const std::lock_guard lock(mutex_);
-        *device = device_;
+        device->clear();  // no device behind a fake mount
     }
     return ok;
 }

@@ -24,8 +24,6 @@ class FakeVolumeActions : public VolumeActions {
     /// Every call of action succeeds (ok) or fails with error.
     void answer(Action action, bool ok, const QString& error = {});
     void answer(Action action, Script script);
-    /// What a successful unmount reports as the device that was mounted.
-    void setDevice(const QString& device);
 
     bool unmount(const QString& mountPoint, QString* error, QString* device = nullptr) override;
     bool unmountAndEject(const QString& mountPoint, QString* error) override;
@@ -40,5 +38,4 @@ class FakeVolumeActions : public VolumeActions {
     mutable std::mutex mutex_;
     std::vector<Call> calls_;           // guarded by mutex_
     std::map<Action, Script> scripts_;  // guarded by mutex_
-    QString device_;                    // guarded by mutex_
 };
