@@ -20,6 +20,7 @@
 #include "QVLocalPaths.h"
 #include "QVLog.h"
 #include "QVTaskEx.h"
+#include "QVTimecode.h"
 #include "SettingsStore.h"
 #include "SystemClock.h"
 #include "WorkerThreads.h"
@@ -39,12 +40,14 @@ AppContext::AppContext() {
     // The class-level fronts answer from these same services from here on.
     QVTaskEx::install(processes_.get());
     QVLocalPaths::install(paths_.get());
+    QVTimecode::install(SystemClock::shared().get());
     desktop_ = std::make_unique<LinuxDesktop>(*processes_);
     growl_ = std::make_unique<QVGrowl>(Preferences::globalFilePath(), SystemClock::shared());
     // pkexec needs a desktop session to ask in.
     const bool desktop =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    authorization_ = std::make_unique<QVAuthorization>(*processes_, *paths_, desktop);
+    authorization_ =
+        std::make_unique<QVAuthorization>(*processes_, *paths_, *SystemClock::shared(), desktop);
     QString name = QCoreApplication::applicationName();
     if (name.isEmpty())
         name = QStringLiteral("cardsweep");
@@ -82,6 +85,7 @@ AppContext::~AppContext() {
     // Nothing may reach the services through the fronts once they are gone.
     QVTaskEx::install(nullptr);
     QVLocalPaths::install(nullptr);
+    QVTimecode::install(nullptr);
     // The writer must be done before the statics it formats with are torn down.
     QVLog::sharedController().willTerminate();
 }

@@ -4,12 +4,17 @@
 #include <QStringList>
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <utility>
 
+#include "Clock.h"
+
 namespace {
+
+std::atomic<const Clock*> installedClock{nullptr};
 
 // 1000/1001 as stored in single precision; the double value differs and would move the
 // drop-frame minute boundaries of long recordings.
@@ -221,7 +226,14 @@ QString QVTimecode::timecodeFromUserString(const QString& userString, bool dropF
 }
 
 QString QVTimecode::timeOfDayTimecode(int timebase, bool ntsc, bool dropFrame) {
-    return timeOfDayTimecode(timebase, ntsc, dropFrame, QDateTime::currentDateTime());
+    const Clock* clock = installedClock.load();
+    if (clock == nullptr)
+        return {};
+    return timeOfDayTimecode(timebase, ntsc, dropFrame, clock->now());
+}
+
+const Clock* QVTimecode::install(const Clock* clock) {
+    return installedClock.exchange(clock);
 }
 
 QString QVTimecode::timeOfDayTimecode(int timebase, bool ntsc, bool dropFrame,

@@ -1,6 +1,7 @@
 #pragma once
 // Frame counts to timecode text and back, drop-frame labelling for 29.97 and 59.94
-// material, and the short forms users type. Stateless; every function is thread-safe.
+// material, and the short forms users type. Every function is thread-safe; the only state is
+// the clock the programs' setup installs for the time of day.
 //
 // The arithmetic is deliberately approximate (a single-precision 1000/1001, a real-time
 // minute estimate when formatting, rounding when parsing): movie files and sheets written
@@ -9,6 +10,8 @@
 #include <QDateTime>
 #include <QString>
 #include <QtGlobal>
+
+class Clock;
 
 class QVTimecode {
   public:
@@ -40,8 +43,11 @@ class QVTimecode {
     static QString timecodeFromUserString(const QString& userString, bool dropFrame,
                                           const QString& startTimecode);
 
-    /// The current local time of day as a timecode.
+    /// The current local time of day as a timecode, from the installed clock (empty with
+    /// none installed: no time is better than a made-up one).
     static QString timeOfDayTimecode(int timebase, bool ntsc, bool dropFrame);
+    /// Returns the clock installed before (null at first).
+    static const Clock* install(const Clock* clock);
     /// The time of day of `localTime` as a timecode; frames from its hundredths of a second.
     static QString timeOfDayTimecode(int timebase, bool ntsc, bool dropFrame,
                                      const QDateTime& localTime);

@@ -252,6 +252,26 @@ void QVTask::closeError() {
     error_.close();
 }
 
+bool QVTask::writeInput(const QByteArray& data) {
+    qsizetype done = 0;
+    while (done < data.size()) {
+        if (!inputWrite_.valid())
+            return false;
+        const ssize_t wrote = ::write(inputWrite_.get(), data.constData() + done,
+                                      static_cast<std::size_t>(data.size() - done));
+        if (wrote < 0 && errno == EINTR)
+            continue;
+        if (wrote <= 0)
+            return false;
+        done += wrote;
+    }
+    return true;
+}
+
+void QVTask::closeInput() {
+    inputWrite_.reset();
+}
+
 pid_t QVTask::processIdentifier() const {
     const std::lock_guard lock(mutex_);
     return pid_;

@@ -24,6 +24,8 @@ class QVTask : public ChildProcess {
     QByteArray readError() override;
     void closeOutput() override;
     void closeError() override;
+    bool writeInput(const QByteArray& data) override;
+    void closeInput() override;
     pid_t processIdentifier() const override;
     bool isRunning() override;
     void terminate() override;
@@ -73,7 +75,8 @@ class QVTask : public ChildProcess {
     int waiters_ = 0;      // guarded by mutex_; blocked in waitUntilExit
     int status_ = -1;      // guarded by mutex_
 
-    Descriptor inputWrite_;  // kept open so a reading child sees an empty, open pipe
+    // Kept open until closeInput, so a reading child sees an open pipe; one writer at a time.
+    Descriptor inputWrite_;
     ReadEnd output_;
     ReadEnd error_;
 };

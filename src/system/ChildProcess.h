@@ -4,7 +4,8 @@
 //
 // Thread-safety: launch from one thread; after launch, isRunning(), terminate(),
 // waitUntilExit() and terminationStatus() may be called from any thread. Each output pipe may
-// be read by one thread while another closes it.
+// be read by one thread while another closes it; the input pipe is written by one thread at a
+// time.
 
 #include <sys/types.h>
 
@@ -20,7 +21,7 @@ class ChildProcess {
     enum class Channel {
         Inherit,     ///< the parent's own stream
         NullDevice,  ///< /dev/null
-        Pipe,        ///< a pipe; the parent keeps the other end (never written for stdin)
+        Pipe,        ///< a pipe; the parent keeps the other end (stdin: see writeInput)
     };
     using Environment = QMap<QString, QString>;
 
@@ -47,6 +48,11 @@ class ChildProcess {
     /// Closes the reading end; a read blocked on it in another thread finishes first.
     virtual void closeOutput() = 0;
     virtual void closeError() = 0;
+    /// Writes all of data to the child's piped stdin; false when stdin is no pipe, was closed,
+    /// or the child no longer reads it (the caller ignores SIGPIPE).
+    virtual bool writeInput(const QByteArray& data) = 0;
+    /// Closes the child's piped stdin, so a child reading it sees its end.
+    virtual void closeInput() = 0;
     /// The child's process id; 0 before launch.
     virtual pid_t processIdentifier() const = 0;
     virtual bool isRunning() = 0;

@@ -1,35 +1,15 @@
 #include "PrivilegedSession.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <QStandardPaths>
-#include <vector>
 
-extern char** environ;
+#include "ChildProcess.h"
+#include "ProcessRunner.h"
+#include "QVException.h"
 
-namespace {
-
-bool writeAll(int fd, const QByteArray& data) {
-    qsizetype done = 0;
-    while (done < data.size()) {
-        const ssize_t wrote = ::write(fd, data.constData() + done, std::size_t(data.size() - done));
-        if (wrote < 0 && errno == EINTR)
-            continue;
-        if (wrote <= 0)
-            return false;
-        done += wrote;
-    }
-    return true;
-}
-
-}  // namespace
-
-PrivilegedSession::PrivilegedSession(const QStringList& prefix, const QString& runner,
-                                     const QByteArray& input) {
+PrivilegedSession::PrivilegedSession(ProcessRunner& processes, const QStringList& prefix,
+                                     const QString& runner, const QByteArray& input) {
     QStringList command = prefix;
     command << runner << QStringLiteral("--serve");
     const QString program = command.front().startsWith(u'/')
@@ -37,43 +17,22 @@ PrivilegedSession::PrivilegedSession(const QStringList& prefix, const QString& r
                                 : QStandardPaths::findExecutable(command.front());
     if (program.isEmpty())
         return;
-    int in[2];
-    int out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0)
-        return;
-    if (::pipe2(out, O_CLOEXEC) != 0) {
-        ::close(in[0]);
-        ::close(in[1]);
-        return;
-    }
-    std::vector<QByteArray> words;
-    for (const QString& word : command)
-        words.push_back(word.toLocal8Bit());
-    std::vector<char*> argv;
-    for (QByteArray& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    const QByteArray path = program.toLocal8Bit();
-    const int spawned =
-        ::posix_spawn(&pid_, path.constData(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    toRunner_ = in[1];
-    fromRunner_ = out[0];
-    if (spawned != 0) {
-        pid_ = -1;
-        end();
+    ChildProcess::Setup setup;
+    setup.launchPath = program;
+    setup.arguments = command.mid(1);
+    setup.input = ChildProcess::Channel::Pipe;
+    setup.output = ChildProcess::Channel::Pipe;
+    child_ = processes.makeChild(setup);
+    try {
+        child_->launch();
+    } catch (const QVException&) {
+        child_.reset();
         return;
     }
     // A runner that died must not kill us through a broken pipe.
     ::signal(SIGPIPE, SIG_IGN);
     if (!input.isEmpty())
-        writeAll(toRunner_, input);
+        child_->writeInput(input);
     QByteArray line;
     ready_ = readLine(&line) && line == "ready";
     if (!ready_)
@@ -86,32 +45,32 @@ PrivilegedSession::~PrivilegedSession() {
 }
 
 void PrivilegedSession::end() {
-    if (toRunner_ >= 0)
-        ::close(toRunner_);
-    if (fromRunner_ >= 0)
-        ::close(fromRunner_);
-    toRunner_ = fromRunner_ = -1;
     ready_ = false;
-    if (pid_ > 0) {
-        int status = 0;
-        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-        }
-    }
-    pid_ = -1;
+    if (!child_)
+        return;
+    // The runner ends when its stdin does.
+    child_->closeInput();
+    child_->closeOutput();
+    child_->waitUntilExit();
+    child_.reset();
 }
 
 bool PrivilegedSession::readLine(QByteArray* line) {
-    line->clear();
-    char c = 0;
     for (;;) {
-        const ssize_t got = ::read(fromRunner_, &c, 1);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return false;
-        if (c == '\n')
+        if (const qsizetype end = pending_.indexOf('\n'); end >= 0) {
+            *line = pending_.left(end);
+            pending_.remove(0, end + 1);
             return true;
-        line->append(c);
+        }
+        QByteArray more;
+        try {
+            more = child_->readOutput();
+        } catch (const QVException&) {
+            return false;
+        }
+        if (more.isEmpty())
+            return false;
+        pending_ += more;
     }
 }
 
@@ -125,7 +84,7 @@ int PrivilegedSession::execute(const QString& tool, const QStringList& arguments
     for (const QString& argument : arguments)
         request += argument.toLocal8Bit() + '\0';
     QByteArray answer;
-    if (!writeAll(toRunner_, request) || !readLine(&answer)) {
+    if (!child_->writeInput(request) || !readLine(&answer)) {
         end();
         return -1;
     }

@@ -5,18 +5,20 @@
 // one at a time; the runner's answers never mix with the tools' output, which goes to stderr.
 // Safe from any thread (requests are serialised).
 
-#include <sys/types.h>
-
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <memory>
 #include <mutex>
+
+class ChildProcess;
+class ProcessRunner;
 
 class PrivilegedSession {
   public:
     /// Starts `prefix... runner --serve` (prefix may be empty); `input` is written to its
     /// stdin first (a password for `sudo -S`). ready() says whether it answered "ready".
-    PrivilegedSession(const QStringList& prefix, const QString& runner,
+    PrivilegedSession(ProcessRunner& processes, const QStringList& prefix, const QString& runner,
                       const QByteArray& input = {});
     /// Ends the runner (its stdin closes) and waits for it.
     ~PrivilegedSession();
@@ -34,8 +36,7 @@ class PrivilegedSession {
     void end();
 
     std::mutex mutex_;
-    pid_t pid_ = -1;
-    int toRunner_ = -1;    // guarded by mutex_
-    int fromRunner_ = -1;  // guarded by mutex_
+    std::shared_ptr<ChildProcess> child_;  // guarded by mutex_; null once ended
+    QByteArray pending_;                   // guarded by mutex_; read past the last line
     bool ready_ = false;
 };

@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "Clock.h"
 #include "LocalPaths.h"
 #include "PrivilegedSession.h"
 #include "PrivilegedToolPolicy.h"
@@ -22,13 +23,15 @@ const QString kMakeFolder = QStringLiteral("/bin/mkdir");
 
 }  // namespace
 
-QVAuthorization::QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI)
-    : QVAuthorization(processes, paths, hasGUI, Approval{}) {}
+QVAuthorization::QVAuthorization(ProcessRunner& processes, const LocalPaths& paths,
+                                 const Clock& clock, bool hasGUI)
+    : QVAuthorization(processes, paths, clock, hasGUI, Approval{}) {}
 
-QVAuthorization::QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI,
-                                 Approval approval)
+QVAuthorization::QVAuthorization(ProcessRunner& processes, const LocalPaths& paths,
+                                 const Clock& clock, bool hasGUI, Approval approval)
     : processes_(processes),
       paths_(paths),
+      clock_(clock),
       hasGUI_(hasGUI),
       approval_(std::move(approval)),
       userDirectory_(QDir::homePath()) {}
@@ -55,7 +58,7 @@ bool QVAuthorization::canAuthorize() const {
 }
 
 bool QVAuthorization::startSession(const QStringList& prefix, const QByteArray& input) {
-    auto session = std::make_shared<PrivilegedSession>(prefix, runner(), input);
+    auto session = std::make_shared<PrivilegedSession>(processes_, prefix, runner(), input);
     const std::lock_guard lock(mutex_);
     if (!session->ready())
         return false;
@@ -158,7 +161,7 @@ QString QVAuthorization::trashTarget(const QString& path) const {
     if (!QFileInfo::exists(target))
         return target;
     const QFileInfo info(target);
-    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddHHmmss"));
+    const QString stamp = clock_.now().toLocalTime().toString(QStringLiteral("yyyyMMddHHmmss"));
     const QString base =
         info.suffix().isEmpty() ? target : target.chopped(info.suffix().size() + 1);
     return QStringLiteral("%1_%2.%3").arg(base, stamp, info.suffix());

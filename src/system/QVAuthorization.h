@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 
+class Clock;
 class LocalPaths;
 class PrivilegedSession;
 class ProcessRunner;
@@ -27,9 +28,11 @@ class QVAuthorization {
     };
 
     /// hasGUI: whether the user may be asked through a dialog.
-    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI);
-    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, bool hasGUI,
-                    Approval approval);
+    /// clock: stamps the name of a file trashed beside one of the same name.
+    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, const Clock& clock,
+                    bool hasGUI);
+    QVAuthorization(ProcessRunner& processes, const LocalPaths& paths, const Clock& clock,
+                    bool hasGUI, Approval approval);
     ~QVAuthorization();
     QVAuthorization(const QVAuthorization&) = delete;
     QVAuthorization& operator=(const QVAuthorization&) = delete;
@@ -70,6 +73,7 @@ class QVAuthorization {
 
     ProcessRunner& processes_;
     const LocalPaths& paths_;
+    const Clock& clock_;
     const bool hasGUI_;
     const Approval approval_;
     const QString userDirectory_;

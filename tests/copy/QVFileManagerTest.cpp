@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <thread>
 
+#include "FakeClock.h"
 #include "FakeLocalPaths.h"
 #include "FakeProcessRunner.h"
 #include "FaultyFileLayer.h"
@@ -329,15 +330,17 @@ TEST(QVFileManagerTest, ARemovalThatFailsIsTakenOverByTheRunnerOnlyWhenRightsMay
     RefusingRemovals disk;
     FakeProcessRunner processes;
     processes.setRunsAsRoot(false);  // the runner, started without a dialog, does the work
+    processes.passThrough(CARDSWEEP_AUTH_TOOL);
     FakeLocalPaths paths;
     QVAuthorization::Approval direct;
     direct.dialog = {};
     direct.runner = CARDSWEEP_AUTH_TOOL;
 
-    QVAuthorization headless(processes, paths, false, direct);
+    const FakeClock clock;
+    QVAuthorization headless(processes, paths, clock, false, direct);
     EXPECT_FALSE(QVFileManager(disk, &headless).removeFile(clip));
     EXPECT_TRUE(QFileInfo::exists(clip)) << "no rights to ask for: the failure stands";
-    QVAuthorization asking(processes, paths, true, direct);
+    QVAuthorization asking(processes, paths, clock, true, direct);
     EXPECT_FALSE(QVFileManager(disk, &asking).removeFile(clip, false)) << "not asked to";
     EXPECT_TRUE(QFileInfo::exists(clip));
     EXPECT_TRUE(QVFileManager(disk, &asking).removeFile(clip));

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <limits>
 
+#include "FakeClock.h"
 #include "QVTimecode.h"
 
 namespace {
@@ -118,6 +119,11 @@ TEST(QVTimecodeTest, SteppingTypingRangesAndTheTimeOfDay) {
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true, moment), "09:05:07;14");
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(25, true, true, moment), "09:05:07;00");  // no rate
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(24, false, false, moment.addMSecs(490)), "09:05:07:23");
+    EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true), "") << "no clock, no time";
+    const FakeClock clock(moment);
+    QVTimecode::install(&clock);
+    EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true), "09:05:07;14");
+    QVTimecode::install(nullptr);
     EXPECT_EQ(QVTimecode::frameRateFromTimebase(24, true), 24000.0 / 1001.0);
     EXPECT_EQ(QVTimecode::modulus(-7, 3), -1);
     EXPECT_EQ(QVTimecode::modulus(5.5, 2), 1.5);

@@ -4,6 +4,7 @@
 
 #include <QFileInfo>
 
+#include "PosixProcessRunner.h"
 #include "QVException.h"
 
 namespace {
@@ -85,7 +86,17 @@ QStringList FakeProcessRunner::commandLines() const {
     return lines;
 }
 
+void FakeProcessRunner::passThrough(const QString& launchPath) {
+    const std::lock_guard lock(mutex_);
+    passedThrough_ << launchPath;
+}
+
 std::shared_ptr<ChildProcess> FakeProcessRunner::makeChild(const ChildProcess::Setup& setup) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (passedThrough_.contains(setup.launchPath))
+            return PosixProcessRunner().makeChild(setup);
+    }
     throw QVException(QStringLiteral("FakeProcessRunner"),
                       QStringLiteral("no child is made for %1").arg(setup.launchPath));
 }

@@ -37,7 +37,9 @@ class FakeProcessRunner : public ProcessRunner {
                       double timeoutSeconds = 0) override;
     bool start(const QString& program, const QStringList& arguments) override;
     bool runsAsRoot() const override;
-    /// Children are never made here: throws QVException.
+    /// Children of this program (a full path) are real ones, unrecorded: our own helpers.
+    void passThrough(const QString& launchPath);
+    /// Other children are never made here: throws QVException.
     std::shared_ptr<ChildProcess> makeChild(const ChildProcess::Setup& setup) override;
     /// True for a scripted program.
     bool isExecutable(const QString& path) const override;
@@ -51,4 +53,5 @@ class FakeProcessRunner : public ProcessRunner {
     QHash<QString, Script> scripts_;  // guarded by mutex_; by file name
     std::vector<Call> calls_;         // guarded by mutex_
     bool root_ = true;                // guarded by mutex_
+    QStringList passedThrough_;       // guarded by mutex_
 };

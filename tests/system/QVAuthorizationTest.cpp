@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "FakeClock.h"
 #include "FakeLocalPaths.h"
 #include "FakeProcessRunner.h"
 #include "QVAuthorization.h"
@@ -28,7 +29,8 @@ QVAuthorization::Approval directRunner() {
 TEST(QVAuthorizationTest, EveryDestructiveOperationRefusesSystemDirectoriesWithoutRunningAnything) {
     FakeProcessRunner processes;  // as root: a check that failed would show as a recorded rm
     FakeLocalPaths paths;
-    QVAuthorization authorization(processes, paths, true);
+    const FakeClock clock;
+    QVAuthorization authorization(processes, paths, clock, true);
     const SystemLog::Capture console;
     EXPECT_FALSE(authorization.authRemoveFile("/home"));
     EXPECT_FALSE(authorization.authTrashFile(paths.home()));
@@ -67,13 +69,15 @@ TEST(QVAuthorizationTest, EveryDestructiveOperationRefusesSystemDirectoriesWitho
 TEST(QVAuthorizationTest, OneApprovalCarriesEveryRequestWordForWord) {
     FakeProcessRunner processes;
     processes.setRunsAsRoot(false);  // so the runner, not the fake, does the work
+    processes.passThrough(CARDSWEEP_AUTH_TOOL);
     FakeLocalPaths paths;
     QTemporaryDir work;
     const QString odd = work.filePath("a b\n\"$(reboot)\" -rf");
     const QString source = TestFiles::write(work.filePath("source"));
     const SystemLog::Capture console;
     {
-        QVAuthorization authorization(processes, paths, true, directRunner());
+        const FakeClock clock;
+        QVAuthorization authorization(processes, paths, clock, true, directRunner());
         EXPECT_EQ(authorization.authExecTask("/bin/sh", {"-c", "true"}), 126);
         EXPECT_FALSE(authorization.isAuthorized()) << "refused before anyone is asked";
         EXPECT_TRUE(authorization.authCopyFile(source, odd));
@@ -90,7 +94,8 @@ TEST(QVAuthorizationTest, OneApprovalCarriesEveryRequestWordForWord) {
     EXPECT_TRUE(processes.calls().empty());
 
     // No dialog allowed and no root: nothing runs.
-    QVAuthorization headless(processes, paths, false, directRunner());
+    const FakeClock clock;
+    QVAuthorization headless(processes, paths, clock, false, directRunner());
     EXPECT_FALSE(headless.canAuthorize());
     EXPECT_EQ(headless.authExecTask("/bin/rm", {"-Rdf", work.filePath("moved")}), -1);
     EXPECT_TRUE(console.contains("Unable to authorize"));
