@@ -169,6 +169,7 @@ int PosixFileLayer::freeSpace(const QByteArray& path, Space* space) {
         return -1;
     space->total = std::uint64_t(figures.f_blocks) * figures.f_frsize;
     space->available = std::uint64_t(figures.f_bavail) * figures.f_frsize;
+    space->blockSize = figures.f_frsize;
     return 0;
 }
 

@@ -66,6 +66,7 @@ class FileLayer {
     struct Space {
         std::uint64_t total = 0;      // bytes the file system holds
         std::uint64_t available = 0;  // bytes an unprivileged writer may still use
+        std::uint64_t blockSize = 0;  // the unit space is allocated in
     };
     /// statvfs(2) of the file system holding path: 0, or -1 with errno set.
     virtual int freeSpace(const QByteArray& path, Space* space) = 0;

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -17,6 +16,17 @@
 #include "SettingsStore.h"
 
 namespace {
+
+// A folder's entries by name, in listing order; none when it can't be listed.
+QStringList entryNames(FileLayer& files, const QString& folder) {
+    std::vector<FileLayer::Entry> entries;
+    if (files.listFolder(QFile::encodeName(folder), &entries) != 0)
+        return {};
+    QStringList names;
+    for (const FileLayer::Entry& entry : entries)
+        names << QFile::decodeName(entry.name);
+    return names;
+}
 
 template <typename T>
 T locked(std::mutex& mutex, const T& field) {
@@ -285,8 +295,7 @@ std::uint64_t QVVolume::totalMediaUsage(FileLayer& files) {
             populateQuickTimeMovies(files);
         candidates = qtMoviePaths().value_or(QStringList());
     } else {
-        candidates = QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
-                                          QDir::NoDotAndDotDot);
+        candidates = entryNames(files, root);
     }
     std::uint64_t total = 0;
     for (const QString& candidate : candidates) {
@@ -386,14 +395,16 @@ void QVVolume::populateQuickTimeMovies(FileLayer& files) {
 
 QStringList QVVolume::quickTimeMoviesInFolder(FileLayer& files, const QString& folder, int limit) {
     QStringList movies;
-    const QStringList names = QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    QStringList names = entryNames(files, folder);
+    names.sort();
     for (const QString& name : names) {
         const QString entry = folder + u'/' + name;
-        const QFileInfo info(entry);
-        if (info.isDir() && !info.isSymLink()) {
+        struct stat status {};
+        const bool folderEntry =
+            files.linkStatus(QFile::encodeName(entry), &status) == 0 && S_ISDIR(status.st_mode);
+        if (folderEntry) {
             movies += quickTimeMoviesInFolder(files, entry, limit);
-        } else if (info.suffix().toLower() == QLatin1String("mov") ||
+        } else if (QFileInfo(entry).suffix().toLower() == QLatin1String("mov") ||
                    QVFileManager(files).hfsTypeCodeForPath(entry) == kMovieTypeCode) {
             movies << entry;
         }

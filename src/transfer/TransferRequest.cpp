@@ -1,7 +1,6 @@
 #include "TransferRequest.h"
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -117,15 +116,14 @@ Refusal refusal(Refusal::Reason reason, QString line) {
 
 // The top folder of the file system that holds path (an existing folder): where its device
 // changes on the way up.
-QString mountPointOf(QString path) {
+QString mountPointOf(FileLayer& files, QString path) {
     struct stat status {};
-    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+    if (files.status(QFile::encodeName(path), &status) != 0)
         return path;
     while (path != QLatin1String("/")) {
         const QString parent = QFileInfo(path).path();
         struct stat above {};
-        if (::stat(QFile::encodeName(parent).constData(), &above) != 0 ||
-            above.st_dev != status.st_dev)
+        if (files.status(QFile::encodeName(parent), &above) != 0 || above.st_dev != status.st_dev)
             break;
         path = parent;
     }
@@ -133,8 +131,8 @@ QString mountPointOf(QString path) {
 }
 
 // A file system by its mount point's name; the system disk by the destination itself.
-QString fileSystemName(const FileSystem& system) {
-    const QString mountPoint = mountPointOf(system.existing);
+QString fileSystemName(FileLayer& files, const FileSystem& system) {
+    const QString mountPoint = mountPointOf(files, system.existing);
     if (mountPoint == QLatin1String("/"))
         return system.destinations.value(0);
     return QFileInfo(mountPoint).fileName();
@@ -204,13 +202,13 @@ std::optional<Refusal> TransferRequest::spaceProblem(FileLayer& files, const QSt
         const QString existing =
             nearestExisting(QDir::cleanPath(QFileInfo(destination).absoluteFilePath()));
         struct stat status {};
-        struct statvfs figures {};
+        FileLayer::Space space;
         const QByteArray path = QFile::encodeName(existing);
-        if (::stat(path.constData(), &status) != 0 || ::statvfs(path.constData(), &figures) != 0)
+        if (files.status(path, &status) != 0 || files.freeSpace(path, &space) != 0)
             continue;
         FileSystem& system = systems[status.st_dev];
-        system.blockSize = std::max<std::uint64_t>(figures.f_frsize, 512);
-        system.free = std::uint64_t(figures.f_bavail) * figures.f_frsize;
+        system.blockSize = std::max<std::uint64_t>(space.blockSize, 512);
+        system.free = space.available;
         if (system.destinations.isEmpty())
             system.existing = existing;
         system.destinations << destination;
@@ -234,7 +232,7 @@ std::optional<Refusal> TransferRequest::spaceProblem(FileLayer& files, const QSt
                         .arg(system.destinations.join(QStringLiteral(" and ")),
                              QVFileManager::formatFileSize(double(need)),
                              QVFileManager::formatFileSize(double(system.free))));
-        full.fileSystem = fileSystemName(system);
+        full.fileSystem = fileSystemName(files, system);
         full.needed = need;
         full.available = system.free;
         return full;
