@@ -171,6 +171,13 @@ TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
     EXPECT_FALSE(VolumeEraser(mounts, hanging, disks).eraseVolume(kCard, "C", {}, &error));
     EXPECT_TRUE(error.contains("did not finish")) << error.toStdString();
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
+
+    // A card that can't be unmounted (no root, no udisks2) is never formatted.
+    FakeProcessRunner user;
+    user.setRunsAsRoot(false);
+    EXPECT_FALSE(VolumeEraser(mounts, user, disks).eraseVolume(kCard, "C", {}, &error));
+    EXPECT_TRUE(user.calls().empty());
+    EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 }
 
 // Beyond the labels the erase cases above give.

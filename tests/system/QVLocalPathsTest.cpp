@@ -1,11 +1,14 @@
-// Protected folders, the console user and the XDG folders.
+// Protected folders, the console user, the XDG folders and the kernel release.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <QFile>
+#include <QRegularExpression>
+#include <vector>
 
 #include "QVLocalPaths.h"
+#include "QVOSDetect.h"
 #include "TempHome.h"
 
 TEST(QVLocalPathsTest, ProtectedDirectories) {
@@ -79,4 +82,17 @@ TEST(QVLocalPathsTest, SuperuserFoldersBelongToTheConsoleUser) {
     EXPECT_EQ(QVLocalPaths::userDirectory(), QStringLiteral("/nonexistent"));
     EXPECT_EQ(QVLocalPaths::libraryDirectory(true), QStringLiteral("/nonexistent/.local/share"));
     EXPECT_EQ(QVLocalPaths::libraryDirectory(false), QStringLiteral("/usr/local/share"));
+}
+
+// The kernel release, which the log's header and the analytics give as the system's version.
+TEST(QVLocalPathsTest, KernelReleaseReadsAsThreeNumbers) {
+    int v[3] = {-1, -1, -1};
+    EXPECT_TRUE(QVOSDetect::parseRelease(QStringLiteral("6.1.0-18-amd64"), &v[0], &v[1], &v[2]));
+    EXPECT_EQ(std::vector<int>(v, v + 3), (std::vector<int>{6, 1, 0}));
+    EXPECT_TRUE(QVOSDetect::parseRelease(QStringLiteral("5"), &v[0], nullptr, &v[2]));
+    EXPECT_EQ(std::vector<int>(v, v + 3), (std::vector<int>{5, 1, 0}));
+    EXPECT_FALSE(QVOSDetect::parseRelease(QStringLiteral("x"), &v[0], &v[1], &v[2]));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d+\\.\\d+\\.\\d+$"))
+                    .match(QVOSDetect::osxVersion())
+                    .hasMatch());
 }
