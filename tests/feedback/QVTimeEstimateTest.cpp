@@ -1,9 +1,6 @@
-// The time-left text: held off at first, never less than what is left, kept for 0.8 s, resumed
-// and reset runs, and the archived form.
+// The time-left text: held off at first, never less than what is left, kept for 0.8 s, and
+// reset runs.
 #include <gtest/gtest.h>
-
-#include <QDataStream>
-#include <QIODevice>
 
 #include "FakeClock.h"
 #include "QVTimeEstimate.h"
@@ -97,52 +94,14 @@ TEST_F(QVTimeEstimateTest, KeepsTheTextForEightTenthsOfASecond) {
     EXPECT_EQ(estimate.timeRemaining(), "Calculating time");
 }
 
-TEST_F(QVTimeEstimateTest, ResumedRunsErrLongAndResetKeepsTheStart) {
-    QVTimeEstimate fresh(clock);
-    fresh.incrementCurrentValue(40);
-    fresh.incrementCurrentValue(2.5);
-    EXPECT_EQ(fresh.currentValue(), 42.5);
-
-    // Resumed half-way: the 25 % done since is divided by the whole total, so 30 s show
-    // where 10 s remain.
-    QVTimeEstimate resumed = QVTimeEstimate::timeEstimateWithTotal(1000, clock);
-    resumed.setCurrentValue(500);
-    resumed.startWithValue(500);
-    EXPECT_EQ(resumed.currentValue(), 500.0);  // an existing value is kept
-    resumed.incrementCurrentValue(250);
-    clock->advance(std::chrono::seconds(10));
-    const QDateTime started = *resumed.startDate();
-    EXPECT_EQ(resumed.timeRemaining(), "00:00:30");
-    resumed.reset();
-    EXPECT_EQ(resumed.currentValue(), 0.0);
-    EXPECT_EQ(resumed.startDate(), started);
-    EXPECT_EQ(resumed.timeRemaining(), "Unknown");
-}
-
-TEST_F(QVTimeEstimateTest, ArchivedFormRoundTripsAndRejectsShortStreams) {
-    QVTimeEstimate full = running(1024.75, 20'000, 4096.5);
-    full.timeRemaining();  // fills the cached text and query date
-    full.setShowCalculatingTimeMessage(false);
-    QVTimeEstimate sparse(clock);  // only the total and the message flag
-    sparse.setTotalValue(7);
-    for (const QVTimeEstimate* original : {&full, &sparse}) {
-        QByteArray bytes;
-        QDataStream out(&bytes, QIODevice::WriteOnly);
-        original->encode(out);
-        QDataStream in(bytes);
-        QVTimeEstimate decoded(clock);
-        decoded.setStartValue(99);
-        ASSERT_TRUE(decoded.decode(in));
-        EXPECT_TRUE(decoded == *original);
-        // Cut anywhere, the stream is refused and the target keeps what it had.
-        for (qsizetype length = 0; length < bytes.size(); ++length) {
-            QDataStream cut(bytes.left(length));
-            QVTimeEstimate target(clock);
-            target.setCurrentValue(5);
-            EXPECT_FALSE(target.decode(cut)) << length;
-            EXPECT_TRUE(target.currentValue() == 5.0 && !target.totalValue()) << length;
-        }
-    }
+TEST_F(QVTimeEstimateTest, ResetKeepsTheStartAndTheTotal) {
+    QVTimeEstimate estimate = running(250, 10'000);
+    const QDateTime started = *estimate.startDate();
+    estimate.reset();
+    EXPECT_EQ(estimate.currentValue(), 0.0);
+    EXPECT_EQ(estimate.startDate(), started);
+    EXPECT_EQ(estimate.totalValue(), 1000.0);
+    EXPECT_EQ(estimate.timeRemaining(), "Unknown");
 }
 
 }  // namespace

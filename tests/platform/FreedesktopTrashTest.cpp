@@ -18,8 +18,6 @@
 #include "TempHome.h"
 #include "TestFiles.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // The Path= value of a trash entry, decoded; the rest of its .trashinfo is checked too.
@@ -37,43 +35,32 @@ QString recordedPath(const QString& trashed) {
 
 }  // namespace
 
-TEST(FreedesktopTrashTest, CollidingNamesAreNumberedAndRecordTheirOrigins) {
+TEST(FreedesktopTrashTest, AnyNameGoesWholeNumberedOnCollisionAndRecordsItsPath) {
     const TempHome home;
-    const QString files = QVLocalPaths::trashDirectory() + "/files/";
-    TestFiles::write(files + "clip.4.mov",
-                     "orphan");  // in files/ without info: never overwritten
-    const QStringList expected = {"clip.mov", "clip.2.mov", "clip.3.mov", "clip.5.mov"};
-    for (int i = 0; i < expected.size(); ++i) {
-        const QString original = home.file(u"Card %1/clip.mov"_s.arg(i));
-        TestFiles::write(original, QByteArray::number(i));
-        QString trashed;
-        ASSERT_TRUE(FreedesktopTrash::trash(original, &trashed));
-        EXPECT_EQ(trashed, files + expected[i]);
-        EXPECT_EQ(TestFiles::read(trashed), QByteArray::number(i));
-        EXPECT_FALSE(QFileInfo::exists(original));
-        EXPECT_EQ(recordedPath(trashed), original);
-    }
-    EXPECT_EQ(TestFiles::read(files + "clip.4.mov"), "orphan");
-}
-
-TEST(FreedesktopTrashTest, FoldersLinksAndAnyNameGoWholeAndRecordTheirPath) {
-    const TempHome home;
+    const QString trash = QVLocalPaths::trashDirectory();
+    TestFiles::write(trash + "/files/clip.4.mov", "orphan");  // without info: never overwritten
     const QString folder = home.file("Odd [card]/");
     TestFiles::write(folder + "CARD/CLIP/A001.mov", "a001");
     ASSERT_TRUE(QFile::link("CARD", folder + "CARD link"));
-    // The last name is too long to take a ".trashinfo" suffix, so the trash shortens it.
-    for (const QString& name : QStringList{"CARD link", "CARD/", "A 001%20 100%.mov", "line\nbreak",
-                                           QString(250, u'x') + ".mov"}) {
-        if (!QFileInfo::exists(folder + name)) {
+    // Four of one name; the last name is too long to take a ".trashinfo" suffix.
+    const QStringList names = {"CARD link",   "CARD/",      "A 001%20 100%.mov",
+                               "line\nbreak", "1/clip.mov", "2/clip.mov",
+                               "3/clip.mov",  "4/clip.mov", QString(250, u'x') + ".mov"};
+    QStringList trashed;
+    for (const QString& name : names) {
+        if (!QFileInfo::exists(folder + name))
             TestFiles::write(folder + name, name.toUtf8());
-        }
-        QString trashed;
-        ASSERT_TRUE(FreedesktopTrash::trash(folder + name, &trashed)) << name.toStdString();
+        ASSERT_TRUE(FreedesktopTrash::trash(folder + name, &trashed.emplace_back()))
+            << name.toStdString();
         EXPECT_FALSE(QFileInfo::exists(folder + name) || QFileInfo(folder + name).isSymLink());
-        EXPECT_EQ(recordedPath(trashed), QDir::cleanPath(folder + name));
-        EXPECT_TRUE(trashed.endsWith(".mov") == name.endsWith(".mov"));
+        EXPECT_EQ(recordedPath(trashed.last()), QDir::cleanPath(folder + name));
+        EXPECT_TRUE(trashed.last().endsWith(".mov") == name.endsWith(".mov"));
     }
-    const QString trash = QVLocalPaths::trashDirectory();
+    EXPECT_EQ(trashed.mid(4, 4),
+              QStringList({trash + "/files/clip.mov", trash + "/files/clip.2.mov",
+                           trash + "/files/clip.3.mov", trash + "/files/clip.5.mov"}));
+    EXPECT_EQ(TestFiles::read(trash + "/files/clip.5.mov"), "4/clip.mov");
+    EXPECT_EQ(TestFiles::read(trash + "/files/clip.4.mov"), "orphan");
     EXPECT_EQ(TestFiles::read(trash + "/files/CARD/CLIP/A001.mov"), "a001");
     EXPECT_EQ(QFile::symLinkTarget(trash + "/files/CARD link"), trash + "/files/CARD");
     EXPECT_TRUE(TestFiles::read(trash + "/info/A 001%20 100%.mov.trashinfo")

@@ -39,8 +39,4 @@ TEST(MountMonitorTest, DiffMatchesByMountPointAndSource) {
               QStringList({"/media/u/CARD <- /dev/sde1", "/media/u/A001 1 <- /dev/sdb1"}));
     EXPECT_EQ(describe(changes.unmounted),
               QStringList({"/media/u/CARD <- /dev/sdc1", "/media/u/TWICE <- /dev/sdd1"}));
-    EXPECT_TRUE(MountMonitor::diff(after, after).mounted.empty());
-    EXPECT_TRUE(MountMonitor::diff(after, after).unmounted.empty());
-    EXPECT_EQ(MountMonitor::diff({}, after).mounted.size(), after.size());
-    EXPECT_EQ(MountMonitor::diff(before, {}).unmounted.size(), before.size());
 }

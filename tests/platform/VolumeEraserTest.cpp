@@ -3,15 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QFileInfo>
-#include <QTemporaryDir>
-
 #include "FakeDiskInformation.h"
 #include "FakeMountService.h"
 #include "FakeProcessRunner.h"
-#include "LinuxDiskInformation.h"
-#include "LinuxMountService.h"
-#include "PosixProcessRunner.h"
 #include "VolumeEraser.h"
 
 namespace {
@@ -178,7 +172,7 @@ TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
     EXPECT_TRUE(error.contains("did not finish")) << error.toStdString();
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 
-    // Without root or udisks2 the card is left as it was.
+    // A card that can't be unmounted (no root, no udisks2) is never formatted.
     FakeProcessRunner user;
     user.setRunsAsRoot(false);
     EXPECT_FALSE(VolumeEraser(mounts, user, disks).eraseVolume(kCard, "C", {}, &error));
@@ -186,6 +180,7 @@ TEST_F(FakeEraseTest, AFailedFormatPutsTheCardBack) {
     EXPECT_TRUE(mounts.isMountedAt(kCard, device("sdc1")));
 }
 
+// Beyond the labels the erase cases above give.
 TEST(VolumeEraserTest, LabelsFitTheFileSystem) {
     // FAT: upper case, refused characters left out (not counted in the eleven), no controls or
     // characters outside its code page. exFAT: any character but controls, up to 15 UTF-16
@@ -195,13 +190,10 @@ TEST(VolumeEraserTest, LabelsFitTheFileSystem) {
         const char* given;
         const char* label;
     } cases[] = {
-        {true, "card 1", "CARD 1"},
         {true, "a001 camera card", "A001 CAMERA"},
         {true, "a*b?c/d\\e\"f:g<h>i|j", "ABCDEFGHIJ"},
         {true, "**********day.1,2;3+4=5[6]789", "DAY12345678"},
         {true, "cam\tb\nroll\u00e9\u30ab", "CAMBROLL"},
-        {true, "-n $(x)", "-N $(X)"},
-        {true, "*?", ""},
         {false, "a001 \"Tag\"\tB/C\u00e9", "a001 \"Tag\"B/C\u00e9"},
         {false, "0123456789abcdefgh", "0123456789abcde"},
         {false, "01234567890123\U0001F3AC", "01234567890123"},
@@ -212,21 +204,4 @@ TEST(VolumeEraserTest, LabelsFitTheFileSystem) {
                   QString::fromUtf8(c.label))
             << c.given;
     }
-}
-
-// On the machine's own mounts: "/" however given, folders, and what is not there.
-TEST(VolumeEraserTest, RefusesWhatIsNotAMountedCard) {
-    LinuxMountService mounts;
-    PosixProcessRunner runner;
-    LinuxDiskInformation disks;
-    const VolumeEraser eraser(mounts, runner, disks);
-    const QTemporaryDir plain;
-    for (const QString& path :
-         QStringList{plain.path(), plain.filePath("missing"), "/", "/proc", ""}) {
-        QString error;
-        EXPECT_FALSE(eraser.eraseVolume(path, "CARD", {}, &error)) << path.toStdString();
-        EXPECT_FALSE(error.isEmpty()) << path.toStdString();
-    }
-    EXPECT_FALSE(eraser.eraseVolume("/", "CARD", {plain.path()}));  // also with a destination
-    EXPECT_TRUE(QFileInfo(plain.path()).isDir());
 }

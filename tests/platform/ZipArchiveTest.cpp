@@ -1,14 +1,12 @@
 // Zip archives: trees round-trip byte for byte (modes, times, links, empty folders), another
-// reader agrees, failures leave nothing behind, and extraction never escapes its folder.
-#include <archive.h>
-#include <archive_entry.h>
+// reader agrees, and failures leave nothing behind. Extraction is only the tests' own reader:
+// no program unpacks an archive.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <QDateTime>
 #include <QDir>
 #include <QTemporaryDir>
-#include <memory>
 
 #include "QVTaskEx.h"
 #include "TestFiles.h"
@@ -33,24 +31,6 @@ std::map<QByteArray, std::tuple<QByteArray, mode_t, time_t>> snapshot(const QStr
 
 QByteArray noise(qsizetype size) {
     return TestFiles::randomBytes(size, 20240611);
-}
-
-// A zip with the given entries (name, link target or empty for a file), made by libarchive.
-void writeRawZip(const QString& path, const std::vector<std::pair<QByteArray, QByteArray>>& items) {
-    const std::unique_ptr<archive, int (*)(archive*)> zip(archive_write_new(), &archive_write_free);
-    archive_write_set_format_zip(zip.get());
-    ASSERT_EQ(archive_write_open_filename(zip.get(), QFile::encodeName(path).constData()), 0);
-    for (const auto& [name, link] : items) {
-        const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
-                                                                             &archive_entry_free);
-        archive_entry_copy_pathname(entry.get(), name.constData());
-        archive_entry_set_mode(entry.get(), (link.isEmpty() ? AE_IFREG : AE_IFLNK) | 0644);
-        archive_entry_copy_symlink(entry.get(), link.isEmpty() ? nullptr : link.constData());
-        archive_entry_set_size(entry.get(), link.isEmpty() ? 4 : 0);
-        ASSERT_EQ(archive_write_header(zip.get(), entry.get()), ARCHIVE_OK);
-        archive_write_data(zip.get(), "evil", link.isEmpty() ? 4 : 0);
-    }
-    ASSERT_EQ(archive_write_close(zip.get()), ARCHIVE_OK);
 }
 
 }  // namespace
@@ -98,7 +78,7 @@ TEST(ZipArchiveTest, TreesRoundTripByteForByteAndAnotherReaderAgrees) {
             << zip.toStdString();
 }
 
-TEST(ZipArchiveTest, FailuresLeaveNothingAndDamageIsCaught) {
+TEST(ZipArchiveTest, FailuresLeaveNothingAndAnArchiveLeavesItselfOut) {
     const QTemporaryDir dir;
     const QString card = dir.filePath("CARD"), zip = card + "/self.zip";
     writeFile(card + "/clip.mov", noise(256 * 1024));
@@ -110,30 +90,4 @@ TEST(ZipArchiveTest, FailuresLeaveNothingAndDamageIsCaught) {
     ASSERT_TRUE(ZipArchive::compress(card, zip, false));
     ASSERT_TRUE(ZipArchive::extract(zip, dir.filePath("x")));
     EXPECT_EQ(snapshot(dir.filePath("x")).size(), 1u);
-
-    QByteArray bytes = TestFiles::read(zip);
-    writeFile(dir.filePath("noise.zip"), noise(4096));
-    writeFile(dir.filePath("short.zip"), bytes.left(bytes.size() / 2));
-    bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x40);  // inside the clip's bytes
-    writeFile(dir.filePath("flipped.zip"), bytes);
-    for (const char* name : {"noise.zip", "short.zip", "flipped.zip", "none.zip"})
-        EXPECT_FALSE(ZipArchive::extract(dir.filePath(name), dir.filePath("y"))) << name;
-}
-
-TEST(ZipArchiveTest, ExtractionStaysInsideTheDestination) {
-    const QTemporaryDir dir;
-    const QByteArray absolute = QFile::encodeName(dir.filePath("absolute.txt"));
-    const std::vector<std::vector<std::pair<QByteArray, QByteArray>>> hostile = {
-        {{"fine.txt", {}}, {"../escaped.txt", {}}},
-        {{absolute, {}}},
-        {{"up", ".."}, {"up/escaped.txt", {}}},
-    };
-    for (const auto& entries : hostile) {
-        writeRawZip(dir.filePath("hostile.zip"), entries);
-        EXPECT_FALSE(ZipArchive::extract(dir.filePath("hostile.zip"), dir.filePath("in/to")));
-        EXPECT_FALSE(QFileInfo::exists(dir.filePath("escaped.txt")) ||
-                     QFileInfo::exists(dir.filePath("in/escaped.txt")) ||
-                     QFileInfo::exists(QFile::decodeName(absolute)));
-    }
-    EXPECT_TRUE(QFileInfo::exists(dir.filePath("in/to/fine.txt")));
 }

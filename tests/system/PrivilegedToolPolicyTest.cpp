@@ -90,7 +90,6 @@ INSTANTIATE_TEST_SUITE_P(
         Request{"owner", {"/bin/chown", "%uid", "@/f"}, 0},
         // Anything else.
         Request{"shell", {"/bin/sh", "-c", "true"}, 126},
-        Request{"python", {"/usr/bin/python3", "-c", "pass"}, 126},
         Request{"unknown tool", {"/bin/rmdir", "@/d"}, 126},
         Request{"tool by name", {"rm", "-Rdf", "@/d"}, 126},
         Request{"extra flag", {"/bin/rm", "-Rdf", "--no-preserve-root", "@/d"}, 126},
@@ -106,11 +105,9 @@ INSTANTIATE_TEST_SUITE_P(
                 {"/bin/cp", "-f", "-p", "-R", "@/f", "/etc/systemd/system/cardsweep-none/x"},
                 126},
         Request{"copy out of etc", {"/bin/cp", "-f", "-p", "-R", "/etc/shadow", "@/s"}, 126},
-        Request{"remove in usr", {"/bin/rm", "-Rdf", "/usr/lib/cardsweep-none"}, 126},
         Request{"outside its places", {"/bin/mkdir", "-p", "/cardsweep-none/x"}, 126},
         Request{"a stranger's file in tmp", {"/bin/rm", "-Rdf", "%stranger"}, 126},
         Request{"another user's folder", {"/bin/mkdir", "-p", "@/x"}, 126, "65534"},
-        Request{"stop another program", {"/usr/bin/killall", "cardsweep-none"}, 126},
         Request{"format a file", {"/usr/sbin/mkfs.fat", "-F", "32", "@/f"}, 126}));
 
 }  // namespace

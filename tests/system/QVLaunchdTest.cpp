@@ -1,5 +1,5 @@
-// Background jobs as systemd user units, with the tools recorded: written, loaded, replaced,
-// removed, and the sheet when nothing can be written.
+// Background jobs as systemd user units, with the tools recorded: written, loaded, replaced and
+// removed. The sheet when nothing can be written is the controller's test.
 #include <gtest/gtest.h>
 
 #include <QFileInfo>
@@ -60,6 +60,12 @@ TEST_F(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
     const QString folder = config() + "/systemd/user";
     EXPECT_EQ(launchd.jobFolder(true, true), folder);
     const QString file = folder + "/" + kUnit;
+    const QStringList load = {
+        "chmod 644 " + folder + "/UNIT", "systemctl --user disable --now UNIT",
+        "systemctl --user daemon-reload", "systemctl --user enable --now UNIT"};
+    const QStringList unload = {"systemctl --user disable --now UNIT",
+                                "systemctl --user reset-failed UNIT",
+                                "systemctl --user daemon-reload"};
     // A program path holding what systemd would expand or split.
     ASSERT_TRUE(launchd.startLaunchAgent(
         "com.quorvant.Cardsweep", job("/opt/Card \"sweep\" 100%/$HOME/CardsweepHelper", false),
@@ -69,38 +75,19 @@ TEST_F(QVLaunchdTest, AUserUnitIsWrittenLoadedReplacedAndRemoved) {
         unit.contains("ExecStart=\"/opt/Card \\\"sweep\\\" 100%%/$$HOME/CardsweepHelper\"\n"))
         << unit.toStdString();
     EXPECT_TRUE(unit.contains("Type=simple\n") && unit.contains("WantedBy=default.target\n"));
-    EXPECT_EQ(ran(), (QStringList{
-                         "chmod 644 " + folder + "/UNIT", "systemctl --user disable --now UNIT",
-                         "systemctl --user daemon-reload", "systemctl --user enable --now UNIT"}));
+    EXPECT_EQ(ran(), load);
 
     // Started again: the old job goes first.
     ASSERT_TRUE(launchd.startJob("com.quorvant.Cardsweep", job("/usr/bin/CardsweepHelper", true),
                                  true, true, false));
-    EXPECT_TRUE(TestFiles::read(file).contains("Type=oneshot\n"));
-    EXPECT_TRUE(
-        TestFiles::read(file).contains("ExecStart=\"/usr/bin/CardsweepHelper\" \"-setup\"\n"));
-    EXPECT_EQ(ran(), (QStringList{
-                         "systemctl --user disable --now UNIT",
-                         "systemctl --user reset-failed UNIT", "systemctl --user daemon-reload",
-                         "chmod 644 " + folder + "/UNIT", "systemctl --user disable --now UNIT",
-                         "systemctl --user daemon-reload", "systemctl --user enable --now UNIT"}));
+    const QByteArray setup = TestFiles::read(file);
+    EXPECT_TRUE(setup.contains("Type=oneshot\n") &&
+                setup.contains("ExecStart=\"/usr/bin/CardsweepHelper\" \"-setup\"\n"));
+    EXPECT_EQ(ran(), unload + load);
 
     // Removed from the user's own folder, whatever `user` says.
     launchd.removeLaunchAgent("com.quorvant.Cardsweep", false);
     EXPECT_FALSE(QFileInfo::exists(file));
-    EXPECT_EQ(ran(), (QStringList{"systemctl --user disable --now UNIT",
-                                  "systemctl --user reset-failed UNIT",
-                                  "systemctl --user daemon-reload"}));
+    EXPECT_EQ(ran(), unload);
     EXPECT_TRUE(alerts.isEmpty()) << alerts.join('\n').toStdString();
-}
-
-TEST_F(QVLaunchdTest, AUnitThatCannotBeWrittenAnywhereIsReportedAndNothingIsLoaded) {
-    TestFiles::write(config() + "/systemd", "a file where the folder should be");  // root too
-    EXPECT_FALSE(launchd.startLaunchAgent("com.quorvant.Cardsweep",
-                                          job("/usr/bin/CardsweepHelper", false), true));
-    EXPECT_EQ(alerts,
-              QStringList{"Error: Unable to create LaunchAgent | Please check you have correct "
-                          "permissions for the directory " +
-                          config() + "/systemd/user."});
-    EXPECT_TRUE(ran().isEmpty());
 }

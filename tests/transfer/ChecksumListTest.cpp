@@ -61,9 +61,7 @@ TEST_P(ChecksumListTest, TheToolPassesACompleteCopyAndFailsADamagedOne) {
     }
 
     QFile damaged(destinations[0] + '/' + clip);
-    ASSERT_TRUE(damaged.open(QIODevice::ReadWrite));
-    damaged.seek(100);
-    damaged.write("!");
+    ASSERT_TRUE(damaged.open(QIODevice::ReadWrite) && damaged.seek(100) && damaged.write("!") == 1);
     damaged.close();
     EXPECT_NE(check(destinations[0], program, list), 0);
 

@@ -1,4 +1,4 @@
-// A volume's status wording, progress, media usage and the movies found on it.
+// A volume's media usage and the movies found on it.
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 
@@ -8,9 +8,7 @@
 #include <QTemporaryDir>
 
 #include "FileLayer.h"
-#include "Preferences.h"
 #include "QVVolume.h"
-#include "SettingsStore.h"
 #include "SystemClock.h"
 #include "TestFiles.h"
 
@@ -18,37 +16,10 @@ namespace {
 
 class QVVolumeTest : public testing::Test {
   protected:
-    QVVolumeTest() : settings_(dir_.filePath("settings.plist")) {
-        Preferences(settings_).registerAndMigrate();
-    }
     QTemporaryDir dir_;
-    SettingsStore settings_;
 };
 
 }  // namespace
-
-TEST_F(QVVolumeTest, StatusTypeAndProgress) {
-    const auto unknown =
-        QVVolume::volumeWithName("USB", dir_.path(), -1, settings_, SystemClock::shared());
-    EXPECT_EQ(unknown->status(), QVVolume::Unrecognised);
-    EXPECT_EQ(unknown->statusText(), "");
-    EXPECT_EQ(unknown->typeName(), "Unknown");
-    const auto card =
-        QVVolume::volumeWithName("A001", dir_.path(), 7, settings_, SystemClock::shared());
-    EXPECT_EQ(card->statusText(), "Waiting");
-    EXPECT_EQ(card->typeName(), "Canon XF");
-    card->setStatus(QVVolume::Failed);
-    EXPECT_EQ(card->statusText(), "Error");
-    card->setErrorString(QString("Can't copy disk"));
-    EXPECT_EQ(card->statusText(), "Error: Can't copy disk");
-
-    card->setMaxProgressValue(100);
-    card->incrementProgress(50);
-    card->incrementMaxProgress(20);
-    EXPECT_EQ(card->progressBar().maxValue, 120);
-    EXPECT_EQ(card->progressBar().doubleValue, 0);
-    EXPECT_EQ(card->timeEstimate().totalValue(), 120);
-}
 
 TEST_F(QVVolumeTest, MediaUsageLeavesLitterOutAndCachesOnlyANonZeroTotal) {
     const QString root = dir_.filePath("card");
