@@ -69,9 +69,9 @@ void TerminalAppView::postGrowlNotification(const QString& title, const QString&
         desktopNotifier_->postGrowlNotification(title, description, icon, notificationName);
 }
 
-void TerminalAppView::postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) {
+void TerminalAppView::postActionDone(const VolumeSnapshot& volume, const QString& what) {
     endProgress();
-    print(QStringLiteral("%1: %2\n").arg(volume->name(), what));
+    print(QStringLiteral("%1: %2\n").arg(volume.name, what));
 }
 
 void TerminalAppView::volumesChanged(

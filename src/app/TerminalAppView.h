@@ -35,7 +35,7 @@ class TerminalAppView : public AppView, public Notifier {
                                const QString& icon, const QString& notificationName) override;
     void setDesktopNotifier(Notifier* notifier) { desktopNotifier_ = notifier; }
     /// Prints what a step after the transfer did, as "NAME: what".
-    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
+    void postActionDone(const VolumeSnapshot& volume, const QString& what) override;
 
     /// Hands each changed volume to the handler, if one is set (main thread).
     void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) override;

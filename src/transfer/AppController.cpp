@@ -1,131 +1,266 @@
-// Construction and shared state of AppController.
+// The controller's operations, each forwarded to the part that owns it.
 #include "AppController.h"
 
-#include "MainThread.h"
-#include "MountService.h"
-#include "Preferences.h"
-#include "QVVolume.h"
-#include "SettingsStore.h"
-
-namespace {
-
-// An empty list is repaired in memory as at start-up, so the first transfer already sees the
-// default destination; the repair is not written back here.
-std::vector<DestinationEntry> destinationsAtStart(SettingsStore& settings) {
-    std::vector<DestinationEntry> list = Preferences(settings).destinationList();
-    if (list.empty())
-        list.push_back(Preferences::defaultDestination());
-    return list;
-}
-
-constexpr std::chrono::milliseconds kViewUpdateInterval{100};
-
-}  // namespace
+#include "ControllerParts.h"
 
 AppController::AppController(SettingsStore& settings, AppView& view, const Services& services,
                              TransferStages* stages)
     : settings_(settings),
-      view_(view),
-      services_(services),
-      stages_(stages ? *stages : ownStages_),
-      fileLayer_(services.files),
-      fileManager_(services.files, services.authorization),
-      launchd_(services.processes, services.paths, services.authorization,
-               [this](const QString& title, const QString& text) {
-                   onMainThread(
-                       [this, title, text] {
-                           view_.showSheet({title, QStringLiteral("OK"), {}, {}, text});
-                       },
-                       true);
-               }),
-      volumes_(destinationsAtStart(settings)),
-      reservation_(services.clock, services.files),
-      images_(services.files, services.mounts),
-      verification_(services.files,
-                    [this](const std::shared_ptr<QVVolume>& volume, std::uint64_t bytes) {
-                        verificationProgressUpdate(bytes, *volume);
-                        updates_.changed(volume);
-                    }),
-      updates_(
-          [&view](const VolumeUpdates::Snapshots& snapshots) { view.volumesChanged(snapshots); },
-          kViewUpdateInterval) {
-    buildPostActions();
+      parts_(std::make_unique<ControllerParts>(settings, view, services, stages)) {}
+
+AppController::~AppController() = default;
+
+AppController::Volumes AppController::dataArray() const {
+    return parts_->volumes.volumes();
 }
 
-AppController::~AppController() {
-    if (watchingMounts_)
-        services_.mounts.stopWatching();
-    lifetime_.reset();
+void AppController::setDataArray(const Volumes& volumes) {
+    parts_->volumes.setVolumes(volumes);
 }
 
-void AppController::onMainThread(std::function<void()> fn, bool wait) {
-    const std::weak_ptr<int> alive = lifetime_;
-    MainThread::performOnMainThread(
-        [alive, fn = std::move(fn)] {
-            if (alive.lock())
-                fn();
-        },
-        wait);
+AppController::Volumes AppController::waitingObjects() const {
+    return parts_->queue.waiting();
 }
 
-void AppController::publish(const std::shared_ptr<QVVolume>& volume, bool wait) {
-    updates_.changed(volume);
-    onMainThread([this] { reloadVolumeList(); }, wait);
-}
-
-std::vector<std::shared_ptr<QVVolume>> AppController::dataArray() const {
-    return volumes_.volumes();
-}
-
-void AppController::setDataArray(const std::vector<std::shared_ptr<QVVolume>>& volumes) {
-    volumes_.setVolumes(volumes);
-}
-
-std::vector<std::shared_ptr<QVVolume>> AppController::waitingObjects() const {
-    return queue_.waiting();
-}
-
-std::vector<std::shared_ptr<QVVolume>> AppController::dropWaitingVolumes() {
-    return queue_.dropWaiting();
+AppController::Volumes AppController::dropWaitingVolumes() {
+    return parts_->queue.dropWaiting();
 }
 
 QStringList AppController::reservedFileQueue() const {
-    return reservation_.reserved();
+    return parts_->reservation.reserved();
 }
 
 void AppController::removeFromReservedFileQueue(const QStringList& paths) {
-    reservation_.release(paths);
+    parts_->reservation.release(paths);
 }
 
 qint64 AppController::threadCount() const {
-    return queue_.count();
+    return parts_->queue.count();
 }
 
 std::vector<DestinationEntry> AppController::destinationList() const {
-    return volumes_.destinations();
+    return parts_->volumes.destinations();
 }
 
 void AppController::setDestinationList(const std::vector<DestinationEntry>& list) {
-    volumes_.setDestinations(list);
+    parts_->volumes.setDestinations(list);
 }
 
-std::vector<std::shared_ptr<QVVolume>> AppController::selectedVolumes() const {
-    return volumes_.atRows(view_.selectedRows());
+void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
+    parts_->admission.addVolumeToQueue(volume);
 }
 
-ToolbarState AppController::transferItem(bool asCancel) {
-    ToolbarState state;
-    state.transferLabel = asCancel ? QStringLiteral(" Cancel ") : QStringLiteral("Transfer");
-    state.transferImage =
-        asCancel ? QStringLiteral("stop-progress") : QStringLiteral("Transfer.png");
-    state.transferEnabled = true;
-    return state;
+void AppController::processNextQueueItem() {
+    parts_->admission.processNextQueueItem();
 }
 
-std::shared_ptr<const TransferOptions> AppController::optionsOf(QVVolume& volume) const {
-    if (auto options = volume.transferOptions())
-        return options;
-    auto options = TransferOptions::read(settings_);
-    volume.setTransferOptions(options);
-    return options;
+void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume) {
+    parts_->admission.checkDoneFlagForVolume(volume);
+}
+
+void AppController::processVolumeWithSettings(const TransferSettings& settings) {
+    parts_->processing.processVolumeWithSettings(settings);
+}
+
+QStringList AppController::reserveDestinations(const QStringList& destinations,
+                                               const QString& projectTitle, QVVolume& volume) {
+    return parts_->processing.reserveDestinations(destinations, projectTitle, volume);
+}
+
+QString AppController::reserveDestination(const QString& destination, const QString& projectTitle,
+                                          QVVolume& volume) {
+    return parts_->processing.reserveDestination(destination, projectTitle, volume);
+}
+
+bool AppController::copyDisk(const QString& path, const QStringList& destinations,
+                             const std::shared_ptr<QVVolume>& volume) {
+    return parts_->copy.copyDisk(path, destinations, volume);
+}
+
+bool AppController::copyItem(const QString& item, const QStringList& destinations,
+                             const QString& relativeSource,
+                             const std::shared_ptr<QVVolume>& volume) {
+    return parts_->copy.copyItem(item, destinations, relativeSource, volume);
+}
+
+void AppController::copyFilesWithSettings(const CopyFilesSettings& settings) {
+    parts_->copy.copyFilesWithSettings(settings);
+}
+
+void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume) {
+    parts_->copy.copyFiles(names, volume);
+}
+
+bool AppController::createDiskImage(const QString& imagePath, const QString& volumePath) {
+    return parts_->copy.createDiskImage(imagePath, volumePath);
+}
+
+int AppController::verifyDiskImage(const QString& imagePath, QVVolume& volume) {
+    return parts_->verifier.verifyDiskImage(imagePath, volume);
+}
+
+void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume,
+                                 const QString& destination) {
+    parts_->verifier.verifyVolume(volume, destination);
+}
+
+std::shared_ptr<CopyDelegate> AppController::copierFor(const std::shared_ptr<QVVolume>& volume) {
+    return parts_->progressView.copierFor(volume);
+}
+
+float AppController::totalProgressForAllVolumes() const {
+    return parts_->progressView.totalProgressForAllVolumes();
+}
+
+void AppController::finishVolume(const std::shared_ptr<QVVolume>& volume) {
+    parts_->completion.finishVolume(volume);
+}
+
+void AppController::cancelVolume(QVVolume& volume) {
+    parts_->completion.cancelVolume(volume);
+}
+
+void AppController::incrementFailureCountForVolume(QVVolume& volume) {
+    parts_->completion.incrementFailureCountForVolume(volume);
+}
+
+void AppController::cancelSelectedTransfers() {
+    parts_->completion.cancelSelectedTransfers();
+}
+
+bool AppController::stopRunningTransfers() {
+    return parts_->completion.stopRunningTransfers();
+}
+
+bool AppController::applicationShouldTerminate() {
+    return parts_->completion.applicationShouldTerminate();
+}
+
+void AppController::eject() {
+    parts_->cards.eject();
+}
+
+bool AppController::ejectVolume(QVVolume& volume) {
+    return parts_->cards.ejectVolume(volume);
+}
+
+void AppController::erase() {
+    parts_->cards.erase();
+}
+
+void AppController::eraseVolume(const std::shared_ptr<QVVolume>& volume) {
+    parts_->cards.eraseVolume(volume);
+}
+
+void AppController::eraseVolumeOnThread(const std::shared_ptr<QVVolume>& volume) {
+    parts_->cards.eraseVolumeOnThread(volume);
+}
+
+void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
+    parts_->postActions.performPostActions(volume);
+}
+
+void AppController::startUp(const QStringList& arguments) {
+    parts_->discovery.startUp(arguments);
+}
+
+void AppController::populateVolumes() {
+    parts_->discovery.populateVolumes();
+}
+
+std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& path,
+                                                                 bool isFolder) {
+    return parts_->discovery.addVolumeLocationToList(path, isFolder);
+}
+
+void AppController::volumeDidMount(const QString& path) {
+    parts_->discovery.volumeDidMount(path);
+}
+
+void AppController::volumeDidUnmount(const QString& path) {
+    parts_->discovery.volumeDidUnmount(path);
+}
+
+void AppController::startWatchingMounts() {
+    parts_->discovery.startWatchingMounts();
+}
+
+void AppController::transfer() {
+    parts_->discovery.transfer();
+}
+
+void AppController::toggleCardsweep() {
+    parts_->discovery.toggleCardsweep();
+}
+
+void AppController::openVolumeFromArguments(const QStringList& arguments) {
+    parts_->discovery.openVolumeFromArguments(arguments);
+}
+
+void AppController::ignore() {
+    parts_->discovery.ignore();
+}
+
+void AppController::resetIgnoredVolumes() {
+    parts_->discovery.resetIgnoredVolumes();
+}
+
+void AppController::showInfo() {
+    parts_->discovery.showInfo();
+}
+
+void AppController::importFolders(const QStringList& folders) {
+    parts_->discovery.importFolders(folders);
+}
+
+bool AppController::cardsweepEnabled() const {
+    return parts_->jobs.cardsweepEnabled();
+}
+
+void AppController::keepAutomaticModeOn() {
+    parts_->jobs.keepAutomaticModeOn();
+}
+
+void AppController::startListener() {
+    parts_->jobs.startListener();
+}
+
+void AppController::stopListener() {
+    parts_->jobs.stopListener();
+}
+
+void AppController::startSetupJob() {
+    parts_->jobs.startSetupJob();
+}
+
+void AppController::stopSetupJob() {
+    parts_->jobs.stopSetupJob();
+}
+
+void AppController::updateToolbarForTableSelection() {
+    parts_->presentation.updateToolbarForTableSelection();
+}
+
+void AppController::refreshTotalRemainingSpace() {
+    parts_->presentation.refreshTotalRemainingSpace();
+}
+
+void AppController::showDestinationSummary() {
+    parts_->presentation.showDestinationSummary();
+}
+
+void AppController::reloadVolumeList() {
+    parts_->presentation.reloadVolumeList();
+}
+
+void AppController::changeDestinationList(const std::vector<DestinationEntry>& list) {
+    parts_->presentation.changeDestinationList(list);
+}
+
+void AppController::addDestinations(const QStringList& folders) {
+    parts_->presentation.addDestinations(folders);
+}
+
+void AppController::setVolumeListValue(int row, const QString& column, const QString& value) {
+    parts_->presentation.setVolumeListValue(row, column, value);
 }

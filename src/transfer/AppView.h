@@ -28,6 +28,8 @@ struct SheetRequest {
 
 /// What the toolbar offers for the selected volumes.
 struct ToolbarState {
+    /// The Transfer item is the cancel command now (the label says so; nothing reads it back).
+    bool transferCancels = false;
     QString transferLabel;
     QString transferImage;
     bool transferEnabled = false;
@@ -71,7 +73,7 @@ class AppView {
     virtual void setAutomaticModeSelected(bool selected) { static_cast<void>(selected); }
     /// A step after a verified transfer did something; `what` says it in a line ("Archive:
     /// PATH").
-    virtual void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) {
+    virtual void postActionDone(const VolumeSnapshot& volume, const QString& what) {
         static_cast<void>(volume);
         static_cast<void>(what);
     }

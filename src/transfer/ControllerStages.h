@@ -1,26 +1,23 @@
 #pragma once
 // The controller's own copy, disk image and verification as the stages a processed volume is
-// handed to, for when no other stages are given (tests give recording ones). A template over
-// the controller, so the controller can hold one without the two headers including each other.
+// handed to, for when no other stages are given (tests give recording ones). Safe from any
+// thread as the parts it hands to are.
 
 #include "TransferStages.h"
 
-template <typename Controller>
+class VerificationStage;
+class VolumeCopyStage;
+
 class ControllerStages : public TransferStages {
   public:
-    explicit ControllerStages(Controller& controller) : controller_(controller) {}
+    ControllerStages(VolumeCopyStage& copy, VerificationStage& verifier)
+        : copy_(copy), verifier_(verifier) {}
     bool copyDisk(const QString& path, const QStringList& destinations,
-                  const std::shared_ptr<QVVolume>& volume) override {
-        return controller_.copyDisk(path, destinations, volume);
-    }
-    bool createDiskImage(const QString& imagePath, const QString& volumePath) override {
-        return controller_.createDiskImage(imagePath, volumePath);
-    }
-    void verifyVolume(const std::shared_ptr<QVVolume>& volume,
-                      const QString& destination) override {
-        controller_.verifyVolume(volume, destination);
-    }
+                  const std::shared_ptr<QVVolume>& volume) override;
+    bool createDiskImage(const QString& imagePath, const QString& volumePath) override;
+    void verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString& destination) override;
 
   private:
-    Controller& controller_;
+    VolumeCopyStage& copy_;
+    VerificationStage& verifier_;
 };

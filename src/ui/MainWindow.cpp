@@ -341,10 +341,9 @@ std::vector<int> MainWindow::selectedRows() const {
 }
 
 void MainWindow::setToolbarState(const ToolbarState& state) {
-    const bool asCancel = state.transferLabel.trimmed() == QStringLiteral("Cancel");
     transfer_->setText(state.transferLabel);
-    transfer_->setIcon(asCancel ? themed("process-stop", QStyle::SP_BrowserStop)
-                                : themed("go-down", QStyle::SP_ArrowDown));
+    transfer_->setIcon(state.transferCancels ? themed("process-stop", QStyle::SP_BrowserStop)
+                                             : themed("go-down", QStyle::SP_ArrowDown));
     transfer_->setEnabled(state.transferEnabled);
     erase_->setEnabled(state.eraseEnabled);
     info_->setEnabled(state.infoEnabled);
@@ -431,8 +430,8 @@ void MainWindow::setAutomaticModeSelected(bool selected) {
     automatic_->setChecked(selected);
 }
 
-void MainWindow::postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) {
-    statusBar()->showMessage(volume->name() + QStringLiteral(": ") + what, 10000);
+void MainWindow::postActionDone(const VolumeSnapshot& volume, const QString& what) {
+    statusBar()->showMessage(volume.name + QStringLiteral(": ") + what, 10000);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

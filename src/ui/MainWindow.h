@@ -51,7 +51,7 @@ class MainWindow : public QMainWindow, public AppView {
     void showVerificationFailureForVolume(const std::shared_ptr<QVVolume>& volume) override;
     void volumesChanged(const std::vector<std::shared_ptr<const VolumeSnapshot>>& volumes) override;
     void setAutomaticModeSelected(bool selected) override;
-    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
+    void postActionDone(const VolumeSnapshot& volume, const QString& what) override;
 
     // For tests and the menus.
     QTableView& table() { return *table_; }

@@ -29,7 +29,7 @@ void RecordingAppView::setReloadHook(std::function<void()> hook) {
     reloadHook_ = std::move(hook);
 }
 
-void RecordingAppView::postActionDone(const std::shared_ptr<QVVolume>&, const QString& what) {
+void RecordingAppView::postActionDone(const VolumeSnapshot&, const QString& what) {
     record("did: " + what);
     std::function<void(const QString&)> hook;
     {

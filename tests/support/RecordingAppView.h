@@ -36,7 +36,7 @@ class RecordingAppView : public AppView {
         record(on ? "automatic: on" : "automatic: off");
     }
     /// Recorded as "did: WHAT", then handed to the post-action hook.
-    void postActionDone(const std::shared_ptr<QVVolume>& volume, const QString& what) override;
+    void postActionDone(const VolumeSnapshot& volume, const QString& what) override;
     /// Recorded as "ended: NAME: STATUS TEXT".
     void transferDidEnd(const std::shared_ptr<QVVolume>& volume) override;
 

@@ -5,11 +5,9 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include "FakeProcessRunner.h"
 #include "FakeVolumeActions.h"
 #include "FaultyFileLayer.h"
 #include "FileLayer.h"
-#include "LinuxVolumeActions.h"
 #include "ManifestVerifier.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
@@ -21,20 +19,29 @@ constexpr qint64 MiB = 1024 * 1024;
 
 class ControllerServicesTest : public OffloadFixture {};
 
-// As a transfer in this run leaves a card that ended complete and verified everywhere.
-void markVerified(QVVolume& volume) {
-    volume.startTransferChecks(true, true, true);
-    volume.setStatus(QVVolume::Done);
-    volume.endTransferChecks(true);
-}
-
-// How a card stands, and why Erase refuses it then ("" when it doesn't).
+// How a card stands after this run (checks: -1 never started, 0 not read back, 1 read back;
+// ended: -1 not yet, else whether it ended whole), and why Erase refuses it then.
 struct EraseCase {
     const char* name;
-    std::function<void(QVVolume&)> set;
+    VolumeStatus status;
+    int checks;
+    int ended;
+    bool failedFile;
     const char* reason;
     friend void PrintTo(const EraseCase& c, std::ostream* os) { *os << c.name; }
 };
+
+void standAs(QVVolume& volume, const EraseCase& c) {
+    if (c.checks >= 0)
+        volume.startTransferChecks(true, true, c.checks == 1);
+    if (c.status == QVVolume::Failed)
+        volume.setErrorString(QStringLiteral("No space left on RAID"));
+    volume.setStatus(c.status);
+    if (c.ended >= 0)
+        volume.endTransferChecks(c.ended == 1);
+    if (c.failedFile)
+        volume.addFailedFile(std::make_shared<CopyInfo>());
+}
 
 class EraseOnlyVerified : public ControllerServicesTest,
                           public testing::WithParamInterface<EraseCase> {};
@@ -136,52 +143,7 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
     EXPECT_EQ(failureCounts().begin()->second.toInteger(), 2) << "a pull is no failure";
 }
 
-// The Erase command down to the commands it runs: refused for a card on a destination's disk
-// (nothing unmounted, nothing run), carried out for a card on a disk of its own.
-TEST_F(ControllerServicesTest, EraseIsRefusedForACardOnADestinationsDiskAndFormatsAnyOther) {
-    FakeMountService& mounts = services_.fakeMounts;
-    FakeProcessRunner runner;
-    runner.answer("umount", [&](const QStringList& arguments) {
-        return FakeProcessRunner::exited(mounts.unmount(arguments.value(0)) ? 0 : 32);
-    });
-    runner.answer("mount", [&](const QStringList& arguments) {
-        mounts.mount(FakeMountService::entry(arguments.value(1), arguments.value(0)));
-        return FakeProcessRunner::exited(0);
-    });
-    runner.answer("mkfs.fat", FakeProcessRunner::exited(0));
-    LinuxVolumeActions volumes(mounts, runner, services_.fakeDisks);
-    services_.volumes = &volumes;
-    const auto add = [&](const QString& device, quint64 number, quint64 disk, const QString& at) {
-        mounts.addBlockDevice(device, number, disk);
-        mounts.setRemovable(device);
-        mounts.mount(FakeMountService::entry(at, device));
-    };
-    add("/dev/sdb1", 0x811, 0x810, "/media/tester/CARD");
-    add("/dev/sdb2", 0x812, 0x810, "/media/tester/RAID");
-    add("/dev/sdc1", 0x821, 0x820, "/media/tester/SHUTTLE");
-    makeController();
-    const auto card =
-        QVVolume::volumeWithName("CARD", "/media/tester/CARD", 0, settings_, services_.clock);
-    markVerified(*card);
-    controller_->setDataArray({card});
-    view_.setSelectedRows({0});
-
-    controller_->setDestinationList({{1, "/media/tester/RAID/Offload"}});
-    controller_->erase();
-    ASSERT_TRUE(waitUntil([&] { return view_.events().filter("sheet: Unable to erase").size(); }));
-    drainWorkers();
-    EXPECT_TRUE(runner.calls().empty()) << runner.commandLines().join(u'\n').toStdString();
-    EXPECT_TRUE(mounts.isMountedAt("/media/tester/CARD", "/dev/sdb1"));
-
-    controller_->setDestinationList({{1, "/media/tester/SHUTTLE/Offload"}});
-    controller_->erase();
-    ASSERT_TRUE(waitUntil([&] { return view_.events().filter("sheet: 'CARD' erased").size(); }));
-    drainWorkers();
-    EXPECT_EQ(runner.commandLines(),
-              QStringList({"umount /media/tester/CARD", "mkfs.fat -F 32 -n CARD /dev/sdb1",
-                           "mount /dev/sdb1 /media/tester/CARD"}));
-}
-
+// Return never erases: Cancel is the sheet's default.
 TEST_P(EraseOnlyVerified, ACardIsErasedOnlyWithAVerifiedCopyAndTheSheetNamesItAndWhy) {
     makeController();
     const QString path = "/media/tester/A001";
@@ -190,102 +152,60 @@ TEST_P(EraseOnlyVerified, ACardIsErasedOnlyWithAVerifiedCopyAndTheSheetNamesItAn
     services_.fakeDisks.set(
         path, PropertyList(PropertyList::Dictionary{
                   {"FilesystemType", "exfat"}, {"TotalSize", PropertyList(qint64(64) << 30)}}));
-    GetParam().set(*card);
+    standAs(*card, GetParam());
     controller_->setDataArray({card});
     view_.setSelectedRows({0});
     controller_->updateToolbarForTableSelection();
     const QString reason = GetParam().reason;
     EXPECT_EQ(view_.toolbar().eraseEnabled, reason.isEmpty());
 
+    view_.setSheetAnswer(RecordingAppView::kReturn);
     controller_->erase();
     drainWorkers();
+    EXPECT_TRUE(services_.fakeVolumes.calls().empty());
     const QStringList sheets = view_.events().filter("sheet: ");
-    ASSERT_FALSE(sheets.isEmpty());
+    ASSERT_EQ(sheets.size(), 1);
     if (!reason.isEmpty()) {
-        EXPECT_EQ(sheets, QStringList("sheet: A001 has no verified copy | A001: " + reason +
-                                      ".\nNothing was erased."));
-        EXPECT_TRUE(services_.fakeVolumes.calls().empty());
+        EXPECT_EQ(sheets[0],
+                  "sheet: A001 has no verified copy | A001: " + reason + ".\nNothing was erased.");
         return;
     }
     EXPECT_TRUE(
-        sheets.first().startsWith("sheet: Are you sure you wish to erase this volume? | "
-                                  "This will permanently remove all data.\n\nA001: "
-                                  "exFAT, 64"))
-        << sheets.first().toStdString();
-    EXPECT_TRUE(sheets.first().endsWith("verified copy: " + workPath("dest/A001")));
+        sheets[0].startsWith("sheet: Are you sure you wish to erase this volume? | "
+                             "This will permanently remove all data.\n\nA001: exFAT, 64"))
+        << sheets[0].toStdString();
+    EXPECT_TRUE(sheets[0].endsWith("verified copy: " + workPath("dest/A001")));
+    view_.setSheetAnswer(1);
+    controller_->setDestinationList({{1, "/media/tester/RAID/Offload"}});
+    controller_->erase();
+    drainWorkers();
     ASSERT_EQ(services_.fakeVolumes.calls().size(), 1u);
     EXPECT_EQ(services_.fakeVolumes.calls()[0].mountPoint, path);
+    EXPECT_EQ(services_.fakeVolumes.calls()[0].protectedPaths,
+              QStringList{"/media/tester/RAID/Offload"})
+        << "the disks of the destinations are never erased";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cards, EraseOnlyVerified,
     testing::Values(
-        EraseCase{"Verified", markVerified, ""},
-        EraseCase{"NeverCopied", [](QVVolume&) {},
+        EraseCase{"Verified", QVVolume::Done, 1, 1, false, ""},
+        EraseCase{"NeverCopied", QVVolume::Idle, -1, -1, false,
                   "it has not been transferred since it was listed"},
         // A marker on the card from another run: no copy of this run to vouch for it.
-        EraseCase{"DoneByItsMarker", [](QVVolume& v) { v.setStatus(QVVolume::Done); },
+        EraseCase{"DoneByItsMarker", QVVolume::Done, -1, -1, false,
                   "it has not been transferred since it was listed"},
-        EraseCase{"Failed",
-                  [](QVVolume& v) {
-                      v.startTransferChecks(true, true, true);
-                      v.setErrorString(QStringLiteral("No space left on RAID"));
-                      v.setStatus(QVVolume::Failed);
-                      v.endTransferChecks(false);
-                  },
+        EraseCase{"Failed", QVVolume::Failed, 1, 0, false,
                   "its transfer failed (No space left on RAID)"},
-        EraseCase{"Cancelled",
-                  [](QVVolume& v) {
-                      v.startTransferChecks(true, true, true);
-                      v.setStatus(QVVolume::Cancelled);
-                  },
+        EraseCase{"Cancelled", QVVolume::Cancelled, 1, -1, false,
                   "its transfer was stopped before it was verified"},
-        EraseCase{"NotReadBack",
-                  [](QVVolume& v) {
-                      v.startTransferChecks(true, true, false);
-                      v.setStatus(QVVolume::Done);
-                      v.endTransferChecks(true);
-                  },
+        EraseCase{"NotReadBack", QVVolume::Done, 0, 1, false,
                   "its copies were not verified (file sizes, and checksums read back from each "
                   "copy)"},
-        EraseCase{"AFileFailed",
-                  [](QVVolume& v) {
-                      markVerified(v);
-                      v.addFailedFile(std::make_shared<CopyInfo>());
-                  },
-                  "1 of its files failed verification"},
-        EraseCase{"Interrupted",
-                  [](QVVolume& v) {
-                      v.startTransferChecks(true, true, true);
-                      v.setStatus(QVVolume::Done);
-                      v.endTransferChecks(false);
-                  },
+        EraseCase{"AFileFailed", QVVolume::Done, 1, 1, true, "1 of its files failed verification"},
+        EraseCase{"Interrupted", QVVolume::Done, 1, 0, false,
                   "not every destination holds a complete, verified copy"}),
     [](const testing::TestParamInfo<EraseCase>& info) { return std::string(info.param.name); });
-
-// Return never erases and never quits over running transfers: Cancel is the default of both.
-TEST_F(ControllerServicesTest, ReturnCancelsTheEraseAndTheQuitSheets) {
-    makeController();
-    const auto done =
-        QVVolume::volumeWithName("A001", "/media/tester/A001", 0, settings_, services_.clock);
-    const auto copying =
-        QVVolume::volumeWithName("B001", "/media/tester/B001", 0, settings_, services_.clock);
-    markVerified(*done);
-    controller_->setDataArray({done, copying});
-    view_.setSelectedRows({0});
-    view_.setSheetAnswer(RecordingAppView::kReturn);
-    controller_->erase();
-    drainWorkers();
-    EXPECT_EQ(view_.events().filter("sheet: Are you sure you wish to erase").size(), 1);
-    EXPECT_TRUE(services_.fakeVolumes.calls().empty());
-
-    copying->setStatus(QVVolume::Verifying);  // reading copies back counts as working on them
-    EXPECT_FALSE(controller_->applicationShouldTerminate());
-    EXPECT_EQ(
-        view_.count("sheet: File operations are in progress. Are you sure you wish to quit? | "
-                    "This will cancel any transfers."),
-        1);
-}
 
 // Eject: cards leave through the volume actions, a folder the user added just leaves the list,
 // and a card that can't be ejected stays listed.

@@ -1,13 +1,19 @@
 // The worker that takes an admitted volume to the start of its copy, and destination
 // reservation.
+#include "VolumeProcessing.h"
+
 #include <sys/stat.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
-#include "AppController.h"
+#include "AppView.h"
 #include "CardFiles.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "FileLayer.h"
 #include "MainThread.h"
 #include "MetadataField.h"
@@ -20,9 +26,17 @@
 #include "QVFormat.h"
 #include "QVLog.h"
 #include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
 #include "TransferRequest.h"
+#include "TransferSettings.h"
 #include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 #include "WorkerThreads.h"
 
 namespace {
@@ -39,34 +53,34 @@ bool stillListedWhereItWas(FileLayer& files, const QVVolume& volume) {
 
 }  // namespace
 
-void AppController::markFailed(const std::shared_ptr<QVVolume>& volume, const QString& reason) {
+void VolumeProcessing::markFailed(const std::shared_ptr<QVVolume>& volume, const QString& reason) {
     volume->setStatus(QVVolume::Failed);
     volume->setErrorString(reason);
-    publish(volume, true);
+    c_.publish(volume, true);
 }
 
-void AppController::postTransferFailed(const QVVolume& volume) {
-    services_.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), volume.name(),
-                                             QString(), QStringLiteral("Transfer Failed"));
+void VolumeProcessing::postTransferFailed(const QVVolume& volume) {
+    c_.services.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), volume.name(),
+                                               QString(), QStringLiteral("Transfer Failed"));
 }
 
-bool AppController::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
-                                    const QStringList& reserved) {
+bool VolumeProcessing::stoppedByCancel(const std::shared_ptr<QVVolume>& volume,
+                                       const QStringList& reserved) {
     if (volume->status() != QVVolume::Cancelled)
         return false;
     // Folders claimed already are marked as not complete, like those of a copy cut short.
-    if (volume->destinations().isEmpty() && !inImageMode(*volume)) {
+    if (volume->destinations().isEmpty() && !c_.inImageMode(*volume)) {
         for (const QString& folder : reserved)
             volume->addDestination(folder);
     }
-    markEndedEarly(volume, volume->path(), services_.clock->now());
-    stopCancelledTransfer(volume, reserved);
+    c_.flow.markEndedEarly(volume, volume->path(), c_.services.clock->now());
+    c_.flow.stopCancelledTransfer(volume, reserved);
     return true;
 }
 
-void AppController::processVolumeWithSettings(const TransferSettings& settings) {
+void VolumeProcessing::processVolumeWithSettings(const TransferSettings& settings) {
     try {
-        onMainThread([this] { refreshTotalRemainingSpace(); }, false);
+        c_.onMainThread([this] { c_.flow.refreshTotalRemainingSpace(); }, false);
         const std::shared_ptr<QVVolume> volume = settings.volume;
         QVVolume& v = *volume;
         v.incrementThreadCount();
@@ -75,17 +89,17 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             markFailed(volume, reason);
             if (notify)
                 postTransferFailed(v);
-            releaseSlot(v);
-            endTransfer(volume);
+            c_.flow.releaseSlot(v);
+            c_.flow.endTransfer(volume);
         };
 
-        if (!stillListedWhereItWas(fileLayer_, v)) {
+        if (!stillListedWhereItWas(c_.files, v)) {
             QVLog::appendLog(u"Error: Volume %@ doesn't exist", path);
             return failWith(QStringLiteral("Volume doesn't exist"), true);
         }
 
         QVLog::appendLog(u"Processing volume %@", path);
-        const std::shared_ptr<const TransferOptions> options = optionsOf(v);
+        const std::shared_ptr<const TransferOptions> options = c_.optionsOf(v);
         if (stoppedByCancel(volume, {}))
             return;
         // The same checks as the command line, before anything is written (the card's stale
@@ -93,37 +107,37 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
         if (const auto refusal =
                 settings.destinations.isEmpty()
                     ? std::nullopt
-                    : TransferRequest::problem(fileLayer_, path, settings.destinations,
+                    : TransferRequest::problem(c_.files, path, settings.destinations,
                                                options->onlyMovies)) {
             QVLog::appendLog(u"Transfer of %@ refused: %@", path, refusal->line);
             const QString name = v.name();
             const QString reason = refusal->sentence();
-            onMainThread(
+            c_.onMainThread(
                 [this, name, reason] {
-                    view_.showSheet({QStringLiteral("Unable to transfer '%1'").arg(name),
-                                     QStringLiteral("OK"),
-                                     {},
-                                     {},
-                                     reason + QStringLiteral(". Nothing was written.")});
+                    c_.view.showSheet({QStringLiteral("Unable to transfer '%1'").arg(name),
+                                       QStringLiteral("OK"),
+                                       {},
+                                       {},
+                                       reason + QStringLiteral(". Nothing was written.")});
                 },
                 false);
             return failWith(reason, true);
         }
-        claimCardMetadata(volume);
+        c_.flow.claimCardMetadata(volume);
         const QString marker = path + u'/' + QString::fromLatin1(CardFiles::kMarker);
-        if (fileLayer_.exists(PathText::bytes(marker)))
-            fileManager_.removeFile(marker);
+        if (c_.files.exists(PathText::bytes(marker)))
+            c_.fileManager.removeFile(marker);
 
-        onMainThread([&v] { v.resetProgress(); }, true);
+        c_.onMainThread([&v] { v.resetProgress(); }, true);
         const bool imageMode = options->diskImage;
         v.startTransferChecks(options->verifySizes, options->verifyChecksums,
                               imageMode || !options->inlineVerification);
         v.setStatus(QVVolume::Copying);
-        updates_.changed(volume);
-        onMainThread(
+        c_.updates.changed(volume);
+        c_.onMainThread(
             [this] {
-                reloadVolumeList();
-                updateToolbarForTableSelection();
+                c_.flow.reloadVolumeList();
+                c_.flow.updateToolbarForTableSelection();
             },
             true);
 
@@ -133,7 +147,7 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
             return;
 
         if (options->onlyMovies)
-            v.checkForQuickTimeMovies(fileLayer_);
+            v.checkForQuickTimeMovies(c_.files);
         else
             v.setHasQTMovies(false);
         v.timeEstimate().start();
@@ -145,17 +159,17 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
                 // Claimed by reservation already, unless the claim failed; then the copy
                 // names the destination that can't be written.
                 const QByteArray folder = PathText::bytes(destination);
-                if (fileLayer_.makeParents(folder) != 0 ||
-                    (fileLayer_.makeFolder(folder) != 0 && errno != EEXIST))
+                if (c_.files.makeParents(folder) != 0 ||
+                    (c_.files.makeFolder(folder) != 0 && errno != EEXIST))
                     QVLog::appendLog(u"Unable to create folder %@", destination);
-                removeFromReservedFileQueue({destination});
+                c_.reservation.release({destination});
             }
             v.addDestination(destination);
         }
         if (stoppedByCancel(volume, reserved))
             return;
 
-        const std::uint64_t usage = v.totalMediaUsage(fileLayer_);
+        const std::uint64_t usage = v.totalMediaUsage(c_.files);
         QVLog::appendLogAndPrint(u"Volume media usage: %llu",
                                  static_cast<unsigned long long>(usage));
         // Copies read back from their medium count as much again per destination.
@@ -163,44 +177,44 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
                                     ? double(usage) * double(reserved.size())
                                     : 0.0;
         const double maximum = double(transferSize(v)) + readBack;
-        onMainThread([&v, maximum] { v.setMaxProgressValue(maximum); }, true);
+        c_.onMainThread([&v, maximum] { v.setMaxProgressValue(maximum); }, true);
 
         if (imageMode) {
             QVLog::appendLog(u"Creating disk image...");
-            images_.begin(v, reserved);
+            c_.images.begin(v, reserved);
             // However this ends, no check waits for an image that will never be written.
             const std::shared_ptr<void> settle(nullptr, [&](void*) {
-                images_.written(reserved);
-                images_.end(v);
+                c_.images.written(reserved);
+                c_.images.end(v);
             });
             for (const QString& image : reserved) {
-                const bool created = stages_.createDiskImage(image, path);
-                images_.written({image});
+                const bool created = c_.stages.createDiskImage(image, path);
+                c_.images.written({image});
                 if (!created) {
                     QVLog::appendLog(u"Failed to create disk image.");
                     // The images not attempted are no longer held either.
-                    removeFromReservedFileQueue(reserved);
+                    c_.reservation.release(reserved);
                     return failWith(QStringLiteral("Unable to create disk image"), false);
                 }
                 // A card pulled or cancelled while being read is not verified.
                 if (stoppedByCancel(volume, reserved))
                     return;
                 QVLog::appendLog(u"Disk image created successfully.");
-                images_.begin(v);
-                services_.threads.start([this, volume, image] {
+                c_.images.begin(v);
+                c_.services.threads.start([this, volume, image] {
                     try {
-                        stages_.verifyVolume(volume, image);
+                        c_.stages.verifyVolume(volume, image);
                     } catch (const std::exception& exception) {
                         QVException::logException(exception, "verifyVolume:");
                     }
-                    images_.end(*volume);
+                    c_.images.end(*volume);
                 });
             }
             return;
         }
 
         QVLog::appendLog(u"Starting disk copy...");
-        if (stages_.copyDisk(path, v.destinations(), volume))
+        if (c_.stages.copyDisk(path, v.destinations(), volume))
             return;
         QVLog::appendLog(u"Error: Can't copy disk %@", path);
         failWith(QStringLiteral("Can't copy disk"), false);
@@ -209,17 +223,21 @@ void AppController::processVolumeWithSettings(const TransferSettings& settings) 
     }
 }
 
-QStringList AppController::reserveDestinations(const QStringList& destinations,
-                                               const QString& projectTitle, QVVolume& volume) {
+QStringList VolumeProcessing::reserveDestinations(const QStringList& destinations,
+                                                  const QString& projectTitle, QVVolume& volume) {
     QStringList reserved;
     for (const QString& destination : destinations)
         reserved << reserveDestination(destination, projectTitle, volume);
     return reserved;
 }
 
-QString AppController::reserveDestination(const QString& destination, const QString& projectTitle,
-                                          QVVolume& volume) {
-    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
-    return reservation_.reserve(destination, projectTitle, volume, options->fields,
-                                options->diskImage);
+QString VolumeProcessing::reserveDestination(const QString& destination,
+                                             const QString& projectTitle, QVVolume& volume) {
+    const std::shared_ptr<const TransferOptions> options = c_.optionsOf(volume);
+    return c_.reservation.reserve(destination, projectTitle, volume, options->fields,
+                                  options->diskImage);
+}
+
+std::uint64_t VolumeProcessing::transferSize(QVVolume& volume) const {
+    return c_.inImageMode(volume) ? c_.images.sizeOf(volume) : volume.totalMediaUsage(c_.files);
 }

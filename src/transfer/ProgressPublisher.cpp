@@ -1,17 +1,35 @@
 // Progress of the transfers: the copy engine's per-volume delegate, the volume's bar, the
 // window's badge and title, and what a damaged copy sets off.
+#include "ProgressPublisher.h"
+
 #include <algorithm>
 #include <limits>
 
-#include "AppController.h"
+#include "AppView.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "MainThread.h"
 #include "Notifier.h"
 #include "Preferences.h"
+#include "QVFileManager.h"
 #include "QVLog.h"
+#include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
 #include "VolumeCopier.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
-std::shared_ptr<CopyDelegate> AppController::copierFor(const std::shared_ptr<QVVolume>& volume) {
+std::shared_ptr<CopyDelegate> ProgressPublisher::copierFor(
+    const std::shared_ptr<QVVolume>& volume) {
     VolumeCopier::Hooks hooks;
     hooks.progress = [this, weak = std::weak_ptr<QVVolume>(volume)](QVVolume&, double bytes) {
         if (const auto v = weak.lock())
@@ -21,17 +39,17 @@ std::shared_ptr<CopyDelegate> AppController::copierFor(const std::shared_ptr<QVV
     return std::make_shared<VolumeCopier>(volume, std::move(hooks));
 }
 
-void AppController::advanceProgress(const std::shared_ptr<QVVolume>& volume, double bytes) {
-    if (progress_.advance(*volume, bytes))
-        publish(volume);
+void ProgressPublisher::advanceProgress(const std::shared_ptr<QVVolume>& volume, double bytes) {
+    if (c_.progress.advance(*volume, bytes))
+        c_.publish(volume);
     else
-        updates_.changed(volume);
+        c_.updates.changed(volume);
 
     showOverallProgress();
 }
 
-void AppController::showOverallProgress() {
-    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+void ProgressPublisher::showOverallProgress() {
+    const std::vector<std::shared_ptr<QVVolume>> volumes = c_.volumes.volumes();
     const bool running = std::any_of(volumes.begin(), volumes.end(), [](const auto& volume) {
         const VolumeStatus status = volume->status();
         return status >= QVVolume::Copying && status <= QVVolume::Unmounting;
@@ -39,33 +57,33 @@ void AppController::showOverallProgress() {
     // Nothing running shows no percentage, whatever share of the list is done.
     const float overall = running ? totalProgressForAllVolumes() : 1.0f;
     // The window hears of a change of a whole percent, not of every file.
-    const auto percent = progress_.percentChange(overall);
+    const auto percent = c_.progress.percentChange(overall);
     if (!percent)
         return;
     const bool shown = *percent >= 0;
     const QString text = QString::number(*percent);
-    onMainThread(
+    c_.onMainThread(
         [this, shown, text] {
-            view_.setBadge(shown ? text + u'%' : QString());
-            view_.setWindowTitle(shown ? QStringLiteral("Cardsweep (%1%)").arg(text)
-                                       : QStringLiteral("Cardsweep"));
+            c_.view.setBadge(shown ? text + u'%' : QString());
+            c_.view.setWindowTitle(shown ? QStringLiteral("Cardsweep (%1%)").arg(text)
+                                         : QStringLiteral("Cardsweep"));
         },
         false);
 }
 
-void AppController::damagedCopy(const std::shared_ptr<QVVolume>& volume) {
-    incrementFailureCountForVolume(*volume);
-    onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
-    if (optionsOf(*volume)->notify) {
+void ProgressPublisher::damagedCopy(const std::shared_ptr<QVVolume>& volume) {
+    c_.flow.incrementFailureCountForVolume(*volume);
+    c_.onMainThread([this, volume] { c_.view.showVerificationFailureForVolume(volume); }, true);
+    if (c_.optionsOf(*volume)->notify) {
         QVLog::appendLog(u"Showing Growl failure alert...");
-        services_.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
-                                                 volume->name(), QString(),
-                                                 QStringLiteral("Transfer Failed"));
+        c_.services.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
+                                                   volume->name(), QString(),
+                                                   QStringLiteral("Transfer Failed"));
     }
 }
 
-float AppController::totalProgressForAllVolumes() const {
-    const std::vector<std::shared_ptr<QVVolume>> volumes = dataArray();
+float ProgressPublisher::totalProgressForAllVolumes() const {
+    const std::vector<std::shared_ptr<QVVolume>> volumes = c_.volumes.volumes();
     float count = 0;
     float done = 0;
     for (const auto& volume : volumes) {

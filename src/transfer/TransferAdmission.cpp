@@ -1,5 +1,7 @@
 // Admission of volumes to transfer: destination choice, the waiting list, the end of a turn,
-// and the done-marker check of a freshly listed card.
+// the done-marker check of a freshly listed card, and what a card keeps across mounts.
+#include "TransferAdmission.h"
+
 #include <sys/stat.h>
 
 #include <QDir>
@@ -7,8 +9,13 @@
 #include <QFileInfo>
 #include <utility>
 
-#include "AppController.h"
+#include "AppView.h"
 #include "CardFiles.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
+#include "DiskInformation.h"
 #include "FileLayer.h"
 #include "MainThread.h"
 #include "MetadataNaming.h"
@@ -18,7 +25,16 @@
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 #include "WorkerThreads.h"
 
 namespace {
@@ -60,22 +76,22 @@ bool containsItemNewerThan(FileLayer& files, const QByteArray& folder, const tim
 
 }  // namespace
 
-QStringList AppController::chooseDestinations(const QVVolume& volume) {
-    std::vector<DestinationEntry> list = destinationList();
+QStringList TransferAdmission::chooseDestinations(const QVVolume& volume) {
+    std::vector<DestinationEntry> list = c_.volumes.destinations();
     if (list.empty()) {
         list = {Preferences::defaultDestination()};
-        setDestinationList(list);
-        Preferences(settings_).setDestinationList(list);
+        c_.volumes.setDestinations(list);
+        Preferences(c_.settings).setDestinationList(list);
     } else if (std::none_of(list.begin(), list.end(),
                             [](const DestinationEntry& entry) { return entry.isSelected(); })) {
-        onMainThread(
+        c_.onMainThread(
             [this] {
-                view_.showSheet({QStringLiteral("No destinations enabled"),
-                                 QStringLiteral("OK"),
-                                 {},
-                                 {},
-                                 QStringLiteral("You must enable at least one destination in "
-                                                "order to transfer this volume.")});
+                c_.view.showSheet({QStringLiteral("No destinations enabled"),
+                                   QStringLiteral("OK"),
+                                   {},
+                                   {},
+                                   QStringLiteral("You must enable at least one destination in "
+                                                  "order to transfer this volume.")});
             },
             false);
     }
@@ -92,32 +108,33 @@ QStringList AppController::chooseDestinations(const QVVolume& volume) {
     return chosen;
 }
 
-void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
-                                const QStringList& destinations) {
+void TransferAdmission::startWorker(const std::shared_ptr<QVVolume>& volume,
+                                    const QStringList& destinations) {
     // The settings count from here to the transfer's end.
-    volume->setTransferOptions(TransferOptions::read(settings_));
+    volume->setTransferOptions(TransferOptions::read(c_.settings));
     const TransferSettings settings{volume, destinations};
     // processVolumeWithSettings catches what it throws itself.
-    services_.threads.start([this, settings] { processVolumeWithSettings(settings); });
+    c_.services.threads.start([this, settings] { c_.flow.processVolumeWithSettings(settings); });
 }
 
-void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
+void TransferAdmission::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
     try {
-        const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
+        const qint64 limit =
+            std::max<qint64>(1, c_.settings.integer(SettingsKey::concurrentThreads));
         // Giving back a busy volume's slot before choosing keeps the count honest.
-        queue_.giveBackSlotOf(volume->status());
+        c_.queue.giveBackSlotOf(volume->status());
         volume->reset();
         const QStringList destinations = chooseDestinations(*volume);
-        if (queue_.admit(volume, limit))
+        if (c_.queue.admit(volume, limit))
             startWorker(volume, destinations);
     } catch (const std::exception& exception) {
         QVException::logException(exception, "addVolumeToQueue:");
     }
 }
 
-void AppController::processNextQueueItem() {
+void TransferAdmission::processNextQueueItem() {
     try {
-        const std::shared_ptr<QVVolume> volume = queue_.takeNext();
+        const std::shared_ptr<QVVolume> volume = c_.queue.takeNext();
         if (!volume)
             return;
         volume->reset();
@@ -127,42 +144,68 @@ void AppController::processNextQueueItem() {
     }
 }
 
-void AppController::incrementThreadCount() {
-    queue_.increment();
+void TransferAdmission::incrementThreadCount() {
+    c_.queue.increment();
 }
 
-void AppController::decrementThreadCount() {
-    queue_.decrement();
+void TransferAdmission::decrementThreadCount() {
+    c_.queue.decrement();
 }
 
-void AppController::releaseSlot(QVVolume& volume) {
+void TransferAdmission::releaseSlot(QVVolume& volume) {
     decrementThreadCount();
     volume.decrementThreadCount();
     if (volume.threadCount() == 0)
         processNextQueueItem();
 }
 
-void AppController::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume) {
+void TransferAdmission::checkDoneFlagForVolume(const std::shared_ptr<QVVolume>& volume) {
     try {
         if (volume->isFolder())
             return;
         const QString root = volume->path();
         const QString marker = root + u'/' + kMarkerName;
-        const auto markerTime = modificationTime(fileLayer_, PathText::bytes(marker));
+        const auto markerTime = modificationTime(c_.files, PathText::bytes(marker));
         if (!markerTime)
             return;
-        if (containsItemNewerThan(fileLayer_, PathText::bytes(root), *markerTime)) {
-            fileManager_.removeFile(marker);
+        if (containsItemNewerThan(c_.files, PathText::bytes(root), *markerTime)) {
+            c_.fileManager.removeFile(marker);
             // New clips since its transfer: a new reel, numbered afresh.
-            MetadataNaming::forgetCard(settings_, cardIdentity(*volume));
-            volume->populateDefaultMetadata(settings_);
-            publish(volume);
+            MetadataNaming::forgetCard(c_.settings, cardIdentity(*volume));
+            volume->populateDefaultMetadata(c_.settings);
+            c_.publish(volume);
             return;
         }
         if (volume->status() < QVVolume::Copying)
             volume->setStatus(QVVolume::Done);
-        publish(volume);
+        c_.publish(volume);
     } catch (const std::exception& exception) {
         QVException::logException(exception, "checkDoneFlagForVolume:");
+    }
+}
+
+QString TransferAdmission::cardIdentity(const QVVolume& volume) const {
+    if (volume.isFolder())
+        return {};
+    const std::optional<PropertyList> info = c_.services.disks.forMountPoint(volume.path());
+    if (!info)
+        return {};
+    const QString filesystem = (*info)["VolumeUUID"].toString();
+    return filesystem.isEmpty() ? (*info)["DiskUUID"].toString() : filesystem;
+}
+
+void TransferAdmission::recallCardMetadata(QVVolume& volume) {
+    if (const auto values = MetadataNaming::recallCard(c_.settings, cardIdentity(volume)))
+        volume.restoreMetadata(*values);
+}
+
+void TransferAdmission::claimCardMetadata(const std::shared_ptr<QVVolume>& volume) {
+    // The day rule compares with the previous transfer's date: numbers first.
+    const MetadataValues values = volume->claimMetadata(c_.settings);
+    MetadataNaming::rememberCard(c_.settings, cardIdentity(*volume), values);
+    c_.settings.setObject(SettingsKey::lastTransferDate, PropertyList(c_.services.clock->now()));
+    for (const auto& listed : c_.volumes.volumes()) {
+        if (listed != volume && listed->refreshListedMetadata(c_.settings))
+            c_.publish(listed);
     }
 }

@@ -1,14 +1,20 @@
 // File-mode transfer of a volume: every item of the card to every destination through the
 // copy engine, the copies read back from their medium, the manifests, and the outcome.
+#include "VolumeCopyStage.h"
+
 #include <sys/sysmacros.h>
 
 #include <QFile>
 
-#include "AppController.h"
+#include "AppView.h"
 #include "CardFiles.h"
 #include "ChecksumList.h"
 #include "ChecksumManifest.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
 #include "DigestContext.h"
+#include "DiskImages.h"
 #include "FileLayer.h"
 #include "HistorySealer.h"
 #include "MainThread.h"
@@ -19,9 +25,19 @@
 #include "QVException.h"
 #include "QVFileManager.h"
 #include "QVLog.h"
+#include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
 #include "StreamedFile.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
 #include "VolumeCopy.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
 namespace {
 
@@ -31,11 +47,11 @@ bool isSkipped(const QByteArray& name) {
 
 }  // namespace
 
-std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr<QVVolume>& volume,
-                                                           const QStringList& destinations,
-                                                           const QString& relativeSource) {
+std::unique_ptr<VolumeCopy> VolumeCopyStage::startVolumeCopy(
+    const std::shared_ptr<QVVolume>& volume, const QStringList& destinations,
+    const QString& relativeSource) {
     VolumeCopy::Options options;
-    const std::shared_ptr<const TransferOptions> transfer = optionsOf(*volume);
+    const std::shared_ptr<const TransferOptions> transfer = c_.optionsOf(*volume);
     options.type = transfer->verification;
     // Read back from the media only when checksums are to be verified.
     options.fromMedium = volume->transferChecks().fromMedium;
@@ -43,22 +59,22 @@ std::unique_ptr<VolumeCopy> AppController::startVolumeCopy(const std::shared_ptr
     const std::weak_ptr<QVVolume> weak = volume;
     options.readBackProgress = [this, weak](std::uint64_t bytes) {
         if (const auto v = weak.lock())
-            advanceProgress(v, double(bytes));
+            c_.flow.advanceProgress(v, double(bytes));
     };
-    return std::make_unique<VolumeCopy>(fileLayer_, copierFor(volume), volume, destinations,
+    return std::make_unique<VolumeCopy>(c_.files, c_.flow.copierFor(volume), volume, destinations,
                                         relativeSource, std::move(options));
 }
 
 // Every item of the card to every destination, then every copy read back; true when nothing
 // failed on the way.
-bool AppController::copyVolumeItems(const QString& path, const QStringList& destinations,
-                                    const std::shared_ptr<QVVolume>& volume,
-                                    std::vector<int>* copyErrors) {
+bool VolumeCopyStage::copyVolumeItems(const QString& path, const QStringList& destinations,
+                                      const std::shared_ptr<QVVolume>& volume,
+                                      std::vector<int>* copyErrors) {
     QVVolume& v = *volume;
     std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, path);
     const bool movies = v.hasQTMovies();
     if (movies && !v.qtMoviePaths())
-        v.populateQuickTimeMovies(fileLayer_);
+        v.populateQuickTimeMovies(c_.files);
     QList<QByteArray> items;
     if (movies) {
         for (const QString& movie : v.qtMoviePaths().value_or(QStringList()))
@@ -80,22 +96,22 @@ bool AppController::copyVolumeItems(const QString& path, const QStringList& dest
     }
     // What reached the destinations is read back even when the card has gone since.
     if (copy->checksFromMedium() && v.setStatusUnlessCancelled(QVVolume::Verifying)) {
-        publish(volume);
+        c_.publish(volume);
         copy->finish();
     }
     *copyErrors = copy->destinationErrors();
     return whole;
 }
 
-bool AppController::copyDisk(const QString& path, const QStringList& destinations,
-                             const std::shared_ptr<QVVolume>& volume) {
+bool VolumeCopyStage::copyDisk(const QString& path, const QStringList& destinations,
+                               const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
-    const QDateTime started = services_.clock->now();
+    const QDateTime started = c_.services.clock->now();
     std::vector<std::uint64_t> freeAtStart;
     for (const QString& destination : destinations) {
         FileLayer::Space space;
         freeAtStart.push_back(
-            fileLayer_.freeSpace(PathText::bytes(destination), &space) == 0 ? space.available : 0);
+            c_.files.freeSpace(PathText::bytes(destination), &space) == 0 ? space.available : 0);
     }
     bool copyFailed = false;
     std::vector<int> copyErrors;
@@ -110,7 +126,7 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     // A card cancelled or pulled away stops here, its folders marked as not complete.
     if (v.status() == QVVolume::Cancelled) {
         markEndedEarly(volume, path, started);
-        stopCancelledTransfer(volume, destinations);
+        c_.flow.stopCancelledTransfer(volume, destinations);
         return true;
     }
     checkCardHistory(v, path);
@@ -122,31 +138,28 @@ bool AppController::copyDisk(const QString& path, const QStringList& destination
     setOutcome(v, copyFailed, copyErrors, freeAtStart);
     if (v.status() == QVVolume::Cancelled) {
         markEndedEarly(volume, path, started);
-        stopCancelledTransfer(volume, destinations);
+        c_.flow.stopCancelledTransfer(volume, destinations);
         return true;
     }
 
-    onMainThread(
+    c_.onMainThread(
         [this] {
-            reloadVolumeList();
-            refreshTotalRemainingSpace();
+            c_.flow.reloadVolumeList();
+            c_.flow.refreshTotalRemainingSpace();
         },
         false);
-    cancelVolume(v);
-    finishVolume(volume);
-    onMainThread([this] { view_.setBadge(QString()); }, false);
+    c_.flow.cancelVolume(v);
+    c_.flow.finishVolume(volume);
+    c_.onMainThread([this] { c_.view.setBadge(QString()); }, false);
     return true;
 }
 
-void AppController::markEndedEarly(const std::shared_ptr<QVVolume>& volume, const QString& cardPath,
-                                   const QDateTime& started) {
+void VolumeCopyStage::markEndedEarly(const std::shared_ptr<QVVolume>& volume,
+                                     const QString& cardPath, const QDateTime& started) {
     QVVolume& v = *volume;
     const QStringList destinations = v.destinations();
-    {
-        const std::lock_guard lock(removalMutex_);
-        if (destinations.isEmpty() || inImageMode(v) || removalRequests_.count(volume) > 0)
-            return;
-    }
+    if (destinations.isEmpty() || c_.inImageMode(v) || c_.flow.isBeingRemoved(volume))
+        return;
     // Stopped before the first file: the folders are marked all the same.
     std::shared_ptr<TransferLedger> ledger = v.ledger();
     if (!ledger) {
@@ -159,8 +172,8 @@ void AppController::markEndedEarly(const std::shared_ptr<QVVolume>& volume, cons
     writeReportForVolume(v, cardPath, reportContent(v, started));
 }
 
-QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>& copyErrors,
-                                            const std::vector<std::uint64_t>& freeAtStart) const {
+QString VolumeCopyStage::fullDestinationsText(QVVolume& v, const std::vector<int>& copyErrors,
+                                              const std::vector<std::uint64_t>& freeAtStart) const {
     const QStringList destinations = v.destinations();
     const std::shared_ptr<TransferLedger> ledger = v.ledger();
     QStringList full;
@@ -170,14 +183,14 @@ QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>&
         const int error = d < copyErrors.size() ? copyErrors[d] : 0;
         // The folder the crew ticked, not the one reserved inside it.
         QString name = destinations[i];
-        for (const DestinationEntry& entry : destinationList()) {
+        for (const DestinationEntry& entry : c_.volumes.destinations()) {
             if (!entry.path.isEmpty() && destinations[i].startsWith(entry.path))
                 name = entry.path;
         }
         if (error == ENOSPC || error == EDQUOT) {
             full << QStringLiteral("No space left on %1 (needs %2, %3 free)")
                         .arg(name,
-                             QVFileManager::formatFileSize(double(v.totalMediaUsage(fileLayer_))),
+                             QVFileManager::formatFileSize(double(v.totalMediaUsage(c_.files))),
                              QVFileManager::formatFileSize(
                                  double(d < freeAtStart.size() ? freeAtStart[d] : 0)));
         } else if (ledger && d < ledger->destinationCount() && ledger->isComplete(d)) {
@@ -192,9 +205,9 @@ QString AppController::fullDestinationsText(QVVolume& v, const std::vector<int>&
     return text;
 }
 
-void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<int>& copyErrors,
-                               const std::vector<std::uint64_t>& freeAtStart) {
-    const bool growl = optionsOf(v)->notify;
+void VolumeCopyStage::setOutcome(QVVolume& v, bool copyFailed, const std::vector<int>& copyErrors,
+                                 const std::vector<std::uint64_t>& freeAtStart) {
+    const bool growl = c_.optionsOf(v)->notify;
     const std::shared_ptr<TransferLedger> ledger = v.ledger();
     // A full disk is named as such, not as the damage its last, cut-short copy shows.
     if (const QString full = fullDestinationsText(v, copyErrors, freeAtStart); !full.isEmpty()) {
@@ -202,8 +215,9 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<i
         v.setErrorString(full);
         QVLog::appendLog(u"Error: %@", full);
         if (growl)
-            services_.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
-                                                     QString(), QStringLiteral("Transfer Failed"));
+            c_.services.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
+                                                       QString(),
+                                                       QStringLiteral("Transfer Failed"));
         return;
     }
     if (!v.failedFiles().empty()) {
@@ -214,9 +228,9 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<i
         QVLog::appendLog(u"%@", reason);
         if (growl) {
             QVLog::appendLog(u"Showing Growl failure alert...");
-            services_.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
-                                                     v.name(), QString(),
-                                                     QStringLiteral("Transfer Failed"));
+            c_.services.notifier.postGrowlNotification(QStringLiteral("Verification Failed"),
+                                                       v.name(), QString(),
+                                                       QStringLiteral("Transfer Failed"));
         }
     } else if (copyFailed || (ledger && ledger->hasProblems())) {
         v.setStatus(QVVolume::Failed);
@@ -224,24 +238,25 @@ void AppController::setOutcome(QVVolume& v, bool copyFailed, const std::vector<i
         QVLog::appendLog(u"Error: File copy failed");
         if (growl) {
             QVLog::appendLog(u"Showing Growl failure alert...");
-            services_.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
-                                                     QString(), QStringLiteral("Transfer Failed"));
+            c_.services.notifier.postGrowlNotification(QStringLiteral("Transfer Failed"), v.name(),
+                                                       QString(),
+                                                       QStringLiteral("Transfer Failed"));
         }
     } else {
         v.setStatusUnlessCancelled(QVVolume::Done);
     }
 }
 
-bool AppController::copyItem(const QString& item, const QStringList& destinations,
-                             const QString& relativeSource,
-                             const std::shared_ptr<QVVolume>& volume) {
+bool VolumeCopyStage::copyItem(const QString& item, const QStringList& destinations,
+                               const QString& relativeSource,
+                               const std::shared_ptr<QVVolume>& volume) {
     const std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, relativeSource);
     const bool copied = copy->copyItem(PathText::bytes(item));
     copy->finish();
     return copied && !copy->ledger()->hasProblems();
 }
 
-void AppController::copyFilesWithSettings(const CopyFilesSettings& settings) {
+void VolumeCopyStage::copyFilesWithSettings(const CopyFilesSettings& settings) {
     try {
         copyFiles(settings.files, settings.volume);
     } catch (const std::exception& exception) {
@@ -249,23 +264,23 @@ void AppController::copyFilesWithSettings(const CopyFilesSettings& settings) {
     }
 }
 
-void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume) {
+void VolumeCopyStage::copyFiles(const QStringList& names, const std::shared_ptr<QVVolume>& volume) {
     QVVolume& v = *volume;
     const QString root = v.path();
     const QStringList destinations = v.destinations();
     QVLog::appendLog(u"Copying files %@ from %@ to %@", names.join(u", "), root,
                      destinations.join(u", "));
-    onMainThread(
+    c_.onMainThread(
         [this, &v] {
             v.resetProgress();
             v.setStatus(QVVolume::Copying);
-            reloadVolumeList();
+            c_.flow.reloadVolumeList();
         },
         true);
     std::uint64_t total = 0;
     for (const QString& name : names)
-        total += fileManager_.fileSize(root + u'/' + name);
-    onMainThread([&v, total] { v.setMaxProgressValue(double(total)); }, true);
+        total += c_.fileManager.fileSize(root + u'/' + name);
+    c_.onMainThread([&v, total] { v.setMaxProgressValue(double(total)); }, true);
     const std::unique_ptr<VolumeCopy> copy = startVolumeCopy(volume, destinations, root);
     for (const QString& name : names) {
         if (v.status() == QVVolume::Cancelled)
@@ -278,7 +293,7 @@ void AppController::copyFiles(const QStringList& names, const std::shared_ptr<QV
     copy->finish();
 }
 
-void AppController::writeChecksumFileForVolume(QVVolume& volume) {
+void VolumeCopyStage::writeChecksumFileForVolume(QVVolume& volume) {
     try {
         const QStringList destinations = volume.destinations();
         const std::shared_ptr<TransferLedger> ledger = volume.ledger();
@@ -290,13 +305,13 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
             QByteArray name = ledger->manifestName(i);
             if (name.isEmpty()) {
                 // A file of the card may already sit under the usual name; it is never replaced.
-                name = ChecksumManifest::nameFor(fileLayer_, folder);
+                name = ChecksumManifest::nameFor(c_.files, folder);
                 ledger->setManifestName(i, name);
             }
-            StreamedFile file(fileLayer_, folder + '/' + name);
+            StreamedFile file(c_.files, folder + '/' + name);
             ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
             QString error;
-            writeChecksumList(*ledger, i, folder, optionsOf(volume)->digest());
+            writeChecksumList(*ledger, i, folder, c_.optionsOf(volume)->digest());
             if (file.commit(&error))
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
@@ -311,22 +326,22 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
     }
 }
 
-void AppController::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
-                                      const QByteArray& folder, DigestContext::Kind kind) {
+void VolumeCopyStage::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
+                                        const QByteArray& folder, DigestContext::Kind kind) {
     QString error;
-    if (!ChecksumList::write(fileLayer_, ledger, destination, folder, kind, &error))
+    if (!ChecksumList::write(c_.files, ledger, destination, folder, kind, &error))
         QVLog::appendLog(u"%@ not written to %@: %@",
                          QString::fromLatin1(ChecksumList::fileName(kind)),
                          PathText::display(folder), error);
 }
 
-void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) {
+void VolumeCopyStage::checkCardHistory(QVVolume& volume, const QString& cardPath) {
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     if (!ledger)
         return;
     try {
         const QStringList damaged = HistorySealer::contradictions(
-            fileLayer_, *ledger, PathText::bytes(cardPath), optionsOf(volume)->digest());
+            c_.files, *ledger, PathText::bytes(cardPath), c_.optionsOf(volume)->digest());
         for (const QString& path : damaged) {
             QVLog::appendLog(u"Card damaged: %@ differs from the card's own ASC MHL history", path);
             ledger->recordFailure("/" + PathText::bytes(path), TransferLedger::kAllDestinations,
@@ -338,15 +353,15 @@ void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) 
     }
 }
 
-TransferReport::Content AppController::reportContent(QVVolume& volume, const QDateTime& start) {
+TransferReport::Content VolumeCopyStage::reportContent(QVVolume& volume, const QDateTime& start) {
     TransferReport::Content report;
     report.card.name = volume.name();
     report.card.format = volume.typeName();
-    report.card.bytes = volume.totalMediaUsage(fileLayer_);
+    report.card.bytes = volume.totalMediaUsage(c_.files);
     if (const quint64 device = volume.sourceDevice(); device != 0)
         report.card.device = QStringLiteral("%1:%2").arg(major(device)).arg(minor(device));
-    report.card.fileSystem = volume.udid(services_.disks);
-    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
+    report.card.fileSystem = volume.udid(c_.services.disks);
+    const std::shared_ptr<const TransferOptions> options = c_.optionsOf(volume);
     report.digest = DigestContext::name(options->digest());
     const TransferChecks checks = volume.transferChecks();
     if (!checks.checksums)
@@ -360,7 +375,7 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     const QString whole = checks.checksums ? QStringLiteral("complete and verified")
                                            : QStringLiteral("complete, copied, not verified");
     report.start = start;
-    report.end = services_.clock->now();
+    report.end = c_.services.clock->now();
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
     if (!ledger)
         return report;
@@ -403,18 +418,18 @@ TransferReport::Content AppController::reportContent(QVVolume& volume, const QDa
     return report;
 }
 
-void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPath,
-                                         const TransferReport::Content& report) {
+void VolumeCopyStage::writeReportForVolume(QVVolume& volume, const QString& cardPath,
+                                           const TransferReport::Content& report) {
     try {
         struct stat status {};
         // A card file of that name is copied as it is and never replaced.
-        if (fileLayer_.linkStatus(PathText::bytes(cardPath) + '/' + CardFiles::kReport, &status) ==
+        if (c_.files.linkStatus(PathText::bytes(cardPath) + '/' + CardFiles::kReport, &status) ==
             0) {
             QVLog::appendLog(u"No transfer report: the card has a file of its name");
             return;
         }
         for (const QString& folder : volume.destinations()) {
-            StreamedFile file(fileLayer_, PathText::bytes(folder) + '/' + CardFiles::kReport);
+            StreamedFile file(c_.files, PathText::bytes(folder) + '/' + CardFiles::kReport);
             TransferReport::write(report, [&](const QByteArray& piece) { file.append(piece); });
             QString error;
             if (!file.commit(&error))
@@ -425,9 +440,9 @@ void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPa
     }
 }
 
-void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardRecord) {
+void VolumeCopyStage::writeHistoryForVolume(QVVolume& volume, const QString& cardRecord) {
     const std::shared_ptr<TransferLedger> ledger = volume.ledger();
-    const std::shared_ptr<const TransferOptions> options = optionsOf(volume);
+    const std::shared_ptr<const TransferOptions> options = c_.optionsOf(volume);
     if (!ledger || !options->writeHistory)
         return;
     try {
@@ -441,8 +456,8 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
                 continue;
             const QString& folder = destinations[qsizetype(i)];
             const HistorySealer::Result result =
-                HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind,
-                                    services_.clock->now(), cardRecord, options->alsoDigests);
+                HistorySealer::seal(c_.files, *ledger, PathText::bytes(folder), kind,
+                                    c_.services.clock->now(), cardRecord, options->alsoDigests);
             if (!result.written)
                 QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
             else if (!result.error.isEmpty())
@@ -451,4 +466,16 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeHistoryForVolume:");
     }
+}
+
+bool VolumeCopyStage::createDiskImage(const QString& imagePath, const QString& volumePath) {
+    std::shared_ptr<QVVolume> volume;
+    for (const auto& listed : c_.volumes.volumes()) {
+        if (listed->path() == volumePath)
+            volume = listed;
+    }
+    if (!volume)
+        volume = std::make_shared<QVVolume>(c_.services.clock);  // a bar nobody looks at
+    const VerificationType type = c_.optionsOf(*volume)->verification;
+    return c_.images.create(imagePath, volumePath, type, *c_.flow.copierFor(volume));
 }

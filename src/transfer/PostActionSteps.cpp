@@ -1,10 +1,16 @@
 // What runs after a verified transfer, step by step and in this order: marker, manifest,
 // spreadsheet, then on the copy (movie metadata, refresh, reveal, player, editing application,
 // archive), then eject, sound, notification, "Done" and the attention request.
-#include "AppController.h"
+#include "PostActionSteps.h"
+
+#include "AppView.h"
 #include "ArchiveAction.h"
 #include "CardFiles.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
 #include "Desktop.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "EditingHandOffAction.h"
 #include "EmbedMetadataAction.h"
 #include "LocalPaths.h"
@@ -12,10 +18,21 @@
 #include "PostActionRun.h"
 #include "Preferences.h"
 #include "QVException.h"
+#include "QVFileManager.h"
 #include "QVLog.h"
+#include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
 #include "SpreadsheetAction.h"
 #include "SwitchedAction.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
 namespace {
 
@@ -25,9 +42,9 @@ QString plural(qsizetype count, const QString& noun) {
 
 }  // namespace
 
-void AppController::buildPostActions() {
+PostActionSteps::PostActionSteps(ControllerContext& context) : c_(context) {
     const auto step = [this](SwitchedAction::Step s) {
-        postActions_.append(std::make_unique<SwitchedAction>(std::move(s)));
+        steps_.append(std::make_unique<SwitchedAction>(std::move(s)));
     };
     step({u"writeDoneFlag"_qs, SettingsKey::writeDoneFlag, {}, false, [this](PostActionRun& run) {
               // A folder the user added is not a card: it never carries the marker.
@@ -35,37 +52,37 @@ void AppController::buildPostActions() {
                   return;
               const QString marker =
                   run.volume().path() + u'/' + QString::fromLatin1(CardFiles::kMarker);
-              if (fileManager_.createEmptyFile(marker))
+              if (c_.fileManager.createEmptyFile(marker))
                   run.report(u"Done marker: "_qs + marker);
           }});
     step({u"writeChecksumFileForVolume:"_qs, nullptr, u"Writing checksum file..."_qs, false,
           [this](PostActionRun& run) {
-              writeChecksumFileForVolume(run.volume());
+              c_.flow.writeChecksumFileForVolume(run.volume());
               run.report(u"Checksum manifest written to "_qs +
                          plural(run.volume().destinations().size(), u"destination"_qs));
           }});
-    postActions_.append(std::make_unique<SpreadsheetAction>(services_.disks));
-    postActions_.append(std::make_unique<EmbedMetadataAction>(
-        services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
+    steps_.append(std::make_unique<SpreadsheetAction>(c_.services.disks));
+    steps_.append(std::make_unique<EmbedMetadataAction>(
+        c_.services.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
     step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {
               for (const QString& destination : run.volume().destinations())
-                  services_.desktop.noteFileSystemChanged(destination);
+                  c_.services.desktop.noteFileSystemChanged(destination);
           }});
     step({u"showFinder"_qs, SettingsKey::actionShowFinder, u"Showing folder in Finder..."_qs, true,
           [this](PostActionRun& run) {
-              if (services_.desktop.revealFolder(run.firstDestination()))
+              if (c_.services.desktop.revealFolder(run.firstDestination()))
                   run.report(u"Shown in the file manager: "_qs + run.firstDestination());
           }});
     step({u"openQTPlayer"_qs, SettingsKey::actionOpenQTPlayer,
           u"Opening files in QuickTime Player..."_qs, true, [this](PostActionRun& run) {
               const QStringList& movies = run.movies();
-              if (!movies.isEmpty() && services_.desktop.openFiles(movies))
+              if (!movies.isEmpty() && c_.services.desktop.openFiles(movies))
                   run.report(u"Opened "_qs + plural(movies.size(), u"movie"_qs));
           }});
-    postActions_.append(std::make_unique<EditingHandOffAction>(
-        settings_, services_.processes, LocalPaths::helperProgram(u"QTTimecodeTool"_qs)));
-    postActions_.append(
-        std::make_unique<ArchiveAction>(settings_, fileManager_, services_.processes));
+    steps_.append(std::make_unique<EditingHandOffAction>(
+        c_.settings, c_.services.processes, LocalPaths::helperProgram(u"QTTimecodeTool"_qs)));
+    steps_.append(
+        std::make_unique<ArchiveAction>(c_.settings, c_.fileManager, c_.services.processes));
     step({u"ejectVolume:"_qs, SettingsKey::actionEject, {}, false, [this](PostActionRun& run) {
               QVLog::appendLog(u"Ejecting volume %@", run.volume().name());
               if (ejectAfterTransfer(run.volume()))
@@ -73,47 +90,49 @@ void AppController::buildPostActions() {
           }});
     step({u"playSound"_qs, SettingsKey::actionSound, u"Playing sound..."_qs, false,
           [this](PostActionRun& run) {
-              if (services_.desktop.playSound(u"complete"_qs))
+              if (c_.services.desktop.playSound(u"complete"_qs))
                   run.report(u"Played the completion sound"_qs);
           }});
     step({u"postGrowlNotification"_qs, SettingsKey::actionGrowl, u"Showing Growl alert..."_qs,
           false, [this](PostActionRun& run) {
-              services_.notifier.postGrowlNotification(u"Transfer Complete"_qs, run.volume().name(),
-                                                       QString(), u"Transfer Complete"_qs);
+              c_.services.notifier.postGrowlNotification(
+                  u"Transfer Complete"_qs, run.volume().name(), QString(), u"Transfer Complete"_qs);
           }});
     step({u"finish"_qs, nullptr, u"Finishing..."_qs, false, [this](PostActionRun& run) {
               run.volume().setStatus(QVVolume::Done);
-              updates_.changed(run.volumePointer());
-              onMainThread([this] { reloadVolumeList(); }, true);
-              onMainThread([this] { updateToolbarForTableSelection(); }, true);
-              onMainThread([this] { refreshTotalRemainingSpace(); }, true);
+              c_.updates.changed(run.volumePointer());
+              c_.onMainThread([this] { c_.flow.reloadVolumeList(); }, true);
+              c_.onMainThread([this] { c_.flow.updateToolbarForTableSelection(); }, true);
+              c_.onMainThread([this] { c_.flow.refreshTotalRemainingSpace(); }, true);
           }});
     step({u"bounceDock"_qs, SettingsKey::actionBounceDock, {}, false, [this](PostActionRun&) {
-              services_.desktop.requestAttention();
+              c_.services.desktop.requestAttention();
           }});
 }
 
-void AppController::performPostActions(const std::shared_ptr<QVVolume>& volume) {
+void PostActionSteps::performPostActions(const std::shared_ptr<QVVolume>& volume) {
     try {
         QVLog::appendLog(u"Performing post actions on volume %@", volume->path());
         volume->setStatus(QVVolume::Finishing);
-        publish(volume, true);
-        PostActionRun run(volume, optionsOf(*volume), [this, volume](const QString& line) {
-            onMainThread([this, volume, line] { view_.postActionDone(volume, line); }, true);
+        c_.publish(volume, true);
+        PostActionRun run(volume, c_.optionsOf(*volume), [this, volume](const QString& line) {
+            c_.onMainThread(
+                [this, shot = volume->snapshot(), line] { c_.view.postActionDone(*shot, line); },
+                true);
         });
-        postActions_.perform(run);
+        steps_.perform(run);
     } catch (const std::exception& exception) {
         QVException::logException(exception, "performPostActions:");
     }
-    endTransfer(volume);
+    c_.flow.endTransfer(volume);
 }
 
 // A folder the user added lives on a drive that holds other things, maybe the system's own:
 // only a card is unmounted and powered off.
-bool AppController::ejectAfterTransfer(QVVolume& volume) {
+bool PostActionSteps::ejectAfterTransfer(QVVolume& volume) {
     if (volume.isFolder()) {
         QVLog::appendLog(u"%@ is a folder, not a card: it is not ejected", volume.path());
         return false;
     }
-    return ejectVolume(volume);
+    return c_.flow.ejectVolume(volume);
 }

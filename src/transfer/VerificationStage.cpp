@@ -1,5 +1,7 @@
 // Verification after a transfer: sizes and digests read back from every destination and
 // compared with the card's.
+#include "VerificationStage.h"
+
 #include <sys/stat.h>
 
 #include <QDateTime>
@@ -7,15 +9,30 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include "AppController.h"
+#include "AppView.h"
 #include "AscMhlHistory.h"
 #include "ChecksumManifest.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "FileHash.h"
 #include "MainThread.h"
 #include "Preferences.h"
 #include "QVException.h"
+#include "QVFileManager.h"
 #include "QVLog.h"
+#include "QVVolume.h"
+#include "Services.h"
 #include "SettingsStore.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
 namespace {
 
@@ -36,67 +53,69 @@ QString describe(const QVVolume::ChecksumMap& digests) {
 
 }  // namespace
 
-std::optional<AppController::SizeMap> AppController::fileSizeDictForFolder(
+std::optional<VerificationStage::SizeMap> VerificationStage::fileSizeDictForFolder(
     const QString& folder, const QString& basePath) const {
-    return verification_.fileSizeDictForFolder(folder, basePath);
+    return c_.verification.fileSizeDictForFolder(folder, basePath);
 }
 
-AppController::SizeMap AppController::fileSizeDictForPaths(const QStringList& paths,
-                                                           const QString& basePath) const {
-    return verification_.fileSizeDictForPaths(paths, basePath);
+VerificationStage::SizeMap VerificationStage::fileSizeDictForPaths(const QStringList& paths,
+                                                                   const QString& basePath) const {
+    return c_.verification.fileSizeDictForPaths(paths, basePath);
 }
 
-DigestContext::Kind AppController::verificationKind(QVVolume& volume) const {
-    return optionsOf(volume)->digest();
+DigestContext::Kind VerificationStage::verificationKind(QVVolume& volume) const {
+    return c_.optionsOf(volume)->digest();
 }
 
-void AppController::checksumDictForFolder(const QString& folder, const QString& basePath,
-                                          const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumDictForFolder(folder, basePath, volume, isSource,
-                                        verificationKind(*volume));
+void VerificationStage::checksumDictForFolder(const QString& folder, const QString& basePath,
+                                              const std::shared_ptr<QVVolume>& volume,
+                                              bool isSource) {
+    c_.verification.checksumDictForFolder(folder, basePath, volume, isSource,
+                                          verificationKind(*volume));
 }
 
-void AppController::checksumDictForFiles(const QStringList& paths, const QString& basePath,
-                                         const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumDictForFiles(paths, basePath, volume, isSource,
-                                       verificationKind(*volume));
+void VerificationStage::checksumDictForFiles(const QStringList& paths, const QString& basePath,
+                                             const std::shared_ptr<QVVolume>& volume,
+                                             bool isSource) {
+    c_.verification.checksumDictForFiles(paths, basePath, volume, isSource,
+                                         verificationKind(*volume));
 }
 
-void AppController::checksumFile(const QString& path, const QString& basePath,
-                                 const std::shared_ptr<QVVolume>& volume, bool isSource) {
-    verification_.checksumFile(path, basePath, volume, isSource, verificationKind(*volume));
+void VerificationStage::checksumFile(const QString& path, const QString& basePath,
+                                     const std::shared_ptr<QVVolume>& volume, bool isSource) {
+    c_.verification.checksumFile(path, basePath, volume, isSource, verificationKind(*volume));
 }
 
-void AppController::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
+void VerificationStage::verificationProgressUpdate(std::uint64_t bytes, QVVolume& volume) {
     if (volume.status() == QVVolume::Cancelled)
         return;
-    if (progress_.advanceVerification(volume, double(bytes), services_.clock->now()))
-        onMainThread([this] { reloadVolumeList(); }, false);
+    if (c_.progress.advanceVerification(volume, double(bytes), c_.services.clock->now()))
+        c_.onMainThread([this] { c_.flow.reloadVolumeList(); }, false);
 }
 
-void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString&) {
+void VerificationStage::verifyVolume(const std::shared_ptr<QVVolume>& volume, const QString&) {
     QVVolume& v = *volume;
     const QString path = v.path();
     const auto finish = [this, volume] {
-        onMainThread([this, volume] { finishVolume(volume); }, true);
+        c_.onMainThread([this, volume] { c_.flow.finishVolume(volume); }, true);
     };
     const auto fail = [this, &v, volume](const QString& reason) {
         v.setStatus(QVVolume::Failed);
         v.setErrorString(reason);
         QVLog::appendLog(u"%@", reason);
-        incrementFailureCountForVolume(v);
+        c_.flow.incrementFailureCountForVolume(v);
     };
     const auto showReview = [this, volume] {
-        onMainThread([this, volume] { view_.showVerificationFailureForVolume(volume); }, true);
+        c_.onMainThread([this, volume] { c_.view.showVerificationFailureForVolume(volume); }, true);
     };
     const auto setVerifying = [this, &v, volume] {
         if (v.status() == QVVolume::Cancelled)
             return;  // a card pulled while its images were written stays interrupted
         v.setStatus(QVVolume::Verifying);
-        publish(volume, true);
+        c_.publish(volume, true);
     };
     const QStringList destinations = v.destinations();
-    const std::shared_ptr<const TransferOptions> options = optionsOf(v);
+    const std::shared_ptr<const TransferOptions> options = c_.optionsOf(v);
     const bool imageMode = options->diskImage;
 
     if (options->verifySizes) {
@@ -128,8 +147,8 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
     QVLog::appendLog(u"Verifying file checksums for volume %@", path);
     const auto withPath = std::count_if(destinations.begin(), destinations.end(),
                                         [](const QString& d) { return !d.isEmpty(); });
-    const double extra = double(withPath) * double(transferSize(v));
-    onMainThread([&v, extra] { v.incrementMaxProgress(extra); }, true);
+    const double extra = double(withPath) * double(c_.flow.transferSize(v));
+    c_.onMainThread([&v, extra] { v.incrementMaxProgress(extra); }, true);
     v.timeEstimate().reset();
     v.timeEstimate().start();
     setVerifying();
@@ -146,7 +165,7 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
             return finish();
         }
         if (v.status() == QVVolume::Cancelled)
-            return stopCancelledTransfer(volume, destinations);
+            return c_.flow.stopCancelledTransfer(volume, destinations);
         return finish();
     }
     if (v.status() == QVVolume::Failed)
@@ -164,7 +183,7 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
                 return;
             checksumDictForFolder(destination, destination, volume, false);
         }
-        verification_.waitUntilDone();
+        c_.verification.waitUntilDone();
     }
     if (v.status() == QVVolume::Cancelled)
         return;
@@ -184,9 +203,15 @@ void AppController::verifyVolume(const std::shared_ptr<QVVolume>& volume, const 
         if (digests == sources)
             continue;
         fail(QStringLiteral("Verification failure: Source files do not match destination files"));
-        writeChecksumFileForVolume(v);
+        c_.flow.writeChecksumFileForVolume(v);
         showReview();
         return finish();
     }
     finish();
+}
+
+int VerificationStage::verifyDiskImage(const QString& imagePath, QVVolume& volume) {
+    return c_.images.verify(imagePath, [this, &volume](std::uint64_t bytes) {
+        verificationProgressUpdate(bytes, volume);
+    });
 }

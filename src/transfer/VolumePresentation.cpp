@@ -1,5 +1,4 @@
-// What the transfer shows: list reloads, the toolbar for the selection, the free space of the
-// destination drives. Main thread only.
+#include "VolumePresentation.h"
 
 #include <sys/stat.h>
 
@@ -9,7 +8,11 @@
 #include <cstring>
 #include <set>
 
-#include "AppController.h"
+#include "AppView.h"
+#include "ControllerContext.h"
+#include "ControllerFlow.h"
+#include "DestinationReservation.h"
+#include "DiskImages.h"
 #include "FileLayer.h"
 #include "LocalPaths.h"
 #include "MetadataField.h"
@@ -18,18 +21,37 @@
 #include "QVFileManager.h"
 #include "QVLog.h"
 #include "QVVolume.h"
+#include "Services.h"
+#include "TransferOptions.h"
+#include "TransferProgress.h"
+#include "TransferQueue.h"
+#include "TransferSettings.h"
+#include "TransferStages.h"
+#include "VolumeList.h"
+#include "VolumeUpdates.h"
+#include "VolumeVerification.h"
 
-void AppController::reloadVolumeList() {
-    view_.reloadVolumeList();
+ToolbarState VolumePresentation::transferItem(bool asCancel) {
+    ToolbarState state;
+    state.transferCancels = asCancel;
+    state.transferLabel = asCancel ? QStringLiteral(" Cancel ") : QStringLiteral("Transfer");
+    state.transferImage =
+        asCancel ? QStringLiteral("stop-progress") : QStringLiteral("Transfer.png");
+    state.transferEnabled = true;
+    return state;
 }
 
-void AppController::updateToolbarForTableSelection() {
-    view_.setToolbarState(toolbarForSelection());
+void VolumePresentation::reloadVolumeList() {
+    c_.view.reloadVolumeList();
 }
 
-bool AppController::selectionIsBusy() const {
-    const std::vector<std::shared_ptr<QVVolume>> selected = selectedVolumes();
-    const TransferQueue::Volumes waiting = queue_.waiting();
+void VolumePresentation::updateToolbarForTableSelection() {
+    c_.view.setToolbarState(toolbarForSelection());
+}
+
+bool VolumePresentation::selectionIsBusy() const {
+    const std::vector<std::shared_ptr<QVVolume>> selected = c_.selectedVolumes();
+    const TransferQueue::Volumes waiting = c_.queue.waiting();
     // A cancelled or failed card is not busy: it can be started again.
     return std::any_of(selected.begin(), selected.end(), [&](const auto& volume) {
         const VolumeStatus status = volume->status();
@@ -39,8 +61,8 @@ bool AppController::selectionIsBusy() const {
     });
 }
 
-ToolbarState AppController::toolbarForSelection() const {
-    const std::vector<std::shared_ptr<QVVolume>> selected = selectedVolumes();
+ToolbarState VolumePresentation::toolbarForSelection() const {
+    const std::vector<std::shared_ptr<QVVolume>> selected = c_.selectedVolumes();
     ToolbarState state = transferItem(false);
     state.transferEnabled = false;
     if (!selected.empty()) {
@@ -48,8 +70,9 @@ ToolbarState AppController::toolbarForSelection() const {
         state = transferItem(busy);
         state.ejectEnabled = !busy;
         // Offered once a selected card has a verified copy; erase() names any that has none.
-        state.eraseEnabled = std::any_of(selected.begin(), selected.end(),
-                                         [this](const auto& v) { return !eraseRefusal(*v); });
+        state.eraseEnabled = std::any_of(selected.begin(), selected.end(), [this](const auto& v) {
+            return !c_.flow.eraseRefusal(*v);
+        });
         state.transferEnabled = state.infoEnabled = state.ignoreEnabled = true;
         state.revealTransferredEnabled = true;
     }
@@ -69,17 +92,17 @@ QByteArray nearestExisting(FileLayer& files, QByteArray path, struct stat* statu
 
 }  // namespace
 
-void AppController::refreshTotalRemainingSpace() {
+void VolumePresentation::refreshTotalRemainingSpace() {
     // Each file system once, known by its device: two folders on one disk share its room.
     std::set<dev_t> systems;
     double total = 0;
-    for (const DestinationEntry& entry : destinationList()) {
+    for (const DestinationEntry& entry : c_.volumes.destinations()) {
         if (!entry.isSelected() || entry.path.isEmpty())
             continue;
         struct stat status {};
-        const QByteArray drive = nearestExisting(fileLayer_, PathText::bytes(entry.path), &status);
+        const QByteArray drive = nearestExisting(c_.files, PathText::bytes(entry.path), &status);
         FileLayer::Space space;
-        if (fileLayer_.status(drive, &status) != 0 || fileLayer_.freeSpace(drive, &space) != 0) {
+        if (c_.files.status(drive, &status) != 0 || c_.files.freeSpace(drive, &space) != 0) {
             QVLog::appendLog(u"Error getting free space for drive %@: %@", PathText::display(drive),
                              QString::fromLocal8Bit(std::strerror(errno)));
             continue;
@@ -87,27 +110,27 @@ void AppController::refreshTotalRemainingSpace() {
         if (systems.insert(status.st_dev).second)
             total += double(space.available);
     }
-    view_.setRemainingSpaceText(QStringLiteral("Total Remaining Space on Media Drives: %1")
-                                    .arg(QVFileManager::formatFileSize(total)));
+    c_.view.setRemainingSpaceText(QStringLiteral("Total Remaining Space on Media Drives: %1")
+                                      .arg(QVFileManager::formatFileSize(total)));
     showDestinationSummary();
 }
 
-void AppController::showDestinationSummary() {
+void VolumePresentation::showDestinationSummary() {
     struct stat root {};
-    const bool rootKnown = fileLayer_.status("/", &root) == 0;
+    const bool rootKnown = c_.files.status("/", &root) == 0;
     QStringList ticked;
     QStringList onSystemDisk;
-    for (const DestinationEntry& entry : destinationList()) {
+    for (const DestinationEntry& entry : c_.volumes.destinations()) {
         if (!entry.isSelected() || entry.path.isEmpty())
             continue;
         ticked << entry.path;
         struct stat status {};
-        nearestExisting(fileLayer_, PathText::bytes(entry.path), &status);
+        nearestExisting(c_.files, PathText::bytes(entry.path), &status);
         if (rootKnown && status.st_dev == root.st_dev)
             onSystemDisk << entry.path;
     }
     if (ticked.isEmpty()) {
-        view_.setDestinationSummary(
+        c_.view.setDestinationSummary(
             QStringLiteral("No destination is ticked: cards can't be transferred until one is."),
             true);
         return;
@@ -124,7 +147,7 @@ void AppController::showDestinationSummary() {
                     "there is lost with the computer.")
                     .arg(which);
     }
-    view_.setDestinationSummary(text, !onSystemDisk.isEmpty());
+    c_.view.setDestinationSummary(text, !onSystemDisk.isEmpty());
 }
 
 namespace {
@@ -133,14 +156,14 @@ const QString kMetaPrefix = QStringLiteral("QVMeta");
 
 }  // namespace
 
-void AppController::changeDestinationList(const std::vector<DestinationEntry>& list) {
-    setDestinationList(list);
-    Preferences(settings_).setDestinationList(list);
+void VolumePresentation::changeDestinationList(const std::vector<DestinationEntry>& list) {
+    c_.volumes.setDestinations(list);
+    Preferences(c_.settings).setDestinationList(list);
     refreshTotalRemainingSpace();
 }
 
-void AppController::addDestinations(const QStringList& folders) {
-    std::vector<DestinationEntry> list = destinationList();
+void VolumePresentation::addDestinations(const QStringList& folders) {
+    std::vector<DestinationEntry> list = c_.volumes.destinations();
     for (const QString& folder : folders) {
         const bool listed =
             std::any_of(list.begin(), list.end(),
@@ -151,8 +174,8 @@ void AppController::addDestinations(const QStringList& folders) {
     changeDestinationList(list);
 }
 
-void AppController::setVolumeListValue(int row, const QString& column, const QString& value) {
-    const auto volumes = volumes_.atRows({row});
+void VolumePresentation::setVolumeListValue(int row, const QString& column, const QString& value) {
+    const auto volumes = c_.volumes.atRows({row});
     if (volumes.empty())
         return;
     const std::shared_ptr<QVVolume>& volume = volumes.front();
@@ -164,14 +187,14 @@ void AppController::setVolumeListValue(int row, const QString& column, const QSt
         values[column] = value;
         volume->setMetadata(values);
         std::vector<MetadataField> fields =
-            MetadataField::listFrom(settings_.object(SettingsKey::metadata));
+            MetadataField::listFrom(c_.settings.object(SettingsKey::metadata));
         for (MetadataField& field : fields) {
             if (field.identifier() == column)
                 field.defaultVal = value;
         }
-        settings_.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+        c_.settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
     } else {
         return;
     }
-    publish(volume);
+    c_.publish(volume);
 }
