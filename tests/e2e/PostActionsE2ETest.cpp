@@ -1,6 +1,7 @@
-// Everything after a verified transfer of a real card, with every step on: the card is marked
-// and ejected, the copies carry manifests, the project its sheet, the movies their tags (with
-// the media untouched), the editing application its clip list, and the archive every file.
+// Everything after a verified transfer of a real card, with every step on, where it meets the
+// real system: the card is marked and ejected, the copies carry manifests, the movies their tags
+// (with the media untouched, by the real tool), and the disk image every file. The order of the
+// steps and what the desktop hears are the unit tests'.
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -16,7 +17,6 @@
 #include "MountTable.h"
 #include "PosixProcessRunner.h"
 #include "Preferences.h"
-#include "QVAppleEvents.h"
 #include "QVTaskEx.h"
 #include "RecordingAppView.h"
 #include "SettingsStore.h"
@@ -128,27 +128,10 @@ TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
                   volume->metadata().at(fields[1].identifier()));
         EXPECT_EQ(movies->payloadDigest(tagged), movies->payloadDigest(original));
     }
-    for (const DestinationEntry& entry : destinations) {
-        const QString sheet = entry.path + "/Untitled Project/Untitled Project Metadata.csv";
-        EXPECT_TRUE(TestFiles::read(sheet).contains("EOS_DIGITAL")) << sheet.toStdString();
-    }
-    const QByteArray clips =
-        TestFiles::read(QVAppleEvents::clipsFilePath(QString(), volume->name()));
-    EXPECT_TRUE(clips.contains("<xmeml") && clips.contains("MVI_0001")) << clips.toStdString();
 
     const QString first = copies[0];
     const QString imageName = "EOS_DIGITAL " + QFileInfo(first).fileName() + " Archive.dmg";
     const QStringList files = filesUnder(first, imageName);
     EXPECT_TRUE(files.contains("DCIM/100EOS5D/MVI_0001.MOV")) << files.join(", ").toStdString();
     EXPECT_EQ(filesInImage(first + "/" + imageName, files), files);
-    EXPECT_EQ(settings.object(SettingsKey::ignoredVolumes).toStringList(),
-              QStringList{QFileInfo(first).fileName()});
-
-    const QStringList requests = services.fakeDesktop.requests();
-    EXPECT_TRUE(requests.contains("reveal " + first));
-    EXPECT_TRUE(requests.contains("open " + first + "/DCIM/100EOS5D/MVI_0001.MOV"));
-    EXPECT_TRUE(requests.contains("sound complete"));
-    EXPECT_EQ(requests.last(), "attention");
-    EXPECT_EQ(notifier.posted(),
-              QStringList{"Transfer Complete | EOS_DIGITAL | Transfer Complete"});
 }
