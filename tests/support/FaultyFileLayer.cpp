@@ -119,28 +119,24 @@ void FaultyFileLayer::failFlushesNamed(const QByteArray& text, int error) {
     unflushableError_ = error;
 }
 
-int FaultyFileLayer::flushErrorFor(int fd) const {
-    if (const int error = faultsFor(fd).flushError)
-        return error;
+bool FaultyFileLayer::refusesFlush(int fd) const {
+    int error = faultsFor(fd).flushError;
     const QByteArray path = pathOf(fd);
-    const std::lock_guard lock(mutex_);
-    return !unflushableName_.isEmpty() && path.contains(unflushableName_) ? unflushableError_ : 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (error == 0 && !unflushableName_.isEmpty() && path.contains(unflushableName_))
+            error = unflushableError_;
+    }
+    errno = error;
+    return error != 0;
 }
 
 int FaultyFileLayer::flushRange(int fd, off_t offset, size_t size) {
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushRange(fd, offset, size);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushRange(fd, offset, size);
 }
 
 int FaultyFileLayer::flushData(int fd) {
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushData(fd);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushData(fd);
 }
 
 int FaultyFileLayer::flushFileSystem(int fd) {
@@ -148,11 +144,7 @@ int FaultyFileLayer::flushFileSystem(int fd) {
         const std::lock_guard lock(mutex_);
         ++fileSystemFlushes_;
     }
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushFileSystem(fd);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushFileSystem(fd);
 }
 
 // The lying byte shows once a drop covering it came after the last write covering it.
