@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
@@ -25,34 +24,6 @@
 #include "TestFiles.h"
 #include "TestMovies.h"
 #include "TestServices.h"
-
-namespace {
-
-// Files under root, relative and sorted, leaving out `except`.
-QStringList filesUnder(const QString& root, const QString& except) {
-    QStringList files;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString relative = QDir(root).relativeFilePath(it.next());
-        if (relative != except)
-            files << relative;
-    }
-    files.sort();
-    return files;
-}
-
-// The files an image holds, as unsquashfs lists them.
-QStringList filesInImage(const QString& image, const QStringList& expected) {
-    const QString listing = QVTaskEx::stringFromTask(SystemTool::find("unsquashfs"), {"-l", image});
-    QStringList found;
-    for (const QString& file : expected) {
-        if (listing.contains("squashfs-root/" + file + "\n"))
-            found << file;
-    }
-    return found;
-}
-
-}  // namespace
 
 class PostActionsE2E : public CardTest {};
 
@@ -131,7 +102,11 @@ TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
 
     const QString first = copies[0];
     const QString imageName = "EOS_DIGITAL " + QFileInfo(first).fileName() + " Archive.dmg";
-    const QStringList files = filesUnder(first, imageName);
-    EXPECT_TRUE(files.contains("DCIM/100EOS5D/MVI_0001.MOV")) << files.join(", ").toStdString();
-    EXPECT_EQ(filesInImage(first + "/" + imageName, files), files);
+    const QString listing =
+        QVTaskEx::stringFromTask(SystemTool::find("unsquashfs"), {"-l", first + "/" + imageName});
+    const auto files = TestFiles::tree(first);
+    EXPECT_TRUE(files.count("/DCIM/100EOS5D/MVI_0001.MOV"));
+    for (const auto& [file, bytes] : files)
+        EXPECT_EQ(listing.contains("squashfs-root" + file + "\n"), file != "/" + imageName)
+            << file.toStdString();
 }
