@@ -4,7 +4,6 @@
 // saved into FOLDER while a card copies.
 #include <gtest/gtest.h>
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -18,6 +17,7 @@
 #include "SettingsStore.h"
 #include "SystemTool.h"
 #include "TestFiles.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -46,13 +46,7 @@ class VirtualDisplay {
 
 // Waits until the file holds the text; false after the time-out.
 bool waitForLine(const QString& file, const QString& text, int seconds) {
-    const QDeadlineTimer deadline(seconds * 1000);
-    while (!TestFiles::read(file).contains(text.toUtf8())) {
-        if (deadline.hasExpired())
-            return false;
-        QThread::msleep(50);
-    }
-    return true;
+    return waitUntil([&] { return TestFiles::read(file).contains(text.toUtf8()); }, seconds * 1000);
 }
 
 // Every file of that name under root.

@@ -3,13 +3,12 @@
 // "-cardsweepVolume" and that card.
 #include <gtest/gtest.h>
 
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
-#include <QThread>
 
 #include "CardTest.h"
 #include "TestFiles.h"
+#include "WaitUntil.h"
 
 class HelperE2E : public CardTest {};
 
@@ -28,15 +27,13 @@ TEST_F(HelperE2E, AMountedCardStartsTheDesktopProgramWithIt) {
     helper.setProcessChannelMode(QProcess::MergedChannels);
     helper.start(CARDSWEEP_HELPER_PATH, {"--program", standIn});
     ASSERT_TRUE(helper.waitForStarted());
-    const QDeadlineTimer ready(30000);
-    while (!helper.readAll().contains("watching for cards") && !ready.hasExpired())
-        helper.waitForReadyRead(200);
-    ASSERT_FALSE(ready.hasExpired()) << "the helper never said it was watching";
+    QByteArray said;
+    ASSERT_TRUE(
+        waitUntil([&] { return (said += helper.readAll()).contains("watching for cards"); }, 30000))
+        << "the helper never said it was watching";
 
     ASSERT_TRUE(card->remount());
-    const QDeadlineTimer started(30000);
-    while (!QFile::exists(recorded) && !started.hasExpired())
-        QThread::msleep(100);
+    EXPECT_TRUE(waitUntil([&] { return QFile::exists(recorded); }, 30000));
     helper.terminate();
     EXPECT_TRUE(helper.waitForFinished(10000));
     EXPECT_EQ(helper.exitStatus(), QProcess::NormalExit) << "SIGTERM ends it in order";

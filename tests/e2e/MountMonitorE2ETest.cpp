@@ -3,23 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QTimer>
 #include <algorithm>
-#include <chrono>
 #include <memory>
 
 #include "CardTest.h"
 #include "MountMonitor.h"
 #include "RemovableMedia.h"
 #include "TestMount.h"
+#include "WaitUntil.h"
 
 namespace {
-
-using namespace std::chrono_literals;
-
-// Cards come and go through tools in other processes; give them plenty of time.
-constexpr auto kPatience = 20s;
 
 class MountMonitorE2ETest : public CardTest {};
 
@@ -29,20 +22,6 @@ long countOf(const std::vector<MountEntry>& entries, const QString& mountPoint,
     return std::count_if(entries.begin(), entries.end(), [&](const MountEntry& e) {
         return e.mountPoint == mountPoint && e.source == device;
     });
-}
-
-// Runs the main loop until done() holds or patience runs out; false on the latter.
-template <typename Predicate>
-bool spinUntil(const Predicate& done) {
-    QTimer wake;  // so waiting for events never outlasts the deadline
-    wake.start(50);
-    const QDeadlineTimer deadline(kPatience);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return true;
 }
 
 }  // namespace
@@ -70,13 +49,13 @@ TEST_F(MountMonitorE2ETest, ReportsCardsGoingInAndOut) {
         ASSERT_TRUE(card);
         const QString at = card->mountPoint();
         const QString device = card->device();
-        ASSERT_TRUE(spinUntil([&] { return countOf(in, at, device) > 0; }));
+        ASSERT_TRUE(waitUntil([&] { return countOf(in, at, device) > 0; }));
         EXPECT_EQ(countOf(in, at, device), 1);
         EXPECT_EQ(countOf(in, early->mountPoint(), early->device()), 0);
         EXPECT_EQ(countOf(RemovableMedia::mounted(), at, device), 1) << "and listed as a card";
 
         ASSERT_TRUE(card->unmount());
-        ASSERT_TRUE(spinUntil([&] { return countOf(out, at, device) > 0; }));
+        ASSERT_TRUE(waitUntil([&] { return countOf(out, at, device) > 0; }));
         EXPECT_EQ(countOf(out, at, device), 1);
         EXPECT_EQ(countOf(in, at, device), 1);
 

@@ -28,20 +28,20 @@ int FaultyFileLayer::track(int fd, const QByteArray& path) {
     return fd;
 }
 
-bool FaultyFileLayer::gone(const QByteArray& path, bool lookingAtIt) const {
+bool FaultyFileLayer::gone(const QByteArray& path) const {
+    const std::lock_guard lock(mutex_);
     const bool pulled = cardBytesLeft_ == 0 && path.startsWith(cardRoot_ + '/');
-    if (pulled || faultsForPath(path).vanished) {
-        errno = lookingAtIt ? ENOENT : ENODEV;
-        return true;
-    }
-    return false;
+    if (!pulled && !faultsForPath(path).vanished)
+        return false;
+    errno = ENOENT;
+    return true;
 }
 
 int FaultyFileLayer::openRead(const QByteArray& path) {
+    if (gone(path))
+        return -1;
     {
         const std::lock_guard lock(mutex_);
-        if (gone(path, true))
-            return -1;
         if (faultsForPath(path).openFails) {
             errno = EACCES;
             return -1;
@@ -67,11 +67,8 @@ void FaultyFileLayer::pullCardAfter(const QString& root, off_t bytes) {
 }
 
 int FaultyFileLayer::status(const QByteArray& path, struct stat* status) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (gone(path, true))
-            return -1;
-    }
+    if (gone(path))
+        return -1;
     const int result = PosixFileLayer::status(path, status);
     const std::lock_guard lock(mutex_);
     // What is left where a pulled card was mounted: an empty folder of another file system.
@@ -81,19 +78,14 @@ int FaultyFileLayer::status(const QByteArray& path, struct stat* status) {
 }
 
 int FaultyFileLayer::linkStatus(const QByteArray& path, struct stat* status) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (gone(path, true))
-            return -1;
-    }
-    return PosixFileLayer::linkStatus(path, status);
+    return gone(path) ? -1 : PosixFileLayer::linkStatus(path, status);
 }
 
 int FaultyFileLayer::listFolder(const QByteArray& path, std::vector<Entry>* entries) {
+    if (gone(path))
+        return -1;
     {
         const std::lock_guard lock(mutex_);
-        if (gone(path, true))
-            return -1;
         if (cardBytesLeft_ == 0 && path == cardRoot_) {
             entries->clear();
             return 0;
@@ -119,28 +111,24 @@ void FaultyFileLayer::failFlushesNamed(const QByteArray& text, int error) {
     unflushableError_ = error;
 }
 
-int FaultyFileLayer::flushErrorFor(int fd) const {
-    if (const int error = faultsFor(fd).flushError)
-        return error;
+bool FaultyFileLayer::refusesFlush(int fd) const {
+    int error = faultsFor(fd).flushError;
     const QByteArray path = pathOf(fd);
-    const std::lock_guard lock(mutex_);
-    return !unflushableName_.isEmpty() && path.contains(unflushableName_) ? unflushableError_ : 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (error == 0 && !unflushableName_.isEmpty() && path.contains(unflushableName_))
+            error = unflushableError_;
+    }
+    errno = error;
+    return error != 0;
 }
 
 int FaultyFileLayer::flushRange(int fd, off_t offset, size_t size) {
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushRange(fd, offset, size);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushRange(fd, offset, size);
 }
 
 int FaultyFileLayer::flushData(int fd) {
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushData(fd);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushData(fd);
 }
 
 int FaultyFileLayer::flushFileSystem(int fd) {
@@ -148,11 +136,7 @@ int FaultyFileLayer::flushFileSystem(int fd) {
         const std::lock_guard lock(mutex_);
         ++fileSystemFlushes_;
     }
-    if (const int error = flushErrorFor(fd)) {
-        errno = error;
-        return -1;
-    }
-    return PosixFileLayer::flushFileSystem(fd);
+    return refusesFlush(fd) ? -1 : PosixFileLayer::flushFileSystem(fd);
 }
 
 // The lying byte shows once a drop covering it came after the last write covering it.

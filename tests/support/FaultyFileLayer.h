@@ -99,10 +99,10 @@ class FaultyFileLayer : public PosixFileLayer {
     Faults faultsForPath(const QByteArray& path) const;  // REQUIRES: mutex_ is held
     QByteArray pathOf(int fd) const;
     int track(int fd, const QByteArray& path);
-    /// True (errno set) when the path is on a pulled card or vanished.
-    bool gone(const QByteArray& path, bool lookingAtIt) const;
-    /// The errno a flush of fd fails with; 0 when it may go through.
-    int flushErrorFor(int fd) const;
+    /// True (errno ENOENT) when the path is on a pulled card or vanished.
+    bool gone(const QByteArray& path) const;
+    /// True (errno set) when a flush of fd fails.
+    bool refusesFlush(int fd) const;
     /// True (errno set) when nothing may be created at path.
     bool full(const QByteArray& path) const;
 

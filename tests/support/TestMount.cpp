@@ -58,8 +58,6 @@ Needs needsOf(TestMount::Kind kind) {
             return {{"/dev/loop-control", "/dev/fuse"},
                     loop + QStringList{"mkfs.exfat", "mount.exfat-fuse"},
                     "fuse"};
-        case TestMount::Kind::Vfat:
-            return {{"/dev/loop-control"}, loop + QStringList{"mkfs.fat"}, "vfat"};
         case TestMount::Kind::Ext4:
             return {{"/dev/loop-control"}, loop + QStringList{"mkfs.ext4"}, "ext4"};
         case TestMount::Kind::Lying:
@@ -82,6 +80,27 @@ QString backingFileOf(const QString& device) {
         QStringLiteral("/sys/block/%1/loop/backing_file").arg(QFileInfo(device).fileName()));
     return backing.open(QIODevice::ReadOnly) ? QFile::decodeName(backing.readAll().trimmed())
                                              : QString();
+}
+
+// True while the topmost mount at mountPoint exists (and has that source, when given).
+bool isMounted(const QString& mountPoint, const QString& source = QString()) {
+    const std::optional<MountEntry> entry = MountTable::entryForMountPoint(mountPoint);
+    return entry && (source.isEmpty() || entry->source == source);
+}
+
+// Runs tool with arguments + mountPoint, retrying for about a second while busy, then with
+// lazyArguments. True once nothing with that source is mounted there.
+bool unmountFrom(const QString& mountPoint, const QString& source, const QString& tool,
+                 const QStringList& arguments, const QStringList& lazyArguments) {
+    // A reader that has just closed its files may keep the mount busy for a moment.
+    for (int attempt = 0; attempt < 10 && isMounted(mountPoint, source); ++attempt) {
+        if (attempt > 0)
+            QThread::msleep(100);
+        SystemTool::run(tool, arguments + QStringList{mountPoint});
+    }
+    if (isMounted(mountPoint, source))
+        SystemTool::run(tool, lazyArguments + QStringList{mountPoint});
+    return !isMounted(mountPoint, source);
 }
 
 }  // namespace
@@ -185,11 +204,6 @@ bool TestMount::makeImage() {
             if (!options_.label.isEmpty())
                 arguments << QStringLiteral("-n") << options_.label;
             break;
-        case Kind::Vfat:
-            tool = QStringLiteral("mkfs.fat");
-            if (!options_.label.isEmpty())
-                arguments << QStringLiteral("-n") << options_.label;
-            break;
         default:
             tool = QStringLiteral("mkfs.ext4");
             arguments << QStringLiteral("-q") << QStringLiteral("-F") << QStringLiteral("-m")
@@ -227,8 +241,6 @@ bool TestMount::mount() {
     if (from.isEmpty())
         return fail(QStringLiteral("%1 is no longer attached").arg(imagePath_));
     QStringList options;
-    if (options_.readOnly)
-        options << QStringLiteral("ro");
     QString tool = QStringLiteral("mount");
     QStringList arguments;
     switch (options_.kind) {
@@ -238,9 +250,6 @@ bool TestMount::mount() {
             break;
         case Kind::Exfat:
             tool = QStringLiteral("mount.exfat-fuse");
-            break;
-        case Kind::Vfat:
-            arguments << QStringLiteral("-t") << QStringLiteral("vfat");
             break;
         default:
             arguments << QStringLiteral("-t") << QStringLiteral("ext4");
@@ -263,7 +272,7 @@ bool TestMount::unmount() {
     const QString from = source();
     if (from.isEmpty() || !isMounted(mountPoint_, from))
         return true;
-    if (unmount(mountPoint_, from, QStringLiteral("umount"), {}, {QStringLiteral("-l")}))
+    if (unmountFrom(mountPoint_, from, QStringLiteral("umount"), {}, {QStringLiteral("-l")}))
         return true;
     if (options_.kind == Kind::Exfat)
         SystemTool::run(fuseUnmountTool(),
@@ -295,7 +304,13 @@ bool TestMount::startLying() {
         return fail(
             QStringLiteral("cannot start %1: %2").arg(kLyingScript, QString::fromUtf8(ex.what())));
     }
-    if (waitForMount(mountPoint_, kLyingSource, 10'000, [this] { return lying_->isRunning(); }))
+    // It mounts within moments, or dies saying why.
+    for (int step = 0; step < 200 && !isMounted(mountPoint_, kLyingSource); ++step) {
+        if (!lying_->isRunning())
+            break;
+        QThread::msleep(50);
+    }
+    if (isMounted(mountPoint_, kLyingSource))
         return true;
     stopLying();
     return fail(QStringLiteral("%1 did not mount %2").arg(kLyingScript, mountPoint_));
@@ -308,7 +323,7 @@ void TestMount::stopLying() {
     if (!lying_)
         return;
     const QStringList lazy = {QStringLiteral("-u"), QStringLiteral("-z")};
-    unmount(mountPoint_, kLyingSource, fuseUnmountTool(), {QStringLiteral("-u")}, lazy);
+    unmountFrom(mountPoint_, kLyingSource, fuseUnmountTool(), {QStringLiteral("-u")}, lazy);
     for (int step = 0; step < 125 && lying_->isRunning(); ++step) {
         if (step == 25)
             lying_->terminate();
@@ -333,35 +348,4 @@ bool TestMount::leaveRoom(qint64 roomBytes) {
             {QStringLiteral("-o"), QStringLiteral("remount,size=%1").arg(used + roomBytes),
              mountPoint_});
     return failure.isEmpty() || fail(failure);
-}
-
-bool TestMount::isMounted(const QString& mountPoint, const QString& source) {
-    const std::optional<MountEntry> entry = MountTable::entryForMountPoint(mountPoint);
-    return entry && (source.isEmpty() || entry->source == source);
-}
-
-bool TestMount::waitForMount(const QString& mountPoint, const QString& source, int timeoutMs,
-                             const std::function<bool()>& alive) {
-    constexpr int kStepMs = 50;
-    for (int waited = 0; waited <= timeoutMs; waited += kStepMs) {
-        if (isMounted(mountPoint, source))
-            return true;
-        if (!alive())
-            return isMounted(mountPoint, source);
-        QThread::msleep(kStepMs);
-    }
-    return false;
-}
-
-bool TestMount::unmount(const QString& mountPoint, const QString& source, const QString& tool,
-                        const QStringList& arguments, const QStringList& lazyArguments) {
-    // A reader that has just closed its files may keep the mount busy for a moment.
-    for (int attempt = 0; attempt < 10 && isMounted(mountPoint, source); ++attempt) {
-        if (attempt > 0)
-            QThread::msleep(100);
-        SystemTool::run(tool, arguments + QStringList{mountPoint});
-    }
-    if (isMounted(mountPoint, source))
-        SystemTool::run(tool, lazyArguments + QStringList{mountPoint});
-    return !isMounted(mountPoint, source);
 }

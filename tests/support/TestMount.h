@@ -1,7 +1,7 @@
 #pragma once
 // A file system of its own for a test, mounted at a folder and taken down when it goes, test
 // failure or not: a size-limited tmpfs; an image file on a loop device of its own formatted as
-// a card (exFAT through FUSE, FAT) or a disk (ext4); or a lying medium. A device is only ever
+// a card (exFAT through FUSE) or a disk (ext4); or a lying medium. A device is only ever
 // reported or handed to a tool while the kernel backs it with this very image, so no test can
 // reach a real disk through it.
 //
@@ -25,19 +25,17 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-#include <functional>
 #include <memory>
 
 class QVTask;
 
 class TestMount {
   public:
-    enum class Kind { Tmpfs, Exfat, Vfat, Ext4, Lying };
+    enum class Kind { Tmpfs, Exfat, Ext4, Lying };
     struct Options {
         Kind kind = Kind::Exfat;
         qint64 sizeBytes = 64LL * 1024 * 1024;  // a card's, kCardSize
         QString label;
-        bool readOnly = false;
         /// Ext4 only: room left behind the image once it is made; negative when fully backed.
         qint64 backingRoomBytes = -1;
         /// Lying only: the offset of the byte stored inverted, and the text a lied-about path
@@ -86,8 +84,6 @@ class TestMount {
     QString filePath(const QString& name) const { return mountPoint_ + '/' + name; }
     /// "/dev/loopN" while attached to this image; empty for a tmpfs or a lying medium.
     QString device() const;
-    /// Lying only: the folder behind the mount, what the medium really stored.
-    QString backingPath() const { return imageDir_.path(); }
 
     /// Pulls it: unmounts, waiting briefly while busy, then lazily, so it leaves the namespace
     /// even with files open. True once it is no longer mounted.
@@ -96,16 +92,6 @@ class TestMount {
     bool remount();
     /// Tmpfs only: resizes it so that exactly roomBytes (rounded up to pages) are left free.
     bool leaveRoom(qint64 roomBytes);
-
-    /// True while the topmost mount at mountPoint exists (and has that source, when given).
-    static bool isMounted(const QString& mountPoint, const QString& source = QString());
-    /// Polls until that mount appears or timeoutMs pass; gives up early once alive() is false.
-    static bool waitForMount(const QString& mountPoint, const QString& source, int timeoutMs,
-                             const std::function<bool()>& alive);
-    /// Runs tool with arguments + mountPoint, retrying for about a second while busy, then
-    /// with lazyArguments. True once nothing with that source is mounted there.
-    static bool unmount(const QString& mountPoint, const QString& source, const QString& tool,
-                        const QStringList& arguments, const QStringList& lazyArguments);
 
   private:
     bool makeImage();

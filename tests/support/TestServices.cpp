@@ -8,9 +8,6 @@
 
 TestServices::TestServices(Notifier& notifier) : notifier_(notifier) {}
 
-TestServices::TestServices(Notifier& notifier, FileLayer& layer)
-    : files(&layer), notifier_(notifier) {}
-
 TestServices::~TestServices() = default;
 
 void TestServices::useThisMachine() {

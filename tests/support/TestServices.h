@@ -25,7 +25,6 @@ class PosixProcessRunner;
 class TestServices {
   public:
     explicit TestServices(Notifier& notifier);
-    TestServices(Notifier& notifier, FileLayer& layer);
     ~TestServices();
 
     Services bundle();

@@ -16,11 +16,11 @@ stay cached across opens until fdatasync + POSIX_FADV_DONTNEED or a fresh mount 
 Linux 6.18). One exception either way: the kernel does not keep a partly written page, so a
 lie in the last, partial page of a file shows at once.
 
-Names are carried as raw bytes (decoded as Latin-1 on the FUSE side), so any name works.
+Names are carried as raw bytes (decoded as Latin-1 on the FUSE side), so any name works. Only
+files and folders are kept: links and special files are refused (fusepy's defaults).
 """
 
 import argparse
-import errno
 import os
 import sys
 
@@ -73,10 +73,6 @@ class LyingFs(fuse.Operations):
             return self.stat_dict(os.fstat(fi.fh))
         return self.stat_dict(os.lstat(self.real(path)))
 
-    def access(self, path, amode):
-        if not os.access(self.real(path), amode):
-            raise fuse.FuseOSError(errno.EACCES)
-
     def chmod(self, path, mode):
         os.chmod(self.real(path), mode)
 
@@ -103,12 +99,6 @@ class LyingFs(fuse.Operations):
     def readdir(self, path, fh):
         return [".", ".."] + [as_name(name) for name in os.listdir(self.real(path))]
 
-    def readlink(self, path):
-        return as_name(os.readlink(self.real(path)))
-
-    def mknod(self, path, mode, dev):
-        os.mknod(self.real(path), mode, dev)
-
     def mkdir(self, path, mode):
         os.mkdir(self.real(path), mode)
 
@@ -117,12 +107,6 @@ class LyingFs(fuse.Operations):
 
     def unlink(self, path):
         os.unlink(self.real(path))
-
-    def symlink(self, target, source):
-        os.symlink(as_bytes(source), self.real(target))
-
-    def link(self, target, source):
-        os.link(self.real(source), self.real(target))
 
     def rename(self, old, new):
         os.rename(self.real(old), self.real(new))
