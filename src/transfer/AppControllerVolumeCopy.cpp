@@ -295,9 +295,9 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
             }
             StreamedFile file(fileLayer_, folder + '/' + name);
             ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
-            QString error;
             writeChecksumList(*ledger, i, folder, optionsOf(volume)->digest());
-            if (file.commit(&error))
+            const QString error = file.commit().message();
+            if (error.isEmpty())
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
             // Written again by the post actions, a manifest that fails leaves the first one.
@@ -313,11 +313,11 @@ void AppController::writeChecksumFileForVolume(QVVolume& volume) {
 
 void AppController::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
                                       const QByteArray& folder, DigestContext::Kind kind) {
-    QString error;
-    if (!ChecksumList::write(fileLayer_, ledger, destination, folder, kind, &error))
+    if (const Status written = ChecksumList::write(fileLayer_, ledger, destination, folder, kind);
+        !written.ok())
         QVLog::appendLog(u"%@ not written to %@: %@",
                          QString::fromLatin1(ChecksumList::fileName(kind)),
-                         PathText::display(folder), error);
+                         PathText::display(folder), written.message());
 }
 
 void AppController::checkCardHistory(QVVolume& volume, const QString& cardPath) {
@@ -416,9 +416,9 @@ void AppController::writeReportForVolume(QVVolume& volume, const QString& cardPa
         for (const QString& folder : volume.destinations()) {
             StreamedFile file(fileLayer_, PathText::bytes(folder) + '/' + CardFiles::kReport);
             TransferReport::write(report, [&](const QByteArray& piece) { file.append(piece); });
-            QString error;
-            if (!file.commit(&error))
-                QVLog::appendLog(u"Transfer report not written to %@: %@", folder, error);
+            if (const Status written = file.commit(); !written.ok())
+                QVLog::appendLog(u"Transfer report not written to %@: %@", folder,
+                                 written.message());
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeReportForVolume:");
@@ -443,10 +443,11 @@ void AppController::writeHistoryForVolume(QVVolume& volume, const QString& cardR
             const HistorySealer::Result result =
                 HistorySealer::seal(fileLayer_, *ledger, PathText::bytes(folder), kind,
                                     services_.clock->now(), cardRecord, options->alsoDigests);
-            if (!result.written)
-                QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
-            else if (!result.error.isEmpty())
-                QVLog::appendLog(u"ASC MHL history of %@: %@", folder, result.error);
+            if (!result.written.ok())
+                QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder,
+                                 result.written.message());
+            else if (!result.leftOut.isEmpty())
+                QVLog::appendLog(u"ASC MHL history of %@: %@", folder, result.leftOut);
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeHistoryForVolume:");

@@ -102,10 +102,9 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         } else {
             ADD_FAILURE() << "xmllint or the schemas are missing: the history is not validated";
         }
-        QString error;
         const AscMhlHistory history =
-            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
-        EXPECT_EQ(error, "");
+            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination));
+        EXPECT_EQ(history.problem().message(), "");
         const auto latest = history.latest();
         ASSERT_EQ(latest.size(), 6u) << "three clips, the manifest, its list and the report";
         EXPECT_TRUE(latest.count("DCIM/R&D <\"take\" 2>\r.MOV"));
@@ -122,17 +121,17 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         EXPECT_EQ(clip.hashes[1].kind, DigestContext::Kind::XXH128);
         EXPECT_TRUE(latest.count("checksums.txt") && latest.count("Transfer Report.html"))
             << "the sidecars are sealed too";
-        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
-                                            *SystemClock::shared())
-                        .ok());
+        EXPECT_TRUE(
+            HistoryVerifier::verify(destination, false, FileLayer::posix(), *SystemClock::shared())
+                .ok());
     }
 
     // One byte flipped in one of the two same-named clips: the history names it; the manifest,
     // keyed by name, can't tell which file its line means and says so instead of passing.
     const QString destination = volume->destinations()[0];
     flipByte(destination + "/DCIM/101EOS5D/MVI_0001.MOV", 500);
-    const auto byHistory = HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
-                                                   *SystemClock::shared());
+    const auto byHistory =
+        HistoryVerifier::verify(destination, false, FileLayer::posix(), *SystemClock::shared());
     EXPECT_EQ(byHistory.differing, QStringList{"DCIM/101EOS5D/MVI_0001.MOV"});
     EXPECT_EQ(byHistory.checked, 6);
     const auto byManifest = ManifestVerifier::verify(destination, FileLayer::posix());
@@ -141,23 +140,22 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
 
     // Sealing records the check as the next generation; a generation changed afterwards no
     // longer matches its chain.
-    QString sealError;
-    EXPECT_FALSE(HistoryVerifier::verify(destination, true, &sealError, FileLayer::posix(),
-                                         *SystemClock::shared())
-                     .ok());
-    EXPECT_EQ(sealError, "");
+    const auto sealing =
+        HistoryVerifier::verify(destination, true, FileLayer::posix(), *SystemClock::shared());
+    EXPECT_FALSE(sealing.ok());
+    EXPECT_EQ(sealing.sealed.message(), "");
     const QStringList sealed = historyFiles(destination);
     ASSERT_EQ(sealed.size(), 3);
     EXPECT_TRUE(sealed[1].startsWith("0002_"));
-    QString error;
     const AscMhlHistory history =
-        AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+        AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination));
     ASSERT_EQ(history.generations().size(), 2u);
     EXPECT_EQ(history.generations()[1].process, "in-place");
     EXPECT_EQ(history.latest().at("DCIM/101EOS5D/MVI_0001.MOV").hashes[0].action, "failed");
     EXPECT_EQ(history.latest().at("DCIM/100EOS5D/MVI_0001.MOV").hashes[0].action, "verified");
     TestFiles::write(destination + "/ascmhl/" + sealed[0], "<hashlist/>");
-    AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
+    const QString error =
+        AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination)).problem().message();
     EXPECT_TRUE(error.contains("was changed")) << error.toStdString();
 }
 
@@ -185,10 +183,9 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     EXPECT_TRUE(page.contains("<th>Reel</th><td>1</td>")) << "metadata by the fields' titles";
     EXPECT_FALSE(page.contains("<script") || page.contains("http:") || page.contains("https:"));
 
-    QString error;
     const auto rebuilt =
-        TransferReport::fromFolder(FileLayer::posix(), QFile::encodeName(destinations[1]), &error);
-    ASSERT_TRUE(rebuilt) << error.toStdString();
+        TransferReport::fromFolder(FileLayer::posix(), QFile::encodeName(destinations[1]));
+    ASSERT_TRUE(rebuilt) << rebuilt.status().message().toStdString();
     EXPECT_EQ(rebuilt->card.name, "EOS_DIGITAL");
     EXPECT_EQ(rebuilt->digest, "md5");
     QStringList files;
@@ -238,10 +235,9 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
                                           {{DigestContext::Kind::MD5, *md5,
                                             QStringLiteral("original"), generation.created}}});
         }
-        QString error;
-        ASSERT_TRUE(history.append(FileLayer::posix(), QFile::encodeName(root),
-                                   std::move(generation), &error))
-            << error.toStdString();
+        const Status written =
+            history.append(FileLayer::posix(), QFile::encodeName(root), std::move(generation));
+        ASSERT_TRUE(written.ok()) << written.message().toStdString();
     };
     const auto good = stillsCard("GOOD");
     makeHistory(good->path());
@@ -252,10 +248,9 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
 
     EXPECT_EQ(good->status(), QVVolume::Done) << good->statusText().toStdString();
     for (const QString& destination : good->destinations()) {
-        QString error;
         const AscMhlHistory history =
-            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination), &error);
-        EXPECT_EQ(error, "");
+            AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(destination));
+        EXPECT_EQ(history.problem().message(), "");
         ASSERT_EQ(history.generations().size(), 2u) << "the card's, then this transfer's";
         const QStringList ignore = history.generations()[1].ignore;
         for (const QString pattern : {"*.tmp", ".Trashes", ".fseventsd", "ascmhl"})
@@ -270,9 +265,9 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
         const auto& clip = latest.at("DCIM/100EOS5D/MVI_0001.MOV");
         EXPECT_EQ(clip.hashes[0].kind, DigestContext::Kind::XXH128);
         EXPECT_EQ(clip.hashes[0].action, "original");
-        EXPECT_TRUE(HistoryVerifier::verify(destination, false, nullptr, FileLayer::posix(),
-                                            *SystemClock::shared())
-                        .ok());
+        EXPECT_TRUE(
+            HistoryVerifier::verify(destination, false, FileLayer::posix(), *SystemClock::shared())
+                .ok());
     }
     EXPECT_EQ(historyFiles(good->path()).size(), 2) << "the card itself is left as it was";
 
