@@ -66,8 +66,6 @@ TEST(QVQuickTime, TimecodeToolAndFrameCountsOnMadeMovies) {
         const QTTime last = QVQuickTime::lastFrameTimeForMovie(movie.get());
         EXPECT_EQ(QVQuickTime::frameCountForQTTime(last, movie.get()), counted - 1);
     }
-    // The duration value over the rate, its time scale left in: 2 s at 12800 units / 25 fps.
-    EXPECT_EQ(QVQuickTime::frameLengthForMovie(QTMovie::open(movies->file("f25.mov")).get()), 1024);
 
     // A file that is no movie, or none at all: nothing printed, a failing status.
     const QString text = movies->file("notes.mov");
