@@ -14,16 +14,15 @@ int main(int argc, char** argv) {
         return 2;
     }
     const QString movie = QString::fromLocal8Bit(argv[1]);
-    QString error;
-    const QTMetadataWriter::Pairs pairs = QTMetadataWriter::parsePairs(QByteArray(argv[2]), &error);
-    if (!error.isEmpty()) {
-        std::fprintf(stderr, "QTMetaTool: %s\n", qPrintable(error));
+    const auto pairs = QTMetadataWriter::parsePairs(QByteArray(argv[2]));
+    if (!pairs) {
+        std::fprintf(stderr, "QTMetaTool: %s\n", qPrintable(pairs.status().message()));
         return 2;
     }
-    if (pairs.empty())
+    if (pairs->empty())
         return 0;
-    if (!QTMetadataWriter::write(movie, pairs, &error)) {
-        std::fprintf(stderr, "QTMetaTool: %s: %s\n", argv[1], qPrintable(error));
+    if (const Status written = QTMetadataWriter::write(movie, *pairs); !written.ok()) {
+        std::fprintf(stderr, "QTMetaTool: %s: %s\n", argv[1], qPrintable(written.message()));
         return 1;
     }
     return 0;

@@ -19,14 +19,12 @@ void ReportCommand::declareOptions(CLI::App& command) {
 
 int ReportCommand::run(AppContext& context) {
     const QString folder = QString::fromStdString(folder_);
-    QString error;
-    const auto content =
-        TransferReport::fromFolder(context.files(), PathText::bytes(folder), &error);
+    const auto content = TransferReport::fromFolder(context.files(), PathText::bytes(folder));
     if (!content)
-        return fail(2, folder + QStringLiteral(": ") + error);
+        return fail(2, folder + QStringLiteral(": ") + content.status().message());
     // A report from a partly damaged history is still written, with what could not be read said.
-    if (!error.isEmpty())
-        warn(folder + QStringLiteral(": ") + error);
+    if (!content->unreadable.ok())
+        warn(folder + QStringLiteral(": ") + content->unreadable.message());
     if (output_.empty()) {
         TransferReport::write(*content, [](const QByteArray& piece) {
             std::fwrite(piece.constData(), 1, std::size_t(piece.size()), stdout);

@@ -35,10 +35,9 @@ int VerifyCommand::run(AppContext& context) {
     const bool history = AscMhlHistory::exists(files, PathText::bytes(folder));
     if (seal_ && !history)
         return fail(2, folder + QStringLiteral(": no ASC MHL history to seal"));
-    QString sealError;
-    const ManifestVerifier::Report report =
-        history ? HistoryVerifier::verify(folder, seal_, &sealError, files, *context.clock())
-                : ManifestVerifier::verify(folder, files);
+    const HistoryVerifier::Report report =
+        history ? HistoryVerifier::verify(folder, seal_, files, *context.clock())
+                : HistoryVerifier::Report{ManifestVerifier::verify(folder, files), {}};
     if (!report.manifestFound)
         return fail(2, folder + QStringLiteral(": no checksums.txt to verify against"));
     const QByteArray name = folder.toUtf8();
@@ -53,8 +52,9 @@ int VerifyCommand::run(AppContext& context) {
     list("extra", report.extra);
     std::printf("%s: %d files checked, %s\n", name.constData(), report.checked,
                 report.ok() ? "verified" : "FAILED");
-    if (!sealError.isEmpty())
-        return fail(1, folder + QStringLiteral(": the history can't be sealed: ") + sealError);
+    if (!report.sealed.ok())
+        return fail(1, folder + QStringLiteral(": the history can't be sealed: ") +
+                           report.sealed.message());
     if (seal_)
         std::printf("%s: sealed as a new generation of its history\n", name.constData());
     return report.ok() ? 0 : 1;

@@ -149,6 +149,11 @@ bool patternMatches(QString pattern, const QStringList& levels) {
     return false;
 }
 
+Status generationProblem(const QByteArray& file, const char* what) {
+    return Status::failure(
+        QStringLiteral("the history's generation %1 %2").arg(QString::fromUtf8(file), what));
+}
+
 }  // namespace
 
 QStringList AscMhlHistory::defaultIgnorePatterns() {
@@ -316,7 +321,7 @@ bool AscMhlHistory::exists(FileLayer& layer, const QByteArray& folder) {
            S_ISDIR(status.st_mode);
 }
 
-AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder, QString* error) {
+AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder) {
     AscMhlHistory history;
     if (!exists(layer, folder))
         return history;
@@ -324,7 +329,8 @@ AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder, QS
     const auto chain = layer.readWhole(base + CardFiles::kHistoryChain);
     pugi::xml_document document;
     if (!chain || !document.load_buffer(chain->constData(), std::size_t(chain->size()))) {
-        *error = QStringLiteral("the history's chain file can't be read");
+        history.problem_ =
+            Status::failure(QStringLiteral("the history's chain file can't be read"));
         return history;
     }
     for (pugi::xml_node list : child(document, "ascmhldirectory").children()) {
@@ -335,19 +341,16 @@ AscMhlHistory AscMhlHistory::load(FileLayer& layer, const QByteArray& folder, QS
         history.chain_.emplace_back(file, c4);
         const auto xml = layer.readWhole(base + file);
         if (!xml) {
-            *error = QStringLiteral("the history's generation %1 is missing")
-                         .arg(QString::fromUtf8(file));
+            history.problem_ = generationProblem(file, "is missing");
             continue;
         }
         if (C4Id::of(*xml) != c4) {
-            *error = QStringLiteral("the history's generation %1 was changed after it was written")
-                         .arg(QString::fromUtf8(file));
+            history.problem_ = generationProblem(file, "was changed after it was written");
             continue;
         }
         std::optional<Generation> generation = fromXml(*xml);
         if (!generation) {
-            *error = QStringLiteral("the history's generation %1 can't be read")
-                         .arg(QString::fromUtf8(file));
+            history.problem_ = generationProblem(file, "can't be read");
             continue;
         }
         generation->number = list.attribute("sequencenr").as_int();
@@ -368,28 +371,24 @@ std::map<QByteArray, AscMhlHistory::Entry> AscMhlHistory::latest() const {
     return newest;
 }
 
-bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation generation,
-                           QString* error) {
+Status AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation generation) {
     std::vector<Entry> entries = std::move(generation.entries);
     generation.entries.clear();
-    const bool written = append(
-        layer, folder, generation,
-        [&](const EntrySink& sink) {
-            for (const Entry& entry : entries)
-                sink(entry);
-        },
-        error);
-    if (written)
+    const Status written = append(layer, folder, generation, [&](const EntrySink& sink) {
+        for (const Entry& entry : entries)
+            sink(entry);
+    });
+    if (written.ok())
         generations_.back().entries = std::move(entries);
     return written;
 }
 
-bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation header,
-                           const EntrySource& entries, QString* error) {
+Status AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generation header,
+                             const EntrySource& entries) {
     const QByteArray base = folder + '/' + CardFiles::kHistoryFolder;
     if (layer.makeFolder(base) != 0 && errno != EEXIST) {
-        *error = QStringLiteral("the history folder can't be made");
-        return false;
+        return Status::fromErrno(QStringLiteral("the history folder can't be made"), QString(),
+                                 errno);
     }
     int number = 1;
     for (const auto& link : chain_)
@@ -401,14 +400,15 @@ bool AscMhlHistory::append(FileLayer& layer, const QByteArray& folder, Generatio
     file.append(headerXml(header));
     entries([&](const Entry& entry) { file.append(entryXml(entry)); });
     file.append(kFooter);
-    if (!file.commit(error))
-        return false;
+    if (Status written = file.commit(); !written.ok())
+        return written;
     chain_.emplace_back(header.fileName, C4Id::fromSha512(file.sha512()));
-    if (!ChecksumManifest::write(layer, base + '/' + CardFiles::kHistoryChain, chainXml(chain_),
-                                 error)) {
+    const Status chained =
+        ChecksumManifest::write(layer, base + '/' + CardFiles::kHistoryChain, chainXml(chain_));
+    if (!chained.ok()) {
         chain_.pop_back();
-        return false;
+        return chained;
     }
     generations_.push_back(std::move(header));
-    return true;
+    return {};
 }

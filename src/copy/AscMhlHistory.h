@@ -16,6 +16,7 @@
 
 #include "DigestContext.h"
 #include "FileLayer.h"
+#include "Status.h"
 
 class AscMhlHistory {
   public:
@@ -43,8 +44,10 @@ class AscMhlHistory {
     };
 
     /// The folder's history; an absent one is empty. A generation that is missing, unreadable
-    /// or not what the chain names (its C4 identifier differs) sets error.
-    static AscMhlHistory load(FileLayer& layer, const QByteArray& folder, QString* error);
+    /// or not what the chain names (its C4 identifier differs) is left out and named by problem().
+    static AscMhlHistory load(FileLayer& layer, const QByteArray& folder);
+    /// What load could not read (the last such thing); ok when the whole history was read.
+    const Status& problem() const { return problem_; }
     /// True when the folder has a history folder at all.
     static bool exists(FileLayer& layer, const QByteArray& folder);
 
@@ -63,14 +66,14 @@ class AscMhlHistory {
     static bool isIgnored(const QStringList& patterns, const QByteArray& path);
 
     /// Writes the next generation (number and file name are chosen here) into the folder's
-    /// history, then the chain naming it. Each file is whole or absent. False with the reason.
-    bool append(FileLayer& layer, const QByteArray& folder, Generation generation, QString* error);
+    /// history, then the chain naming it. Each file is whole or absent.
+    Status append(FileLayer& layer, const QByteArray& folder, Generation generation);
     using EntrySink = std::function<void(const Entry&)>;
     using EntrySource = std::function<void(const EntrySink&)>;
     /// As append, the entries handed over one at a time and written as they come, so a card
     /// of any size costs little memory; the history keeps the generation without them.
-    bool append(FileLayer& layer, const QByteArray& folder, Generation header,
-                const EntrySource& entries, QString* error);
+    Status append(FileLayer& layer, const QByteArray& folder, Generation header,
+                  const EntrySource& entries);
 
     /// A path every XML reader gives back byte for byte: UTF-8 without control characters
     /// other than tab, line feed and carriage return.
@@ -92,4 +95,5 @@ class AscMhlHistory {
 
     std::vector<Generation> generations_;
     std::vector<std::pair<QByteArray, QString>> chain_;  // file name, C4 identifier
+    Status problem_;
 };

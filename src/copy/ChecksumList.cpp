@@ -112,12 +112,12 @@ void ChecksumList::lines(const TransferLedger& ledger, std::size_t destination,
         out(line(kind, failedDigest(kind), kIncompletePath));
 }
 
-bool ChecksumList::write(FileLayer& layer, const TransferLedger& ledger, std::size_t destination,
-                         const QByteArray& folder, DigestContext::Kind kind, QString* error) {
+Status ChecksumList::write(FileLayer& layer, const TransferLedger& ledger, std::size_t destination,
+                           const QByteArray& folder, DigestContext::Kind kind) {
     const QByteArray name = fileName(kind);
     if (ledger.fileAt('/' + name))
-        return true;
+        return {};
     StreamedFile file(layer, folder + '/' + name);
     lines(ledger, destination, kind, [&](const QByteArray& text) { file.append(text); });
-    return file.commit(error);
+    return file.commit();
 }

@@ -11,6 +11,7 @@
 
 #include "DigestContext.h"
 #include "FileLayer.h"
+#include "Status.h"
 
 class TransferLedger;
 
@@ -34,7 +35,7 @@ class ChecksumList {
                       DigestContext::Kind kind, const std::function<void(const QByteArray&)>& out);
 
     /// Writes the destination's list into folder, whole or absent, unless the card brought a
-    /// file of that name (which is its own and never replaced). False with the reason.
-    static bool write(FileLayer& layer, const TransferLedger& ledger, std::size_t destination,
-                      const QByteArray& folder, DigestContext::Kind kind, QString* error);
+    /// file of that name (which is its own and never replaced).
+    static Status write(FileLayer& layer, const TransferLedger& ledger, std::size_t destination,
+                        const QByteArray& folder, DigestContext::Kind kind);
 };

@@ -9,7 +9,6 @@
 #include "CardFiles.h"
 #include "PathText.h"
 #include "StreamedFile.h"
-#include "SystemError.h"
 
 namespace {
 
@@ -188,9 +187,9 @@ bool ChecksumManifest::isLaterCopy(FileLayer& layer, const QByteArray& folder,
 }
 
 // Whole or absent: a temporary, flushed, read back from the medium, renamed into place.
-bool ChecksumManifest::write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,
-                             QString* error) {
+Status ChecksumManifest::write(FileLayer& layer, const QByteArray& path,
+                               const QByteArray& contents) {
     StreamedFile file(layer, path);
     file.append(contents);
-    return file.commit(error);
+    return file.commit();
 }

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "FileLayer.h"
+#include "Status.h"
 
 class ChecksumManifest {
   public:
@@ -43,7 +44,6 @@ class ChecksumManifest {
     static bool isLaterCopy(FileLayer& layer, const QByteArray& folder, const QByteArray& name);
 
     /// Writes the manifest so it is whole or absent: a temporary file, flushed to the medium
-    /// and read back, then renamed into place (replacing an older one). False with the reason.
-    static bool write(FileLayer& layer, const QByteArray& path, const QByteArray& contents,
-                      QString* error);
+    /// and read back, then renamed into place (replacing an older one).
+    static Status write(FileLayer& layer, const QByteArray& path, const QByteArray& contents);
 };

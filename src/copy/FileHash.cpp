@@ -1,6 +1,7 @@
 #include "FileHash.h"
 
 #include <QFile>
+#include <cerrno>
 #include <vector>
 
 #include "DigestContext.h"
@@ -26,23 +27,22 @@ class OpenFile {
     int fd_;
 };
 
-std::optional<QString> hashFile(DigestContext::Kind kind, const QString& path,
-                                std::size_t chunkSize, const FileHashProgress& progress,
-                                FileLayer& files) {
+Result<QString> hashFile(DigestContext::Kind kind, const QString& path, std::size_t chunkSize,
+                         const FileHashProgress& progress, FileLayer& files) {
     const OpenFile file(files, path);
     if (file.get() < 0)
-        return std::nullopt;
+        return Status::fromErrno(QStringLiteral("open"), path, errno);
     files.adviseSequential(file.get());
 
     DigestContext digest(kind);
     std::vector<char> buffer(chunkSize == 0 ? 4096 : chunkSize);
     std::uint64_t pending = 0;
     off_t offset = 0;
-    bool failed = false;
+    int failed = 0;  // errno of a read that failed
     for (;;) {
         const ssize_t n = files.read(file.get(), buffer.data(), buffer.size(), offset);
         if (n < 0) {
-            failed = true;
+            failed = errno;
             break;
         }
         if (n == 0)
@@ -60,37 +60,36 @@ std::optional<QString> hashFile(DigestContext::Kind kind, const QString& path,
     }
     if (progress && pending != 0)
         progress(pending);
-    if (failed)
-        return std::nullopt;
+    if (failed != 0)
+        return Status::fromErrno(QStringLiteral("read"), path, failed);
     return digest.hexDigest();
 }
 
-std::optional<QString> guardedHash(DigestContext::Kind kind, const QString& path,
-                                   std::size_t chunkSize, const FileHashProgress& progress,
-                                   FileLayer& files) {
+// A progress callback may throw (std::function and Qt containers can); the digest then fails.
+Result<QString> guardedHash(DigestContext::Kind kind, const QString& path, std::size_t chunkSize,
+                            const FileHashProgress& progress, FileLayer& files) {
     try {
         return hashFile(kind, path, chunkSize, progress, files);
     } catch (...) {
-        return std::nullopt;
+        return Status::failure(QStringLiteral("digest"), QStringLiteral("it stopped unexpectedly"),
+                               path);
     }
 }
 
 }  // namespace
 
-std::optional<QString> FileHashCreateWithPath(DigestContext::Kind kind, const QString& path,
-                                              std::size_t chunkSize,
-                                              const FileHashProgress& progress, FileLayer& files) {
+Result<QString> FileHashCreateWithPath(DigestContext::Kind kind, const QString& path,
+                                       std::size_t chunkSize, const FileHashProgress& progress,
+                                       FileLayer& files) {
     return guardedHash(kind, path, chunkSize, progress, files);
 }
 
-std::optional<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize,
-                                                 const FileHashProgress& progress,
-                                                 FileLayer& files) {
+Result<QString> FileMD5HashCreateWithPath(const QString& path, std::size_t chunkSize,
+                                          const FileHashProgress& progress, FileLayer& files) {
     return guardedHash(DigestContext::Kind::MD5, path, chunkSize, progress, files);
 }
 
-std::optional<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize,
-                                                  const FileHashProgress& progress,
-                                                  FileLayer& files) {
+Result<QString> FileSHA1HashCreateWithPath(const QString& path, std::size_t chunkSize,
+                                           const FileHashProgress& progress, FileLayer& files) {
     return guardedHash(DigestContext::Kind::SHA1, path, chunkSize, progress, files);
 }

@@ -18,7 +18,7 @@ bool matches(FileLayer& layer, const Clock& clock, const QByteArray& path,
     for (const AscMhlHistory::Hash& hash : entry.hashes)
         kinds.push_back(hash.kind);
     const auto digests = ManifestVerifier::digestsFromMedium(layer, path, kinds);
-    bool same = digests.has_value();
+    bool same = digests.ok();
     const QDateTime now = clock.now();
     for (std::size_t i = 0; i < kinds.size(); ++i) {
         const bool equal = digests && (*digests)[i] == entry.hashes[i].hex;
@@ -31,19 +31,17 @@ bool matches(FileLayer& layer, const Clock& clock, const QByteArray& path,
 
 }  // namespace
 
-ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool seal,
-                                                 QString* sealError, FileLayer& layer,
-                                                 const Clock& clock) {
-    ManifestVerifier::Report report;
+HistoryVerifier::Report HistoryVerifier::verify(const QString& folderText, bool seal,
+                                                FileLayer& layer, const Clock& clock) {
+    Report report;
     // A generation is named after the folder, so "." is resolved to the name it stands for.
     const QByteArray folder = PathText::bytes(QDir::cleanPath(QDir(folderText).absolutePath()));
-    QString problem;
-    AscMhlHistory history = AscMhlHistory::load(layer, folder, &problem);
+    AscMhlHistory history = AscMhlHistory::load(layer, folder);
     if (history.isEmpty())
         return report;
     report.manifestFound = true;
-    if (!problem.isEmpty())
-        report.unreadable << problem;
+    if (!history.problem().ok())
+        report.unreadable << history.problem().message();
 
     std::map<QByteArray, struct stat> files;
     ManifestVerifier::forEachFile(layer, folder, [&](const QByteArray& path, const struct stat& s) {
@@ -90,10 +88,7 @@ ManifestVerifier::Report HistoryVerifier::verify(const QString& folderText, bool
                  AscMhlHistory::modificationTime(status),
                  {{kind, digest->front(), QStringLiteral("original"), sealed.created}}});
     }
-    if (seal) {
-        QString error;
-        if (!history.append(layer, folder, std::move(sealed), &error) && sealError)
-            *sealError = error;
-    }
+    if (seal)
+        report.sealed = history.append(layer, folder, std::move(sealed));
     return report;
 }

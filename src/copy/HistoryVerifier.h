@@ -8,14 +8,18 @@
 
 #include "FileLayer.h"
 #include "ManifestVerifier.h"
+#include "Status.h"
 
 class Clock;
 
 class HistoryVerifier {
   public:
-    /// A report as the manifest check gives; manifestFound means a readable history. With
-    /// seal, an in-place generation records each file as verified or failed (new files as
-    /// original), stamped by clock; sealError is set when it can't be written.
-    static ManifestVerifier::Report verify(const QString& folder, bool seal, QString* sealError,
-                                           FileLayer& layer, const Clock& clock);
+    /// A report as the manifest check gives, with how the seal went (ok when none was asked).
+    struct Report : ManifestVerifier::Report {
+        Status sealed;
+    };
+
+    /// manifestFound means a readable history. With seal, an in-place generation records each
+    /// file as verified or failed (new files as original), stamped by clock.
+    static Report verify(const QString& folder, bool seal, FileLayer& layer, const Clock& clock);
 };

@@ -12,7 +12,6 @@
 #include <memory>
 #include <vector>
 
-#include "SystemError.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -21,10 +20,8 @@ struct DirCloser {
     void operator()(DIR* dir) const { ::closedir(dir); }
 };
 
-bool fail(QString* error, const QByteArray& path, int code) {
-    if (error)
-        *error = QStringLiteral("%1: %2").arg(QFile::decodeName(path), SystemError::text(code));
-    return false;
+Status fail(const QByteArray& path, int code) {
+    return Status::fromErrno(QString(), path, code);
 }
 
 void applyTimes(int fd, const struct stat& status) {
@@ -75,83 +72,81 @@ bool copyBytes(int in, int out, off_t size) {
 
 }  // namespace
 
-bool ItemCopier::copy(const QString& source, const QString& destination, QString* error) {
-    return copyEntry(QFile::encodeName(source), QFile::encodeName(destination), error);
+Status ItemCopier::copy(const QString& source, const QString& destination) {
+    return copyEntry(QFile::encodeName(source), QFile::encodeName(destination));
 }
 
-bool ItemCopier::copyEntry(const QByteArray& source, const QByteArray& destination,
-                           QString* error) {
+Status ItemCopier::copyEntry(const QByteArray& source, const QByteArray& destination) {
     struct stat status {};
     if (::lstat(source.constData(), &status) != 0)
-        return fail(error, source, errno);
+        return fail(source, errno);
     if (S_ISLNK(status.st_mode))
-        return copyLink(source, destination, error);
+        return copyLink(source, destination);
     if (S_ISDIR(status.st_mode))
-        return copyFolder(source, destination, status, error);
+        return copyFolder(source, destination, status);
     if (S_ISREG(status.st_mode))
-        return copyRegularFile(source, destination, status, error);
-    return fail(error, source, ENOTSUP);
+        return copyRegularFile(source, destination, status);
+    return fail(source, ENOTSUP);
 }
 
-bool ItemCopier::copyRegularFile(const QByteArray& source, const QByteArray& destination,
-                                 const struct stat& status, QString* error) {
+Status ItemCopier::copyRegularFile(const QByteArray& source, const QByteArray& destination,
+                                   const struct stat& status) {
     const UniqueFd in(::open(source.constData(), O_RDONLY | O_CLOEXEC));
     if (in.get() < 0)
-        return fail(error, source, errno);
+        return fail(source, errno);
     const UniqueFd out(::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
                               status.st_mode & 07777));
     if (out.get() < 0)
-        return fail(error, destination, errno);
+        return fail(destination, errno);
     if (!copyBytes(in.get(), out.get(), status.st_size) ||
         ::fchmod(out.get(), status.st_mode & 07777) != 0) {
         const int code = errno;
         ::unlink(destination.constData());
-        return fail(error, destination, code);
+        return fail(destination, code);
     }
     applyTimes(out.get(), status);
-    return true;
+    return {};
 }
 
-bool ItemCopier::copyFolder(const QByteArray& source, const QByteArray& destination,
-                            const struct stat& status, QString* error) {
+Status ItemCopier::copyFolder(const QByteArray& source, const QByteArray& destination,
+                              const struct stat& status) {
     if (::mkdir(destination.constData(), 0700) != 0)
-        return fail(error, destination, errno);
+        return fail(destination, errno);
     const std::unique_ptr<DIR, DirCloser> dir(::opendir(source.constData()));
-    bool ok = dir != nullptr;
-    if (!ok)
-        fail(error, source, errno);
-    while (ok) {
+    Status copied = dir ? Status() : fail(source, errno);
+    while (copied.ok()) {
         errno = 0;
         const dirent* entry = ::readdir(dir.get());
         if (!entry) {
-            ok = errno == 0 || fail(error, source, errno);
+            if (errno != 0)
+                copied = fail(source, errno);
             break;
         }
         const QByteArray name(entry->d_name);
         if (name == "." || name == "..")
             continue;
-        ok = copyEntry(source + '/' + name, destination + '/' + name, error);
+        copied = copyEntry(source + '/' + name, destination + '/' + name);
     }
-    if (!ok) {
+    if (!copied.ok()) {
         std::error_code ignored;
         std::filesystem::remove_all(destination.constData(), ignored);
-        return false;
+        return copied;
     }
     const UniqueFd folder(::open(destination.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.get() >= 0) {
         ::fchmod(folder.get(), status.st_mode & 07777);
         applyTimes(folder.get(), status);
     }
-    return true;
+    return {};
 }
 
-bool ItemCopier::copyLink(const QByteArray& source, const QByteArray& destination, QString* error) {
+Status ItemCopier::copyLink(const QByteArray& source, const QByteArray& destination) {
     std::vector<char> target(PATH_MAX + 1);
     const ssize_t length = ::readlink(source.constData(), target.data(), target.size() - 1);
     if (length < 0)
-        return fail(error, source, errno);
+        return fail(source, errno);
     target[size_t(length)] = '\0';
     if (::symlink(target.data(), destination.constData()) != 0)
-        return fail(error, destination, errno);
-    return true;
+        return fail(destination, errno);
+    return {};
 }

@@ -7,16 +7,18 @@
 #include <QByteArray>
 #include <QString>
 
+#include "Status.h"
+
 class ItemCopier {
   public:
-    /// True when the copy is complete; otherwise false with the reason in *error.
-    static bool copy(const QString& source, const QString& destination, QString* error);
+    /// Ok when the copy is complete; otherwise the path that failed and why.
+    static Status copy(const QString& source, const QString& destination);
 
   private:
-    static bool copyEntry(const QByteArray& source, const QByteArray& destination, QString* error);
-    static bool copyRegularFile(const QByteArray& source, const QByteArray& destination,
-                                const struct stat& status, QString* error);
-    static bool copyFolder(const QByteArray& source, const QByteArray& destination,
-                           const struct stat& status, QString* error);
-    static bool copyLink(const QByteArray& source, const QByteArray& destination, QString* error);
+    static Status copyEntry(const QByteArray& source, const QByteArray& destination);
+    static Status copyRegularFile(const QByteArray& source, const QByteArray& destination,
+                                  const struct stat& status);
+    static Status copyFolder(const QByteArray& source, const QByteArray& destination,
+                             const struct stat& status);
+    static Status copyLink(const QByteArray& source, const QByteArray& destination);
 };

@@ -4,6 +4,7 @@
 
 #include <QHash>
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <optional>
 #include <vector>
@@ -53,20 +54,22 @@ void ManifestVerifier::forEachFile(FileLayer& layer, const QByteArray& folder,
     walk(layer, folder, {}, visit);
 }
 
-std::optional<std::vector<QString>> ManifestVerifier::digestsFromMedium(
+Result<std::vector<QString>> ManifestVerifier::digestsFromMedium(
     FileLayer& layer, const QByteArray& path, const std::vector<DigestContext::Kind>& kinds) {
     const int fd = layer.openRead(path);
     if (fd < 0)
-        return std::nullopt;
+        return Status::fromErrno(QStringLiteral("open"), path, errno);
     layer.flushData(fd);
     layer.dropCache(fd, 0, 0);
     std::vector<DigestContext> digests(kinds.begin(), kinds.end());
     std::vector<char> buffer(1 << 20);
     bool failed = false;
+    int code = 0;
     for (off_t offset = 0;;) {
         const ssize_t n = layer.read(fd, buffer.data(), buffer.size(), offset);
         if (n <= 0) {
             failed = n < 0;
+            code = errno;
             break;
         }
         for (DigestContext& digest : digests)
@@ -76,7 +79,7 @@ std::optional<std::vector<QString>> ManifestVerifier::digestsFromMedium(
     layer.dropCache(fd, 0, 0);
     layer.close(fd);
     if (failed)
-        return std::nullopt;
+        return Status::fromErrno(QStringLiteral("read"), path, code);
     std::vector<QString> texts;
     for (const DigestContext& digest : digests)
         texts.push_back(digest.hexDigest());

@@ -7,11 +7,11 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
-#include <optional>
 #include <vector>
 
 #include "DigestContext.h"
 #include "FileLayer.h"
+#include "Result.h"
 
 class ManifestVerifier {
   public:
@@ -43,7 +43,7 @@ class ManifestVerifier {
     static void forEachFile(FileLayer& layer, const QByteArray& folder, const FileVisitor& visit);
 
     /// The file's digests as its medium holds it (flushed, cached pages dropped, read back),
-    /// one per kind, from one read; nullopt when it can't be read.
-    static std::optional<std::vector<QString>> digestsFromMedium(
+    /// one per kind, from one read; the failure when it can't be read.
+    static Result<std::vector<QString>> digestsFromMedium(
         FileLayer& layer, const QByteArray& path, const std::vector<DigestContext::Kind>& kinds);
 };

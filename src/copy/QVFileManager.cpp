@@ -220,10 +220,10 @@ bool QVFileManager::copyFile(const QString& source, const QString& destination, 
         return false;
     }
     unlockFile(parentOf(destination));
-    QString error;
-    if (ItemCopier::copy(source, destination, &error))
+    const Status copied = ItemCopier::copy(source, destination);
+    if (copied.ok())
         return true;
-    QVLog::appendLog(u"Error copying file: %@. Authorizing...", error);
+    QVLog::appendLog(u"Error copying file: %@. Authorizing...", copied.message());
     return shouldAuth && authorization_ != nullptr &&
            authorization_->authCopyFile(source, destination);
 }
@@ -232,24 +232,24 @@ bool QVFileManager::moveFile(const QString& source, const QString& destination, 
     if (anythingAt(files_, destination))
         unlockFile(destination);
     unlockFile(parentOf(destination));
-    QString error;
-    bool moved = false;
+    Status moved;
     if (isCaseOnlyChange(source, destination)) {
         // On a case-insensitive disk the destination "exists" already: go through a free name.
         const QString temporary = uniqueFilename(destination);
-        moved = moveItem(source, temporary, &error);
-        if (moved && temporary != destination && !moveItem(temporary, destination, &error)) {
-            // A case-sensitive disk holding both names: never leave the file renamed.
-            QString ignored;
-            moveItem(temporary, source, &ignored);
-            moved = false;
+        moved = moveItem(source, temporary);
+        if (moved.ok() && temporary != destination) {
+            moved = moveItem(temporary, destination);
+            // A case-sensitive disk holding both names: never leave the file renamed. The way
+            // back is the way it came; the failure told is the one that stopped the move.
+            if (!moved.ok())
+                moveItem(temporary, source);
         }
     } else {
-        moved = moveItem(source, destination, &error);
+        moved = moveItem(source, destination);
     }
-    if (moved)
+    if (moved.ok())
         return true;
-    QVLog::appendLog(u"Error moving file: %@.", error);
+    QVLog::appendLog(u"Error moving file: %@.", moved.message());
     if (!shouldAuth)
         return false;
     QVLog::appendLog(u"Authorizing...");
@@ -402,31 +402,30 @@ bool QVFileManager::isCaseOnlyChange(const QString& source, const QString& desti
     return source != destination && source.toLower() == destination.toLower();
 }
 
-bool QVFileManager::moveItem(const QString& source, const QString& destination, QString* error) {
+Status QVFileManager::moveItem(const QString& source, const QString& destination) {
     const QByteArray from = encoded(source);
     const QByteArray to = encoded(destination);
     if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
-        return true;
+        return {};
     int code = errno;
     if (code == EINVAL || code == ENOSYS) {
         // The file system can't refuse to replace by itself.
         if (anythingAt(files_, destination) && !isCaseOnlyChange(source, destination)) {
             code = EEXIST;
         } else if (::rename(from.constData(), to.constData()) == 0) {
-            return true;
+            return {};
         } else {
             code = errno;
         }
     }
     if (code == EXDEV) {
-        if (!ItemCopier::copy(source, destination, error))
-            return false;
+        if (Status copied = ItemCopier::copy(source, destination); !copied.ok())
+            return copied;
         files_.removeTree(from);
         if (!files_.exists(from))
-            return true;
-        *error = QStringLiteral("%1: %2").arg(source, errnoText(errno));
-        return false;
+            return {};
+        return Status::fromErrno(QStringLiteral("remove"), source, errno);
     }
-    *error = QStringLiteral("%1 -> %2: %3").arg(source, destination, errnoText(code));
-    return false;
+    return Status::fromErrno(QStringLiteral("move ") + source + QStringLiteral(" to"), destination,
+                             code);
 }

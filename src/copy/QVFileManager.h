@@ -19,6 +19,7 @@
 #include "DigestContext.h"
 #include "FileLayer.h"
 #include "PropertyList.h"
+#include "Status.h"
 
 class Clock;
 class DiskInformation;
@@ -154,8 +155,7 @@ class QVFileManager {
     using SteadyClock = std::chrono::steady_clock;
     static bool waitForState(SteadyClock::time_point start, int timeout,
                              const std::function<bool()>& holds);
-    bool copyItem(const QString& source, const QString& destination, QString* error);
-    bool moveItem(const QString& source, const QString& destination, QString* error);
+    Status moveItem(const QString& source, const QString& destination);
     static bool isCaseOnlyChange(const QString& source, const QString& destination);
 
     FileLayer& files_;

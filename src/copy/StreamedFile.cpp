@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "SystemError.h"
-
 namespace {
 
 constexpr qsizetype kBuffer = 1 << 20;
@@ -52,8 +50,8 @@ StreamedFile::~StreamedFile() {
 }
 
 void StreamedFile::fail(const char* what, int code) {
-    if (!failure_)
-        failure_ = QStringLiteral("%1: %2").arg(QLatin1String(what), SystemError::text(code));
+    if (failure_.ok())
+        failure_ = Status::fromErrno(QLatin1String(what), QString(), code);
 }
 
 void StreamedFile::append(const QByteArray& bytes) {
@@ -64,7 +62,7 @@ void StreamedFile::append(const QByteArray& bytes) {
 }
 
 void StreamedFile::flushBuffer() {
-    for (qsizetype done = 0; !failure_ && done < buffer_.size();) {
+    for (qsizetype done = 0; failure_.ok() && done < buffer_.size();) {
         const ssize_t n = layer_.write(fd_, buffer_.constData() + done,
                                        std::size_t(buffer_.size() - done), written_);
         if (n <= 0) {
@@ -77,13 +75,13 @@ void StreamedFile::flushBuffer() {
     buffer_.clear();
 }
 
-bool StreamedFile::commit(QString* error) {
+Status StreamedFile::commit() {
     flushBuffer();
     sha512_ = digest_->finish();
-    if (!failure_ && layer_.flushData(fd_) != 0)
+    if (failure_.ok() && layer_.flushData(fd_) != 0)
         fail("flush", errno);
     // What the medium holds, read back past the page cache, must be what was written.
-    if (!failure_) {
+    if (failure_.ok()) {
         layer_.dropCache(fd_, 0, 0);
         Sha512 back;
         std::vector<char> piece(kBuffer);
@@ -96,20 +94,18 @@ bool StreamedFile::commit(QString* error) {
             back.update(piece.data(), std::size_t(n));
             offset += n;
         }
-        if (!failure_ && (offset != written_ || back.finish() != sha512_))
-            failure_ = QStringLiteral(
-                "read back: the medium holds something else than was "
-                "written");
+        if (failure_.ok() && (offset != written_ || back.finish() != sha512_))
+            failure_ = Status::failure(QStringLiteral("read back"),
+                                       QStringLiteral("the medium holds something else than was "
+                                                      "written"));
     }
     if (fd_ >= 0 && layer_.close(fd_) != 0)
         fail("close", errno);
     fd_ = -1;
-    if (!failure_ && layer_.rename(temporary_, path_) != 0)
+    if (failure_.ok() && layer_.rename(temporary_, path_) != 0)
         fail("rename", errno);
-    if (failure_) {
-        *error = *failure_;
-        return false;
-    }
+    if (!failure_.ok())
+        return failure_;
     committed_ = true;
     // The new name itself must survive a power cut before anyone is told it exists.
     const QByteArray folder = path_.left(path_.lastIndexOf('/'));
@@ -118,5 +114,5 @@ bool StreamedFile::commit(QString* error) {
         layer_.flushData(folderFd);
         layer_.close(folderFd);
     }
-    return true;
+    return {};
 }

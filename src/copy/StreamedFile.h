@@ -5,11 +5,10 @@
 // buffer's whatever the size. One owner thread.
 
 #include <QByteArray>
-#include <QString>
-#include <optional>
 
 #include "DigestContext.h"
 #include "FileLayer.h"
+#include "Status.h"
 
 class StreamedFile {
   public:
@@ -19,8 +18,9 @@ class StreamedFile {
     StreamedFile& operator=(const StreamedFile&) = delete;
 
     void append(const QByteArray& bytes);
-    /// True once the file is in place; false with the first failure's reason.
-    bool commit(QString* error);
+    /// Ok once the file is in place; otherwise the first failure ("write: No space left on
+    /// device"), the path left to the caller, who names the file.
+    Status commit();
     /// The SHA-512 (raw bytes) of everything appended; valid after a commit.
     const QByteArray& sha512() const { return sha512_; }
 
@@ -34,7 +34,7 @@ class StreamedFile {
     int fd_ = -1;
     QByteArray buffer_;
     off_t written_ = 0;
-    std::optional<QString> failure_;
+    Status failure_;
     struct Sha512;
     std::unique_ptr<Sha512> digest_;
     QByteArray sha512_;

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 
 #include "UniqueFd.h"
@@ -207,17 +206,16 @@ struct Movie {
 
 constexpr std::uint64_t kLargestHeader = std::uint64_t(256) << 20;
 
-std::optional<Movie> movieIn(int fd, QString* error) {
+Result<Movie> movieIn(int fd) {
     struct stat status {};
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        *error = QStringLiteral("not a regular file");
-        return std::nullopt;
+        return Status::failure(QStringLiteral("not a regular file"));
     }
     Movie movie;
     const auto top = topBoxes(fd, std::uint64_t(status.st_size));
     if (!top) {
-        *error = QStringLiteral("not a whole QuickTime movie (a box runs past the end)");
-        return std::nullopt;
+        return Status::failure(
+            QStringLiteral("not a whole QuickTime movie (a box runs past the end)"));
     }
     movie.top = *top;
     std::size_t found = 0;
@@ -228,25 +226,22 @@ std::optional<Movie> movieIn(int fd, QString* error) {
         }
     }
     if (found != 1) {
-        *error = found == 0 ? QStringLiteral("not a QuickTime movie (no movie header)")
-                            : QStringLiteral("more than one movie header");
-        return std::nullopt;
+        return Status::failure(found == 0
+                                   ? QStringLiteral("not a QuickTime movie (no movie header)")
+                                   : QStringLiteral("more than one movie header"));
     }
     const Box& moov = movie.top[movie.moov];
     if (moov.size > kLargestHeader) {
-        *error = QStringLiteral("the movie header is implausibly large");
-        return std::nullopt;
+        return Status::failure(QStringLiteral("the movie header is implausibly large"));
     }
     movie.header.resize(qsizetype(moov.size));
     if (::pread(fd, movie.header.data(), size_t(moov.size), off_t(moov.offset)) !=
         ssize_t(moov.size)) {
-        *error = QStringLiteral("the movie header can't be read");
-        return std::nullopt;
+        return Status::failure(QStringLiteral("the movie header can't be read"));
     }
     const auto children = boxesIn(movie.header, moov.header, moov.size);
     if (!children) {
-        *error = QStringLiteral("the movie header is damaged");
-        return std::nullopt;
+        return Status::failure(QStringLiteral("the movie header is damaged"));
     }
     movie.children = *children;
     return movie;
@@ -275,15 +270,15 @@ QByteArray freeBox(std::uint64_t size) {
 
 }  // namespace
 
-QTMetadataWriter::Pairs QTMetadataWriter::parsePairs(const QByteArray& text, QString* error) {
+Result<QTMetadataWriter::Pairs> QTMetadataWriter::parsePairs(const QByteArray& text) {
     Pairs pairs;
     qsizetype at = 0;
     while (at < text.size()) {
         const qsizetype keyEnd = text.indexOf("\"=\"", at + 1);
         const qsizetype valueEnd = keyEnd < 0 ? -1 : text.indexOf("\";", keyEnd + 3);
         if (text[at] != '"' || keyEnd < 0 || valueEnd < 0) {
-            *error = QStringLiteral("expected \"key\"=\"value\"; at character %1").arg(at + 1);
-            return {};
+            return Status::failure(
+                QStringLiteral("expected \"key\"=\"value\"; at character %1").arg(at + 1));
         }
         pairs.emplace_back(text.mid(at + 1, keyEnd - at - 1),
                            text.mid(keyEnd + 3, valueEnd - keyEnd - 3));
@@ -351,20 +346,20 @@ std::uint64_t roomInPlace(const Movie& movie) {
     return room;
 }
 
-bool fail(QString* error, const QString& text) {
-    *error = text;
-    return false;
+// The movie's path is left out: whoever asked for the write names the movie.
+Status failed(const char* what) {
+    return Status::fromErrno(QLatin1String(what), QString(), errno);
 }
 
 }  // namespace
 
-bool QTMetadataWriter::write(const QString& moviePath, const Pairs& pairs, QString* error) {
+Status QTMetadataWriter::write(const QString& moviePath, const Pairs& pairs) {
     const UniqueFd fd(::open(QFile::encodeName(moviePath).constData(), O_RDWR | O_CLOEXEC));
     if (!fd.valid())
-        return fail(error, QString::fromLocal8Bit(std::strerror(errno)));
-    const auto movie = movieIn(fd.get(), error);
+        return failed("open");
+    const auto movie = movieIn(fd.get());
     if (!movie)
-        return false;
+        return movie.status();
     const auto [body, existing] = withoutMetadata(*movie);
     const QByteArray header = box("moov", body + metaBox(merged(existing, pairs)));
     const std::uint64_t size = std::uint64_t(header.size());
@@ -373,34 +368,34 @@ bool QTMetadataWriter::write(const QString& moviePath, const Pairs& pairs, QStri
     if (size == room || (size < room && room - size >= kHeader)) {
         const QByteArray rest = size == room ? QByteArray() : freeBox(room - size);
         if (!writeAll(fd.get(), header + rest, old.offset))
-            return fail(error, QString::fromLocal8Bit(std::strerror(errno)));
-        return ::fdatasync(fd.get()) == 0 ||
-               fail(error, QString::fromLocal8Bit(std::strerror(errno)));
+            return failed("write");
+        return ::fdatasync(fd.get()) == 0 ? Status() : failed("flush");
     }
     // At the end: a last box that runs to the end of the file is given its size first, so
     // the new header doesn't become part of it.
     const Box& last = movie->top.back();
     if (last.toEnd) {
         if (last.header != kHeader || last.size > 0xFFFFFFFFu)
-            return fail(error, QStringLiteral("the last box's size can't be written"));
+            return Status::failure(QStringLiteral("the last box's size can't be written"));
         QByteArray sized;
         append32(sized, quint32(last.size));
         if (!writeAll(fd.get(), sized, last.offset))
-            return fail(error, QString::fromLocal8Bit(std::strerror(errno)));
+            return failed("write");
     }
     const std::uint64_t end = last.offset + last.size;
     if (!writeAll(fd.get(), header, end) || ::fdatasync(fd.get()) != 0)
-        return fail(error, QString::fromLocal8Bit(std::strerror(errno)));
+        return failed("write");
     // Only once the new header is on the medium does the old one become free space.
     if (!writeAll(fd.get(), QByteArray("free", 4), old.offset + 4) || ::fdatasync(fd.get()) != 0)
-        return fail(error, QString::fromLocal8Bit(std::strerror(errno)));
-    return true;
+        return failed("write");
+    return {};
 }
 
 QTMetadataWriter::Pairs QTMetadataWriter::read(const QString& moviePath) {
     const UniqueFd fd(::open(QFile::encodeName(moviePath).constData(), O_RDONLY | O_CLOEXEC));
-    QString error;
-    const auto movie = fd.valid() ? movieIn(fd.get(), &error) : std::nullopt;
+    if (!fd.valid())
+        return {};
+    const auto movie = movieIn(fd.get());
     if (!movie)
         return {};
     return withoutMetadata(*movie).second;

@@ -11,16 +11,19 @@
 #include <utility>
 #include <vector>
 
+#include "Result.h"
+#include "Status.h"
+
 class QTMetadataWriter {
   public:
     using Pairs = std::vector<std::pair<QByteArray, QByteArray>>;
 
-    /// The pairs of a text of the form "key"="value";"key"="value"; in order; nullopt-like
-    /// empty result with *error set when the text is not of that form.
-    static Pairs parsePairs(const QByteArray& text, QString* error);
-    /// Sets each key to its value (existing keys replaced, others kept). True when written;
-    /// false with the reason in *error, and then the file is unchanged.
-    static bool write(const QString& moviePath, const Pairs& pairs, QString* error);
+    /// The pairs of a text of the form "key"="value";"key"="value"; in order; where it goes
+    /// wrong when the text is not of that form.
+    static Result<Pairs> parsePairs(const QByteArray& text);
+    /// Sets each key to its value (existing keys replaced, others kept). On failure the file is
+    /// unchanged.
+    static Status write(const QString& moviePath, const Pairs& pairs);
     /// The movie's mdta keys and values, in the file's order (empty when none or unreadable).
     static Pairs read(const QString& moviePath);
 };

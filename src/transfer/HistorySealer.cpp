@@ -43,8 +43,8 @@ QStringList HistorySealer::ignorePatterns(const QStringList& before) {
 
 QStringList HistorySealer::contradictions(FileLayer& layer, const TransferLedger& ledger,
                                           const QByteArray& card, DigestContext::Kind kind) {
-    QString error;
-    const AscMhlHistory history = AscMhlHistory::load(layer, card, &error);
+    // What of the card's history can be read is checked; an unreadable rest has nothing to say.
+    const AscMhlHistory history = AscMhlHistory::load(layer, card);
     QStringList damaged;
     for (const auto& [path, entry] : history.latest()) {
         const auto copied = ledger.fileAt('/' + path);
@@ -71,8 +71,8 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
                                           const QDateTime& created, const QString& comment,
                                           const std::vector<DigestContext::Kind>& also) {
     Result result;
-    AscMhlHistory history = AscMhlHistory::load(layer, folder, &result.error);
-    if (!result.error.isEmpty())
+    AscMhlHistory history = AscMhlHistory::load(layer, folder);
+    if (result.written = history.problem(); !result.written.ok())
         return result;
     // Every name must fit in the history before any of it is written.
     QStringList unnamed;
@@ -81,9 +81,10 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
             unnamed << PathText::display(path.mid(1));
     });
     if (!unnamed.isEmpty()) {
-        result.error = QStringLiteral("%1 name(s) a history can't hold, such as %2")
-                           .arg(unnamed.size())
-                           .arg(unnamed.first());
+        result.written =
+            Status::failure(QStringLiteral("%1 name(s) a history can't hold, such as %2")
+                                .arg(unnamed.size())
+                                .arg(unnamed.first()));
         return result;
     }
 
@@ -123,9 +124,9 @@ HistorySealer::Result HistorySealer::seal(FileLayer& layer, const TransferLedger
                 sink(entry);
             });
     };
-    result.written = history.append(layer, folder, header, entries, &result.error);
-    if (result.written && !unreadable.isEmpty())
-        result.error =
+    result.written = history.append(layer, folder, header, entries);
+    if (result.written.ok() && !unreadable.isEmpty())
+        result.leftOut =
             QStringLiteral("left out, can't be read: ") + unreadable.join(QStringLiteral(", "));
     return result;
 }

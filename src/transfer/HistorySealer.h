@@ -14,13 +14,14 @@
 
 #include "DigestContext.h"
 #include "FileLayer.h"
+#include "Status.h"
 #include "TransferLedger.h"
 
 class HistorySealer {
   public:
     struct Result {
-        bool written = false;
-        QString error;  // why no generation was written, or what it had to leave out
+        Status written;   // ok once the generation is written
+        QString leftOut;  // what a written generation had to leave out
     };
 
     /// What a copy leaves out at the top of a card: a desktop's litter and the done-marker.

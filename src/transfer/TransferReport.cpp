@@ -164,21 +164,21 @@ void TransferReport::readCardRecord(const QString& record, Content* content) {
     }
 }
 
-std::optional<TransferReport::Content> TransferReport::fromFolder(FileLayer& layer,
-                                                                  const QByteArray& folder,
-                                                                  QString* error) {
-    const AscMhlHistory history = AscMhlHistory::load(layer, folder, error);
+Result<TransferReport::Content> TransferReport::fromFolder(FileLayer& layer,
+                                                           const QByteArray& folder) {
+    const AscMhlHistory history = AscMhlHistory::load(layer, folder);
     const AscMhlHistory::Generation* transfer = nullptr;
     for (const AscMhlHistory::Generation& generation : history.generations()) {
         if (generation.process == QLatin1String("transfer"))
             transfer = &generation;
     }
     if (!transfer) {
-        if (error->isEmpty())
-            *error = QStringLiteral("no ASC MHL history of a transfer in this folder");
-        return std::nullopt;
+        if (!history.problem().ok())
+            return history.problem();
+        return Status::failure(QStringLiteral("no ASC MHL history of a transfer in this folder"));
     }
     Content content;
+    content.unreadable = history.problem();
     readCardRecord(transfer->comment, &content);
     auto entries = std::make_shared<std::vector<AscMhlHistory::Entry>>();
     for (const AscMhlHistory::Entry& entry : transfer->entries) {

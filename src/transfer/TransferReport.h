@@ -11,11 +11,11 @@
 #include <QStringList>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <utility>
 #include <vector>
 
 #include "FileLayer.h"
+#include "Result.h"
 
 class TransferReport {
   public:
@@ -49,6 +49,7 @@ class TransferReport {
         FileSource files;  // handed over one at a time: a card of any size in little memory
         QStringList failures;
         std::vector<std::pair<QString, QString>> metadata;
+        Status unreadable;  // rebuilt from a folder: what of its history could not be read
     };
 
     using Output = std::function<void(const QByteArray&)>;
@@ -62,7 +63,6 @@ class TransferReport {
 
     /// The report of an earlier transfer from its copy's folder: files and digests from its
     /// history's transfer generation, the card from that generation's record, failures from
-    /// its manifest's marks. nullopt (with the reason) without a history.
-    static std::optional<Content> fromFolder(FileLayer& layer, const QByteArray& folder,
-                                             QString* error);
+    /// its manifest's marks. The reason when there is no history of a transfer.
+    static Result<Content> fromFolder(FileLayer& layer, const QByteArray& folder);
 };

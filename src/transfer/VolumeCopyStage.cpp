@@ -310,9 +310,9 @@ void VolumeCopyStage::writeChecksumFileForVolume(QVVolume& volume) {
             }
             StreamedFile file(c_.files, folder + '/' + name);
             ledger->manifest(i, [&](const QByteArray& line) { file.append(line); });
-            QString error;
             writeChecksumList(*ledger, i, folder, c_.optionsOf(volume)->digest());
-            if (file.commit(&error))
+            const QString error = file.commit().message();
+            if (error.isEmpty())
                 continue;
             QVLog::appendLog(u"Error writing checksum to disk: %@", error);
             // Written again by the post actions, a manifest that fails leaves the first one.
@@ -328,11 +328,11 @@ void VolumeCopyStage::writeChecksumFileForVolume(QVVolume& volume) {
 
 void VolumeCopyStage::writeChecksumList(const TransferLedger& ledger, std::size_t destination,
                                         const QByteArray& folder, DigestContext::Kind kind) {
-    QString error;
-    if (!ChecksumList::write(c_.files, ledger, destination, folder, kind, &error))
+    if (const Status written = ChecksumList::write(c_.files, ledger, destination, folder, kind);
+        !written.ok())
         QVLog::appendLog(u"%@ not written to %@: %@",
                          QString::fromLatin1(ChecksumList::fileName(kind)),
-                         PathText::display(folder), error);
+                         PathText::display(folder), written.message());
 }
 
 void VolumeCopyStage::checkCardHistory(QVVolume& volume, const QString& cardPath) {
@@ -431,9 +431,9 @@ void VolumeCopyStage::writeReportForVolume(QVVolume& volume, const QString& card
         for (const QString& folder : volume.destinations()) {
             StreamedFile file(c_.files, PathText::bytes(folder) + '/' + CardFiles::kReport);
             TransferReport::write(report, [&](const QByteArray& piece) { file.append(piece); });
-            QString error;
-            if (!file.commit(&error))
-                QVLog::appendLog(u"Transfer report not written to %@: %@", folder, error);
+            if (const Status written = file.commit(); !written.ok())
+                QVLog::appendLog(u"Transfer report not written to %@: %@", folder,
+                                 written.message());
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeReportForVolume:");
@@ -458,10 +458,11 @@ void VolumeCopyStage::writeHistoryForVolume(QVVolume& volume, const QString& car
             const HistorySealer::Result result =
                 HistorySealer::seal(c_.files, *ledger, PathText::bytes(folder), kind,
                                     c_.services.clock->now(), cardRecord, options->alsoDigests);
-            if (!result.written)
-                QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder, result.error);
-            else if (!result.error.isEmpty())
-                QVLog::appendLog(u"ASC MHL history of %@: %@", folder, result.error);
+            if (!result.written.ok())
+                QVLog::appendLog(u"ASC MHL history not written to %@: %@", folder,
+                                 result.written.message());
+            else if (!result.leftOut.isEmpty())
+                QVLog::appendLog(u"ASC MHL history of %@: %@", folder, result.leftOut);
         }
     } catch (const std::exception& exception) {
         QVException::logException(exception, "writeHistoryForVolume:");

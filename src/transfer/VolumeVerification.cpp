@@ -112,7 +112,8 @@ void VolumeVerification::checksumFile(const QString& path, const QString& basePa
         const auto digest = FileHashCreateWithPath(kind, path, 4096, progress, files_);
         if (!digest) {
             // Left out of its side's digests, so the comparison names the file as differing.
-            QVLog::appendLog(u"Unable to read file %@ to check it", path);
+            QVLog::appendLog(u"Unable to read file %@ to check it: %@", path,
+                             digest.status().reason());
             return;
         }
         QVLog::appendLog(u"Checksum complete for file %@.", path);

@@ -43,9 +43,7 @@ TEST(ChecksumManifest, ACardsOwnFileOfThatNameIsNeverTakenForTheManifest) {
     TestFiles::write(dir.filePath("checksums.txt"), "the card's own");
     const QByteArray name = ChecksumManifest::nameFor(layer, folder);
     EXPECT_EQ(name, "checksums (Cardsweep).txt");
-    QString error;
-    ASSERT_TRUE(ChecksumManifest::write(layer, folder + '/' + name, "x\ty\n", &error))
-        << error.toStdString();
+    ASSERT_TRUE(ChecksumManifest::write(layer, folder + '/' + name, "x\ty\n").ok());
     EXPECT_EQ(ChecksumManifest::find(layer, folder), name);
     EXPECT_EQ(TestFiles::read(dir.filePath("checksums.txt")), "the card's own");
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Hidden | QDir::Files).size(), 2)

@@ -8,11 +8,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <chrono>
 #include <mutex>
+#include <optional>
 
 #include "CopyEngine.h"
 #include "FaultyFileLayer.h"
@@ -40,23 +40,19 @@ class RecordingDelegate : public CopyDelegate {
     explicit RecordingDelegate(int cancelAt = -1) : cancelAt_(cancelAt) {}
 
     void fileCopyBytesWritten(std::uint64_t bytes, const std::shared_ptr<CopyInfo>&) override {
-        const std::lock_guard lock(mutex_);
-        events << QStringLiteral("bytes %1").arg(bytes);
+        record(QStringLiteral("bytes %1").arg(bytes));
     }
     bool fileCopyShouldContinue(const std::shared_ptr<CopyInfo>&) override {
-        const std::lock_guard lock(mutex_);
-        events << QStringLiteral("continue?");
+        record("continue?");
         return ++questions != cancelAt_;
     }
     void fileCopyVerificationFailed(const std::shared_ptr<CopyInfo>& info,
                                     const QString& file) override {
-        const std::lock_guard lock(mutex_);
-        events << QStringLiteral("failed %1").arg(QFileInfo(file).fileName());
-        failedChecksums << info->destChecksum.value_or(QString());
+        record("failed " + QFileInfo(file).fileName(), info->destChecksum.value_or(QString()));
     }
     void fileCopyFinished(const std::shared_ptr<CopyInfo>& info) override {
+        record("finished");
         const std::lock_guard lock(mutex_);
-        events << QStringLiteral("finished");
         finished = info;
     }
     void fileCopyProblem(const std::shared_ptr<CopyInfo>&, int destination,
@@ -72,36 +68,51 @@ class RecordingDelegate : public CopyDelegate {
     int questions = 0;
 
   private:
+    void record(const QString& event, const std::optional<QString>& failedChecksum = {}) {
+        const std::lock_guard lock(mutex_);
+        events << event;
+        if (failedChecksum)
+            failedChecksums << *failedChecksum;
+    }
+
     std::mutex mutex_;
     const int cancelAt_;
 };
 
 }  // namespace
 
+// Sizes either side of the engine's block, so both the inline and the threaded paths run, and
+// data ending on a 32 KiB pass boundary, which makes one empty pass.
 TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
     QTemporaryDir dir;
     struct Case {
-        qsizetype size;
+        qint64 size;
         int destinations;
         VerificationType type;
         const char* tool;
     };
-    // Sizes either side of the engine's block, so both the inline and the threaded paths run.
     for (const Case& c : {Case{9 * MiB + 5, 3, VerificationType::MD5, "/usr/bin/md5sum"},
-                          Case{100 * 1024 + 1, 2, VerificationType::SHA1, "/usr/bin/sha1sum"}}) {
-        const QString source = TestFiles::write(dir.filePath("card/CLIP/A001 'x' $(y).mov"),
-                                                TestFiles::randomBytes(c.size, quint32(c.size)));
+                          Case{100 * 1024 + 1, 2, VerificationType::SHA1, "/usr/bin/sha1sum"},
+                          Case{0, 1, VerificationType::MD5, "/usr/bin/md5sum"},
+                          Case{3 * 32768, 1, VerificationType::MD5, "/usr/bin/md5sum"},
+                          Case{3 * 32768 + 1, 1, VerificationType::MD5, "/usr/bin/md5sum"},
+                          Case{8 * MiB, 1, VerificationType::MD5, "/usr/bin/md5sum"}}) {
+        SCOPED_TRACE(c.size);
+        const QString source = TestFiles::write(
+            dir.filePath(QStringLiteral("card/CLIP/A001 'x' $(y) %1.mov").arg(c.size)),
+            TestFiles::randomBytes(c.size, quint32(c.size)));
         QStringList destinations;
         for (int d = 0; d < c.destinations; ++d)
             destinations << dir.filePath(
                 QStringLiteral("dest%1/%2/new folder/A001.mov").arg(d).arg(c.size));
         RecordingDelegate delegate;
+        SystemLog::Capture log;
         ASSERT_TRUE(QVFileManager(FileLayer::posix())
                         .copyFileWithProgress(source, destinations, c.type, &delegate, std::any(7),
                                               std::any()));
         for (const QString& destination : destinations)
-            EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source))
-                << destination.toStdString();
+            EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
+        EXPECT_EQ(log.count(source + " returned 0 bytes"), c.size % 32768 == 0 ? 1 : 0);
 
         ASSERT_TRUE(delegate.finished);
         const CopyInfo& info = *delegate.finished;
@@ -112,25 +123,6 @@ TEST(CopyEngine, EveryDestinationGetsEveryByteWithMatchingDigests) {
         // Under 40 MiB: no report in the loop, one at the end, never a question.
         EXPECT_EQ(delegate.events,
                   QStringList({QStringLiteral("bytes %1").arg(c.size), "finished"}));
-    }
-}
-
-TEST(CopyEngine, DataEndingOnAPassBoundaryMakesOneEmptyPass) {
-    QTemporaryDir dir;
-    for (const qint64 size :
-         {qint64(0), qint64(3 * 32768), qint64(3 * 32768 + 1), qint64(8 * MiB)}) {
-        const QString source = TestFiles::write(dir.filePath(QStringLiteral("src%1").arg(size)),
-                                                TestFiles::randomBytes(size, 3));
-        const QString destination = dir.filePath(QStringLiteral("dst%1").arg(size));
-        SystemLog::Capture log;
-        RecordingDelegate delegate;
-        ASSERT_TRUE(
-            QVFileManager(FileLayer::posix())
-                .copyFileWithProgress(source, {destination}, VerificationType::MD5, &delegate));
-        EXPECT_EQ(log.count(source + " returned 0 bytes"), size % 32768 == 0 ? 1 : 0) << size;
-        EXPECT_EQ(TestFiles::read(destination), TestFiles::read(source));
-        EXPECT_EQ(delegate.finished->sourceChecksum,
-                  FileMD5HashCreateWithPath(source, 4096, {}, FileLayer::posix()));
     }
 }
 
@@ -147,14 +139,6 @@ TEST(CopyEngine, ReportsEvery40MiBAndCancelsAtTheAnswer) {
                            QStringLiteral("bytes %1").arg(100 * MiB + 3), "finished"}));
     EXPECT_FALSE(delegate.finished->sourceChecksum) << "no digests without verification";
     EXPECT_FALSE(delegate.finished->destChecksums);
-
-    // Data ending exactly on a report is reported twice: in the loop and at the end.
-    const QString exact = TestFiles::sparse(dir.filePath("exact.mxf"), qint64(80 * MiB));
-    RecordingDelegate exactDelegate;
-    ASSERT_TRUE(QVFileManager(FileLayer::posix())
-                    .copyFileWithProgress(exact, {dir.filePath("exact copy.mxf")},
-                                          VerificationType::None, &exactDelegate));
-    EXPECT_EQ(exactDelegate.events.count(QStringLiteral("bytes %1").arg(80 * MiB)), 2);
 
     RecordingDelegate canceller(1);
     const QStringList copies = {dir.filePath("a/part.mxf"), dir.filePath("b/part.mxf")};
@@ -216,48 +200,54 @@ TEST(CopyEngine, DamagedCopiesAreReportedNeverPassedSilently) {
     EXPECT_EQ(info.destChecksum, info.destChecksums->at(3)) << "the record keeps the last failure";
 }
 
+// What can't be copied is refused with its line in the log; a destination that can't be made
+// or opened is left out and the others still get the file.
 TEST(CopyEngine, ChecksRefuseBeforeWritingAnything) {
     QTemporaryDir dir;
     const QString source = TestFiles::write(dir.filePath("src.mov"), "data");
     TestFiles::write(dir.filePath("plainfile"), "x");
-    SystemLog::Capture log;
-    const auto copy = [&](const QString& from, const QStringList& to,
-                          FileLayer& layer = FileLayer::posix()) {
-        return QVFileManager(layer).copyFileWithProgress(from, to, VerificationType::MD5, nullptr,
-                                                         {}, {});
-    };
-
-    EXPECT_FALSE(copy(dir.filePath("gone.mov"), {dir.filePath("o")}));
-    EXPECT_TRUE(log.contains("Error: File " + dir.filePath("gone.mov") +
-                             " doesn't exist. Aborting copy process..."));
-    EXPECT_FALSE(copy(source, {}));
-    EXPECT_TRUE(
-        log.contains("Error: You must have at least one destination. Aborting copy process..."));
-
-    // A destination that can't be made is left out; the others still get the file.
-    const QString blocked = dir.filePath("plainfile/sub");
-    EXPECT_FALSE(copy(source, {dir.filePath("ok/a"), blocked + "/a"}));
-    EXPECT_TRUE(log.contains("Unable to copy file " + source + " - destination directory " +
-                             blocked + " doesn't exist. Aborting copy process..."));
-    EXPECT_EQ(TestFiles::read(dir.filePath("ok/a")), "data");
-
     QDir().mkpath(dir.filePath("isafolder"));
-    RecordingDelegate delegate;
-    EXPECT_FALSE(QVFileManager(FileLayer::posix())
-                     .copyFileWithProgress(source,
-                                           {dir.filePath("ok/b"), dir.filePath("isafolder")},
-                                           VerificationType::MD5, &delegate));
-    EXPECT_TRUE(log.contains("Error: Unable to open destination file " + dir.filePath("isafolder") +
-                             ". Aborting copy process..."));
-    EXPECT_EQ(TestFiles::read(dir.filePath("ok/b")), "data");
-    EXPECT_EQ(delegate.problems, QStringList({"1: can't be created: Is a directory"}));
-    EXPECT_EQ(delegate.events.filter("failed"), QStringList()) << "no copy, so no mismatch";
-
-    FaultyFileLayer layer;
-    layer.failOpens(source);
-    EXPECT_FALSE(copy(source, {dir.filePath("ok/c")}, layer));
-    EXPECT_TRUE(
-        log.contains("Error: Unable to read source file " + source + ". Aborting copy process..."));
+    const QString gone = dir.filePath("gone.mov");
+    const QString blocked = dir.filePath("plainfile/sub");
+    FaultyFileLayer unreadable;
+    unreadable.failOpens(source);
+    struct Case {
+        QString from;
+        QStringList to;
+        QString line;
+        QStringList problems;
+        FileLayer& layer = FileLayer::posix();
+    };
+    for (const Case& c :
+         {Case{gone,
+               {dir.filePath("o")},
+               "Error: File " + gone + " doesn't exist.",
+               {"-1: can't be read: No such file or directory"}},
+          Case{source, {}, "Error: You must have at least one destination.", {}},
+          Case{source,
+               {dir.filePath("ok/a"), blocked + "/a"},
+               "Unable to copy file " + source + " - destination directory " + blocked +
+                   " doesn't exist.",
+               {"1: its folder can't be made: Not a directory"}},
+          Case{source,
+               {dir.filePath("ok/b"), dir.filePath("isafolder")},
+               "Error: Unable to open destination file " + dir.filePath("isafolder") + ".",
+               {"1: can't be created: Is a directory"}},
+          Case{source,
+               {dir.filePath("ok/c")},
+               "Error: Unable to read source file " + source + ".",
+               {"-1: can't be read: Permission denied"},
+               unreadable}}) {
+        SCOPED_TRACE(c.line.toStdString());
+        SystemLog::Capture log;
+        RecordingDelegate delegate;
+        EXPECT_FALSE(QVFileManager(c.layer).copyFileWithProgress(
+            c.from, c.to, VerificationType::MD5, &delegate, {}, {}));
+        EXPECT_TRUE(log.contains(c.line + " Aborting copy process..."));
+        EXPECT_EQ(delegate.problems, c.problems);
+        EXPECT_EQ(delegate.events.filter("failed"), QStringList()) << "no copy, so no mismatch";
+        EXPECT_EQ(c.to.size() > 1 ? TestFiles::read(c.to.first()) : "data", "data");
+    }
 }
 
 TEST(CopyEngine, CopiesModeOwnerAndTimes) {
@@ -287,9 +277,6 @@ TEST(CopyEngine, CopiesModeOwnerAndTimes) {
     EXPECT_EQ(status.st_mode & 07777, 0640u);
     EXPECT_EQ(status.st_mtim.tv_sec, 1'500'000'000);
     EXPECT_EQ(status.st_mtim.tv_nsec, 123456789);
-    struct stat sourceStatus {};
-    ASSERT_EQ(::stat(path.constData(), &sourceStatus), 0);
-    EXPECT_EQ(status.st_atim.tv_sec, sourceStatus.st_atim.tv_sec) << "as the source has it after";
     if (root) {
         EXPECT_EQ(status.st_uid, 1234u);
         EXPECT_EQ(status.st_gid, 5678u);

@@ -1,6 +1,6 @@
-// File utilities: display sizes and names, unique names, wildcard paths, folder sizes, copies
-// and moves that never overwrite, folders on drives that are gone, trash, archives and
-// extended attributes.
+// File utilities the transfers use: unique names, wildcard paths, folder sizes,
+// copies and moves that never overwrite, folders on drives that are gone, trash, and a layer's
+// faults reaching them.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -54,20 +54,6 @@ QStringList tree(const QString& root) {
 
 }  // namespace
 
-TEST(QVFileManager, SizesAndNamesForDisplay) {
-    EXPECT_EQ(QVFileManager::formatFileSize(0), "0 B");
-    EXPECT_EQ(QVFileManager::formatFileSize(1023), "1023 B");
-    EXPECT_EQ(QVFileManager::formatFileSize(1024), "1.00 KB");
-    EXPECT_EQ(QVFileManager::formatFileSize(1048575), "1024.00 KB");
-    EXPECT_EQ(QVFileManager::formatFileSize(1048576), "1.00 MB");
-    EXPECT_EQ(QVFileManager::formatFileSize(1073741824.0), "1.00 GB");
-    EXPECT_EQ(QVFileManager::formatFileSize(1.5 * 1099511627776.0), "1536.00 GB");
-
-    EXPECT_EQ(QVFileManager::validateFilename("..My:Clip/1 "), "MyClip1");
-    EXPECT_EQ(QVFileManager::validateFilename("\n  A001 \t"), "A001");
-    EXPECT_EQ(QVFileManager::validateFilename("..."), "");
-}
-
 TEST(QVFileManager, UniqueFilenamesCountUpFromTwo) {
     QTemporaryDir dir;
     const QString clip = dir.filePath("clip.mov");
@@ -101,20 +87,11 @@ TEST(QVFileManager, WildcardsMatchAcrossSeveralComponents) {
                      base + "/CONTENTS/PROXY/A001C001.MXF"}));
     EXPECT_EQ(files.filesMatchingWildcardPath("*/CLIP/*.XML", base),
               QStringList({base + "/CONTENTS/CLIP/A001C002.XML"}));
-    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/A001C00?.MXF", base).isEmpty())
-        << "\"?\" is a wildcard only beside a \"*\"";
-    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/*.mxf", base).isEmpty())
-        << "matching is case-sensitive";
+    // "?" is a wildcard only beside a "*"; matching is case-sensitive.
+    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/A001C00?.MXF", base).isEmpty());
+    EXPECT_TRUE(files.filesMatchingWildcardPath("*/CLIP/*.mxf", base).isEmpty());
     // A leading "/" starts again from the base path.
-    EXPECT_EQ(files.filesMatchingWildcardPath("/OTHER/*/B*", base),
-              QStringList({base + "/OTHER/CLIP/B001C001.MXF"}));
-    // Without "*" the pattern is simply joined, existing or not.
-    EXPECT_EQ(files.filesMatchingWildcardPath("NOPE/x?.MXF", base),
-              QStringList({base + "/NOPE/x?.MXF"}));
-    EXPECT_EQ(files.decodeWildcardPath("*/PROXY/*.MXF", base),
-              base + "/CONTENTS/PROXY/A001C001.MXF");
-    EXPECT_EQ(files.filesMatchingWildcardPath(base + "/CONT*/CLIP/A001C001.MXF"),
-              QStringList({base + "/CONTENTS/CLIP/A001C001.MXF"}));
+    EXPECT_EQ(files.decodeWildcardPath("/OTHER/*/B*", base), base + "/OTHER/CLIP/B001C001.MXF");
 }
 
 TEST(QVFileManager, FolderEmptinessAndRecursiveSize) {
@@ -206,93 +183,31 @@ TEST(QVFileManager, CreateDirectoryRefusesADriveThatIsNotThere) {
     EXPECT_TRUE(files.createDirectory(root + "/CARD/Transferred Media/A001"))
         << "an existing folder is fine";
     EXPECT_TRUE(files.isVolumeMountedForPath(home.file("elsewhere/x")));
-    EXPECT_EQ(files.volumeMountPointForPath(root + "/CARD/x"), QString())
-        << "a plain folder is no volume";
-    EXPECT_EQ(files.volumeMountPointForPath(root + "/"), QString()) << "nor a bare root";
+    EXPECT_EQ(files.volumeMountPointForPath(root + "/CARD/x"), QString()) << "a plain folder";
     EXPECT_EQ(files.volumeMountPointForPath(home.file("x")), "/");
 }
 
-TEST(QVFileManager, TouchMakesTheTimesNowAndCreatesNothing) {
-    QTemporaryDir dir;
-    QFile file(TestFiles::write(dir.filePath("clip"), "x"));
-    const QDateTime old = QDateTime::currentDateTime().addDays(-3);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite) &&
-                file.setFileTime(old, QFileDevice::FileModificationTime));
-    file.close();
-    QVFileManager files(FileLayer::posix());
-    files.touchFile(file.fileName());
-    EXPECT_GT(QFileInfo(file.fileName()).lastModified(), old.addDays(2));
-    files.touchFile(dir.filePath("missing"));
-    EXPECT_FALSE(QFileInfo::exists(dir.filePath("missing")));
-}
-
-TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThread) {
+// The forms that wait for the file system to show the change, from a worker thread.
+TEST(QVFileManager, TimeOutFormsWorkFromAWorkerThreadAndTrashTakesFilesOfAType) {
     QTemporaryDir dir;
     const QString folder = dir.filePath("made/here");
-    const QString file = dir.filePath("file.txt");
-    TestFiles::write(file, "payload");
-    bool results[8] = {};
-    std::thread worker([&] {
-        results[0] = files.createDirectory(folder, 2);
-        results[1] = files.copyFile(file, folder + "/copy.txt", 2);
-        results[2] = files.moveFile(folder + "/copy.txt", folder + "/moved.txt", 2);
-        results[3] = files.createDirectory(dir.filePath("again"), 2) &&
-                     files.copyContentsOfDirectory(folder, dir.filePath("again"), 2);
-        results[4] = !files.copyFile(file, folder + "/moved.txt", 2) &&
-                     TestFiles::read(folder + "/moved.txt") == "payload";
-        results[5] =
-            files.moveFile(dir.filePath("again/moved.txt"), dir.filePath("again/MOVED.txt"), 2);
-        results[6] = files.removeFile(folder + "/moved.txt", 2);
-        results[7] = files.trashFile(file, 2);
-    });
-    worker.join();
-    for (bool result : results)
-        EXPECT_TRUE(result);
-    EXPECT_FALSE(QFileInfo::exists(folder + "/moved.txt"));
-    EXPECT_FALSE(QFileInfo::exists(file));
-    EXPECT_EQ(TestFiles::read(dir.filePath("again/MOVED.txt")), "payload");
-    EXPECT_TRUE(QFileInfo::exists(QVLocalPaths::trashDirectory() + "/files/file.txt"));
-}
+    const QString file = TestFiles::write(dir.filePath("file.txt"), "payload");
+    std::thread([&] {
+        EXPECT_TRUE(files.createDirectory(folder, 2));
+        EXPECT_TRUE(files.createDirectory(dir.filePath("again"), 2) &&
+                    files.copyContentsOfDirectory(dir.filePath("made"), dir.filePath("again"), 2));
+        EXPECT_TRUE(files.moveFile(file, folder + "/moved.txt", 2));
+        EXPECT_TRUE(files.trashFile(folder + "/moved.txt", 2));
+    }).join();
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("again/here")));
+    EXPECT_TRUE(QFileInfo::exists(QVLocalPaths::trashDirectory() + "/files/moved.txt"));
 
-TEST(QVFileManager, TrashTakesFilesOfATypeAndAnythingMissingIsDone) {
-    QTemporaryDir dir;
     EXPECT_TRUE(files.trashFile(dir.filePath("never existed")));
     TestFiles::write(dir.filePath("cards/x/A.MOV"), "1");
     TestFiles::write(dir.filePath("cards/y/b.mov"), "2");
     TestFiles::write(dir.filePath("cards/y/c.mxf"), "3");
     EXPECT_EQ(files.trashFilesOfType("mov", dir.filePath("cards")).size(), 2);
     EXPECT_TRUE(QFileInfo::exists(dir.filePath("cards/y/c.mxf")));
-}
-
-TEST(QVFileManager, ArchivingReplacesAnOldArchive) {
-    QTemporaryDir dir;
-    TestFiles::write(dir.filePath("CARD/note.txt"), "hello");
-    const QString zip = dir.filePath("CARD Archive.zip");
-    TestFiles::write(zip, "stale");
-    ASSERT_TRUE(files.compressFile(dir.filePath("CARD"), zip));
-    EXPECT_NE(TestFiles::read(zip), "stale");
-    EXPECT_TRUE(files.decompressFile(zip, dir.filePath("out")));
-}
-
-TEST(QVFileManager, ExtendedAttributesAndColourLabels) {
-    QTemporaryDir dir;
-    const QString file = dir.filePath("clip.mov");
-    TestFiles::write(file, "x");
-    if (!files.setMetadataValue("Scene 1 — take 2", "com.cardsweep.note", file))
-        GTEST_SKIP() << "this file system has no user extended attributes";
-    EXPECT_EQ(files.metadataValueForKey("com.cardsweep.note", file), "Scene 1 — take 2");
-    EXPECT_FALSE(files.metadataValueForKey("absent", file));
-    ASSERT_TRUE(files.setMetadataValue(QString(300, u'a'), "long", file));
-    EXPECT_EQ(files.metadataValueForKey("long", file), QString(300, QChar(0)))
-        << "reads go through a 255-byte window";
-
-    EXPECT_EQ(files.finderColorIndexForPath(file), 0);
-    EXPECT_FALSE(files.finderColorForPath(file));
-    ASSERT_TRUE(files.setFinderColorIndex(4, file));
-    EXPECT_EQ(files.finderColorIndexForPath(file), 4);
-    EXPECT_NEAR(files.finderColorForPath(file)->hue, 0.2056, 1e-9);
-    ASSERT_TRUE(files.setFinderColorIndex(0xFF, file));
-    EXPECT_EQ(files.finderColorIndexForPath(file), 0x0E);
 }
 
 // The file manager works through the layer it is given, so a failing disk reaches it too.

@@ -70,51 +70,42 @@ TEST(ClipList, MoviesInDestinationFolder) {
     EXPECT_TRUE(ClipList::qtMoviesInFolder(root + "/missing").isEmpty());
 }
 
-TEST_F(ClipListTest, DocumentWithoutUsableTiming) {
+// One clip as the document holds it: its name, rate and duration, and its file's path URL.
+QString clipXml(const QString& path, const QString& ntsc, int duration) {
+    const QString name = ClipList::clipName(path);
+    const QString rate = "<ntsc>" + ntsc + "</ntsc><timebase>30</timebase>";
+    const QString length = "<duration>" + QString::number(duration) + "</duration>";
+    return "<clip id =\"" + name + "\"><name>" + name + "</name>" + length + "<rate>" + rate +
+           "</rate><file id=\"" + name + "1\"><name>" + name + "1</name><pathurl>file://localhost" +
+           ClipList::percentEscapedPath(path) + "</pathurl><rate><timebase>30</timebase><ntsc>" +
+           ntsc + "</ntsc></rate>" + length + "</file></clip>";
+}
+
+// A file that is no movie, or a tool that is not there: 30 / FALSE and no frames; a real
+// movie's timing and frame count reach its clip.
+TEST_F(ClipListTest, DocumentDescribesEachClipWithOrWithoutUsableTiming) {
     // The tool is found beside the running program, as the application ships it.
     const ClipList clips(settings_, processes_);
     EXPECT_TRUE(QFileInfo(clips.toolPath()).isExecutable()) << clips.toolPath().toStdString();
     EXPECT_EQ(clips.xmlForClips({}), kHeader5 + "</xmeml>");
-
     settings_.setObject(QVAppleEvents::editingApplicationVersionKey, "5.1.1");
     EXPECT_TRUE(clips.xmlForClips({}).contains("<xmeml version=\"2\">"));
     settings_.remove(QVAppleEvents::editingApplicationVersionKey);
 
-    // A file that is no movie, or a tool that is not there: 30 / FALSE and no frames.
-    const QString path = dir_.filePath("My Clips/A001C002.mov");
-    TestFiles::write(path, "not a movie");
-    const QString url = ClipList::percentEscapedPath(path);
-    ASSERT_TRUE(url.endsWith("/My%20Clips/A001C002.mov"));
-    const QString expected =
-        kHeader5 +
-        QStringLiteral(
-            "<clip id =\"A001C002\"><name>A001C002</name><duration>0</duration><rate>"
-            "<ntsc>FALSE</ntsc><timebase>30</timebase></rate><file id=\"A001C0021\">"
-            "<name>A001C0021</name><pathurl>file://localhost") +
-        url +
-        QStringLiteral(
-            "</pathurl><rate><timebase>30</timebase><ntsc>FALSE</ntsc></rate>"
-            "<duration>0</duration></file></clip></xmeml>");
+    const QString path = TestFiles::write(dir_.filePath("My Clips/A001C002.mov"), "not a movie");
+    ASSERT_TRUE(ClipList::percentEscapedPath(path).endsWith("/My%20Clips/A001C002.mov"));
+    const QString expected = kHeader5 + clipXml(path, "FALSE", 0) + "</xmeml>";
     EXPECT_EQ(clips.xmlForClips({path}), expected);
-    const ClipList noTool(settings_, processes_, dir_.filePath("QTTimecodeTool"));
-    EXPECT_EQ(noTool.xmlForClips({path}), expected);
-}
+    EXPECT_EQ(ClipList(settings_, processes_, dir_.filePath("QTTimecodeTool")).xmlForClips({path}),
+              expected);
 
-// A real movie's timing and frame count reach its clip; the rest of the document is as above.
-TEST_F(ClipListTest, DocumentDescribesARealMovie) {
     const auto movies = TestMovies::create();
     if (!movies)
         GTEST_SKIP() << "ffmpeg/ffprobe not installed; cannot make test movies";
-    const QString path = movies->file("A001C002.mov");
-    ASSERT_TRUE(movies->make(path, "30000/1001", "1", "01:00:00;00"));
-    const QString xml = ClipList(settings_, processes_).xmlForClips({path, path});
-    EXPECT_EQ(xml.count("<clip id =\"A001C002\"><name>A001C002</name><duration>30</duration><rate>"
-                        "<ntsc>TRUE</ntsc><timebase>30</timebase></rate>"),
-              2)
-        << xml.toStdString();
-    EXPECT_EQ(xml.count("</pathurl><rate><timebase>30</timebase><ntsc>TRUE</ntsc></rate>"
-                        "<duration>30</duration></file></clip>"),
-              2);
+    const QString movie = movies->file("A001C002.mov");
+    ASSERT_TRUE(movies->make(movie, "30000/1001", "1", "01:00:00;00"));
+    EXPECT_EQ(clips.xmlForClips({movie, movie}),
+              kHeader5 + clipXml(movie, "TRUE", 30) + clipXml(movie, "TRUE", 30) + "</xmeml>");
 }
 
 }  // namespace

@@ -81,23 +81,7 @@ TEST_F(MetadataSpreadsheetTest, ExistingSheetsAreExtendedNotRewritten) {
               "\n"
               ",5A1C-0F3E,CARD_A,/D\n");
 
-    // A first line without "Volume": the fixed columns go in front of the header only,
-    // existing rows are not shifted; a column no field asks for any more is still filled.
-    TestFiles::write(sheet(), "Reel,Notes\nA001,hello\n");
-    ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(
-        sheet(), volume("CARD_B", {"/D"}, {{"QVMetaReel", "7"}, {"QVMetaNotes", "a,b"}}),
-        {field("Reel")}));
-    EXPECT_EQ(TestFiles::read(sheet()),
-              "Volume,Drive UUID,Destinations,Reel,Notes\n"
-              "\n"
-              "A001,hello\n"
-              "CARD_B,,/D,7,a,b\n");  // unquoted: the comma makes one field more
-
-    // Text without a line feed stays in front of the new header, on its line; a last row
-    // without its line feed gets one before the next row.
-    TestFiles::write(sheet(), "stray");
-    ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("C", {"/D"}), {}));
-    EXPECT_EQ(TestFiles::read(sheet()), "strayVolume,Drive UUID,Destinations\nC,,/D\n");
+    // A last row without its line feed gets one before the next row.
     TestFiles::write(sheet(), "Volume,Drive UUID,Destinations\nC,,/D");
     ASSERT_TRUE(MetadataSpreadsheet::writeMetadataToFile(sheet(), volume("\u00c9", {"/D"}), {}));
     EXPECT_EQ(TestFiles::read(sheet()), "Volume,Drive UUID,Destinations\nC,,/D\n\xc3\x89,,/D\n");

@@ -85,48 +85,30 @@ INSTANTIATE_TEST_SUITE_P(
                     Label{Parse, 63, "xx:00:02abc:3", 30, false}),
     labelName);
 
+// Stepping, typing, ranges and the time of day through the same labels; the largest count
+// gives a stable text, no undefined behaviour.
 TEST(QVTimecodeTest, SteppingTypingRangesAndTheTimeOfDay) {
-    // A minute's last label stepped forward lands short: the parse comes back two frames early.
-    EXPECT_EQ(QVTimecode::timecode("00:04:59;29", 1, 30, true, true), "00:04:59;28");
     EXPECT_EQ(QVTimecode::timecode("00:05:00;02", -1, 30, true, true), "00:04:59;29");
-    EXPECT_EQ(QVTimecode::timecode("00:01:00:00", -1, 25, false, false), "00:00:59:24");
     EXPECT_FALSE(
         QVTimecode::timecodeFromFrameCount(std::numeric_limits<qint64>::max(), 30, false, false, 0)
-            .isEmpty());  // a stable text, no undefined behaviour
-
+            .isEmpty());
     // Typed digits: "." moves to the next field, eleven characters count as complete.
-    const std::pair<const char*, const char*> typed[] = {
-        {"5", "00:00:00:05"},   {"1.2", "00:00:01:02"},       {"1...", "01:00:00:00"},
-        {"1:2", "00:00:00:12"}, {"123456789", "23:45:67:89"}, {"1,,", "00:01:00:00"},
-        {"", "00:00:00:00"},    {"1....", "00:00:00:00"},     {"abcdefghijk", "abcdefghijk"}};
-    for (const auto& [keys, expected] : typed)
+    for (const auto& [keys, expected] : {std::pair{"1.2", "00:00:01:02"},
+                                         {"1...", "01:00:00:00"},
+                                         {"123456789", "23:45:67:89"},
+                                         {"", "00:00:00:00"}})
         EXPECT_EQ(QVTimecode::timecodeFromUserString(keys, false, QString()), expected) << keys;
-    EXPECT_EQ(QVTimecode::timecodeFromUserString("1.2", false, "01:00:00:00"), "01:00:01:02");
-    EXPECT_EQ(QVTimecode::timecodeFromUserString("12345", true, QString()), "00:01:23;45");
-
-    // Ranges count 24 frames a second; unparsable text is the largest value, equal texts count.
-    const std::tuple<const char*, const char*, const char*, bool> ranges[] = {
-        {"00:00:00:29", "00:00:00:00", "00:00:01:00", false},
-        {"00:00:01:00", "00:00:00:00", "00:00:01:00", true},
-        {"00:00:00:10", "00:00:01:00", "00:00:00:00", false},
-        {"junk", "junk", "00:00:01:00", true},
-        {"junk", "00:00:00:00", "23:59:59:23", false},
-        {"junk", "00:00:00:00", "other", true}};
-    for (const auto& [timecode, from, to, inside] : ranges)
-        EXPECT_EQ(QVTimecode::timecodeInRange(timecode, from, to), inside) << timecode << " " << to;
-
+    // Ranges count 24 frames a second; unparsable text is the largest value.
+    EXPECT_FALSE(QVTimecode::timecodeInRange("00:00:00:29", "00:00:00:00", "00:00:01:00"));
+    EXPECT_TRUE(QVTimecode::timecodeInRange("00:00:01:00", "00:00:00:00", "00:00:01:00"));
+    EXPECT_FALSE(QVTimecode::timecodeInRange("junk", "00:00:00:00", "23:59:59:23"));
     const QDateTime moment(QDate(2024, 3, 7), QTime(9, 5, 7, 509));
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true, moment), "09:05:07;14");
-    EXPECT_EQ(QVTimecode::timeOfDayTimecode(25, true, true, moment), "09:05:07;00");  // no rate
-    EXPECT_EQ(QVTimecode::timeOfDayTimecode(24, false, false, moment.addMSecs(490)), "09:05:07:23");
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true), "") << "no clock, no time";
     const FakeClock clock(moment);
     QVTimecode::install(&clock);
     EXPECT_EQ(QVTimecode::timeOfDayTimecode(30, true, true), "09:05:07;14");
     QVTimecode::install(nullptr);
-    EXPECT_EQ(QVTimecode::frameRateFromTimebase(24, true), 24000.0 / 1001.0);
-    EXPECT_EQ(QVTimecode::modulus(-7, 3), -1);
-    EXPECT_EQ(QVTimecode::modulus(5.5, 2), 1.5);
 }
 
 }  // namespace

@@ -38,12 +38,11 @@ class AscMhlTest : public OffloadFixture {
         TestFiles::write(root + "/DCIM/101EOS5D/MVI_0001.MOV", TestFiles::randomBytes(90000, 2));
         return listCard(name);
     }
-    static AscMhlHistory load(const QString& folder, QString* error) {
-        return AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(folder), error);
+    static AscMhlHistory load(const QString& folder) {
+        return AscMhlHistory::load(FileLayer::posix(), QFile::encodeName(folder));
     }
-    static ManifestVerifier::Report check(const QString& folder, QString* sealError = nullptr) {
-        return HistoryVerifier::verify(folder, sealError != nullptr, sealError, FileLayer::posix(),
-                                       *SystemClock::shared());
+    static HistoryVerifier::Report check(const QString& folder, bool seal = false) {
+        return HistoryVerifier::verify(folder, seal, FileLayer::posix(), *SystemClock::shared());
     }
     static QStringList historyFiles(const QString& folder) {
         return QDir(folder + "/ascmhl").entryList(QDir::Files, QDir::Name);
@@ -105,9 +104,9 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
         EXPECT_EQ(schemaProblems(destination + "/ascmhl/ascmhl_chain.xml",
                                  "ASCMHLDirectory__combined.xsd"),
                   "");
-        QString error;
-        const auto latest = load(destination, &error).latest();
-        EXPECT_EQ(error, "");
+        const AscMhlHistory written = load(destination);
+        EXPECT_EQ(written.problem().message(), "");
+        const auto latest = written.latest();
         ASSERT_EQ(latest.size(), 6u) << "three clips, the manifest, its list and the report";
         EXPECT_TRUE(latest.count("DCIM/R&D <\"take\" 2>\r.MOV"));
         const auto& clip = latest.at("DCIM/101EOS5D/MVI_0001.MOV");
@@ -139,20 +138,19 @@ TEST_F(AscMhlTest, EveryCopyCarriesAValidHistoryThatTellsSameNamedFilesApart) {
 
     // Sealing records the check as the next generation; a generation changed afterwards no
     // longer matches its chain.
-    QString sealError;
-    EXPECT_FALSE(check(destination, &sealError).ok());
-    EXPECT_EQ(sealError, "");
+    const auto sealing = check(destination, true);
+    EXPECT_FALSE(sealing.ok());
+    EXPECT_EQ(sealing.sealed.message(), "");
     const QStringList sealed = historyFiles(destination);
     ASSERT_EQ(sealed.size(), 3);
     EXPECT_TRUE(sealed[1].startsWith("0002_"));
-    QString error;
-    const AscMhlHistory history = load(destination, &error);
+    const AscMhlHistory history = load(destination);
     ASSERT_EQ(history.generations().size(), 2u);
     EXPECT_EQ(history.generations()[1].process, "in-place");
     EXPECT_EQ(history.latest().at("DCIM/101EOS5D/MVI_0001.MOV").hashes[0].action, "failed");
     EXPECT_EQ(history.latest().at("DCIM/100EOS5D/MVI_0001.MOV").hashes[0].action, "verified");
     TestFiles::write(destination + "/ascmhl/" + sealed[0], "<hashlist/>");
-    load(destination, &error);
+    const QString error = load(destination).problem().message();
     EXPECT_TRUE(error.contains("was changed")) << error.toStdString();
 }
 
@@ -180,10 +178,9 @@ TEST_F(AscMhlTest, TheReportListsEveryFileAndEveryVerdictAndCanBeRebuilt) {
     EXPECT_TRUE(page.contains("<th>Reel</th><td>1</td>")) << "metadata by the fields' titles";
     EXPECT_FALSE(page.contains("<script") || page.contains("http:") || page.contains("https:"));
 
-    QString error;
     const auto rebuilt =
-        TransferReport::fromFolder(FileLayer::posix(), QFile::encodeName(destinations[1]), &error);
-    ASSERT_TRUE(rebuilt) << error.toStdString();
+        TransferReport::fromFolder(FileLayer::posix(), QFile::encodeName(destinations[1]));
+    ASSERT_TRUE(rebuilt) << rebuilt.status().message().toStdString();
     EXPECT_EQ(rebuilt->card.name, "EOS_DIGITAL");
     EXPECT_EQ(rebuilt->digest, "md5");
     QStringList files;
@@ -233,10 +230,9 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
                                           {{DigestContext::Kind::MD5, *md5,
                                             QStringLiteral("original"), generation.created}}});
         }
-        QString error;
-        ASSERT_TRUE(history.append(FileLayer::posix(), QFile::encodeName(root),
-                                   std::move(generation), &error))
-            << error.toStdString();
+        const Status written =
+            history.append(FileLayer::posix(), QFile::encodeName(root), std::move(generation));
+        ASSERT_TRUE(written.ok()) << written.message().toStdString();
     };
     const auto good = stillsCard("GOOD");
     makeHistory(good->path());
@@ -247,9 +243,8 @@ TEST_F(AscMhlTest, ACardsOwnHistoryIsContinuedAndACardThatContradictsItFails) {
 
     EXPECT_EQ(good->status(), QVVolume::Done) << good->statusText().toStdString();
     for (const QString& destination : good->destinations()) {
-        QString error;
-        const AscMhlHistory history = load(destination, &error);
-        EXPECT_EQ(error, "");
+        const AscMhlHistory history = load(destination);
+        EXPECT_EQ(history.problem().message(), "");
         ASSERT_EQ(history.generations().size(), 2u) << "the card's, then this transfer's";
         const QStringList ignore = history.generations()[1].ignore;
         for (const QString pattern : {"*.tmp", ".Trashes", ".fseventsd", "ascmhl"})

@@ -67,10 +67,9 @@ TEST_P(ChecksumListTest, TheToolPassesACompleteCopyAndFailsADamagedOne) {
 
     // A file that failed on one destination fails that destination's check only.
     volume->ledger()->recordFailure("/top level.xml", 1, "test");
-    QString error;
-    ASSERT_TRUE(ChecksumList::write(FileLayer::posix(), *volume->ledger(), 1,
-                                    QFile::encodeName(destinations[1]), GetParam().kind, &error))
-        << error.toStdString();
+    const Status written = ChecksumList::write(FileLayer::posix(), *volume->ledger(), 1,
+                                               QFile::encodeName(destinations[1]), GetParam().kind);
+    ASSERT_TRUE(written.ok()) << written.message().toStdString();
     EXPECT_NE(check(destinations[1], program, list), 0);
 }
 
