@@ -161,11 +161,11 @@ void AppController::incrementFailureCountForVolume(QVVolume& volume) {
         return;
     // Two cards failing at once, in this process or another, must not lose a count.
     settings_.transaction([&] {
-        PropertyList::Dictionary counts = settings_.dictionary(SettingsKey::failureCounts);
+        PropertyList::Dictionary counts = settings_.get(SettingsKey::failureCounts);
         const auto found = counts.find(key);
         const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
         counts[key] = PropertyList(count + 1);
-        settings_.setObject(SettingsKey::failureCounts, PropertyList(counts));
+        settings_.set(SettingsKey::failureCounts, counts);
     });
 }
 

@@ -179,7 +179,7 @@ std::shared_ptr<QVVolume> AppController::addVolumeLocationToList(const QString& 
     recallCardMetadata(*volume);
     if (isFolder)
         volume->setStatus(QVVolume::Idle);
-    const QStringList ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList();
+    const QStringList ignored = settings_.get(SettingsKey::ignoredVolumes);
     if (!isDestinationDrive(path) && !ignored.contains(name))
         volumes_.add(volume);
     onMainThread([this] { reloadVolumeList(); }, false);
@@ -353,7 +353,7 @@ void AppController::showInfo() {
     const QString diskUuid = info ? (*info)["DiskUUID"].toString() : QString();
     const QString volumeUuid = info ? (*info)["VolumeUUID"].toString() : QString();
     const QString key = diskUuid.isEmpty() ? volumeUuid : diskUuid;
-    const auto counts = settings_.dictionary(SettingsKey::failureCounts);
+    const auto counts = settings_.get(SettingsKey::failureCounts);
     const auto count = key.isEmpty() ? counts.end() : counts.find(key);
     view_.showInfo(volume.name(),
                    {{QStringLiteral("Mount Point"), path},
@@ -394,7 +394,7 @@ void AppController::claimCardMetadata(const std::shared_ptr<QVVolume>& volume) {
     // The day rule compares with the previous transfer's date: numbers first.
     const MetadataValues values = volume->claimMetadata(settings_);
     MetadataNaming::rememberCard(settings_, cardIdentity(*volume), values);
-    settings_.setObject(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
+    settings_.set(SettingsKey::lastTransferDate, PropertyList(services_.clock->now()));
     for (const auto& listed : dataArray()) {
         if (listed != volume && listed->refreshListedMetadata(settings_))
             publish(listed);

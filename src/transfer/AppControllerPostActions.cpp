@@ -38,7 +38,10 @@ void AppController::buildPostActions() {
               if (fileManager_.createEmptyFile(marker))
                   run.report(u"Done marker: "_qs + marker);
           }});
-    step({u"writeChecksumFileForVolume:"_qs, nullptr, u"Writing checksum file..."_qs, false,
+    step({u"writeChecksumFileForVolume:"_qs,
+          {},
+          u"Writing checksum file..."_qs,
+          false,
           [this](PostActionRun& run) {
               writeChecksumFileForVolume(run.volume());
               run.report(u"Checksum manifest written to "_qs +
@@ -47,7 +50,7 @@ void AppController::buildPostActions() {
     postActions_.append(std::make_unique<SpreadsheetAction>(services_.disks));
     postActions_.append(std::make_unique<EmbedMetadataAction>(
         services_.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
-    step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {
+    step({u"noteFileSystemChanged:"_qs, {}, {}, true, [this](PostActionRun& run) {
               for (const QString& destination : run.volume().destinations())
                   services_.desktop.noteFileSystemChanged(destination);
           }});
@@ -81,7 +84,7 @@ void AppController::buildPostActions() {
               services_.notifier.postGrowlNotification(u"Transfer Complete"_qs, run.volume().name(),
                                                        QString(), u"Transfer Complete"_qs);
           }});
-    step({u"finish"_qs, nullptr, u"Finishing..."_qs, false, [this](PostActionRun& run) {
+    step({u"finish"_qs, {}, u"Finishing..."_qs, false, [this](PostActionRun& run) {
               run.volume().setStatus(QVVolume::Done);
               updates_.changed(run.volumePointer());
               onMainThread([this] { reloadVolumeList(); }, true);

@@ -164,12 +164,12 @@ void AppController::setVolumeListValue(int row, const QString& column, const QSt
         values[column] = value;
         volume->setMetadata(values);
         std::vector<MetadataField> fields =
-            MetadataField::listFrom(settings_.object(SettingsKey::metadata));
+            MetadataField::listFrom(settings_.get(SettingsKey::metadata));
         for (MetadataField& field : fields) {
             if (field.identifier() == column)
                 field.defaultVal = value;
         }
-        settings_.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+        settings_.set(SettingsKey::metadata, MetadataField::toArray(fields));
     } else {
         return;
     }

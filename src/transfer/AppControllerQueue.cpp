@@ -63,7 +63,7 @@ bool containsItemNewerThan(FileLayer& files, const QByteArray& folder, const tim
 QStringList AppController::chooseDestinations(const QVVolume& volume) {
     std::vector<DestinationEntry> list = destinationList();
     if (list.empty()) {
-        list = {Preferences::defaultDestination()};
+        list = {SettingsKey::defaultDestination()};
         setDestinationList(list);
         Preferences(settings_).setDestinationList(list);
     } else if (std::none_of(list.begin(), list.end(),
@@ -103,7 +103,7 @@ void AppController::startWorker(const std::shared_ptr<QVVolume>& volume,
 
 void AppController::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
     try {
-        const qint64 limit = std::max<qint64>(1, settings_.integer(SettingsKey::concurrentThreads));
+        const qint64 limit = std::max<qint64>(1, settings_.get(SettingsKey::concurrentThreads));
         // Giving back a busy volume's slot before choosing keeps the count honest.
         queue_.giveBackSlotOf(volume->status());
         volume->reset();
