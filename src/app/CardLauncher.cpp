@@ -35,8 +35,7 @@ bool CardLauncher::volumeDidMount(const MountEntry& entry) {
         return false;
     // Read afresh: the desktop program may have changed the list since we started.
     QStringList ignored;
-    settings_.transaction(
-        [&] { ignored = settings_.object(SettingsKey::ignoredVolumes).toStringList(); });
+    settings_.transaction([&] { ignored = settings_.get(SettingsKey::ignoredVolumes); });
     if (ignored.contains(QFileInfo(entry.mountPoint).fileName()))
         return false;
     if (CardsweepVolumeChecker::verifyVolumeType(files_, entry.mountPoint) == -1)

@@ -30,13 +30,10 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
     std::vector<DestinationEntry> list;
     for (const QString& destination : request.destinations)
         list.push_back({1, QFileInfo(destination).absoluteFilePath()});
-    PropertyList::Array entries;
-    for (const DestinationEntry& entry : list)
-        entries.push_back(entry.toPropertyList());
-    settings.setOverride(SettingsKey::destinationList, PropertyList(entries));
-    settings.setOverride(SettingsKey::transferType, PropertyList(qint64(0)));
+    settings.setOverride(SettingsKey::destinationList, list);
+    settings.setOverride(SettingsKey::transferType, 0);
     if (!request.project.isEmpty())
-        settings.setOverride(SettingsKey::projectName, PropertyList(request.project));
+        settings.setOverride(SettingsKey::projectName, request.project);
     // The first digest is the manifest's; the others are made from the same read as well.
     const QStringList digests = request.checksum.split(u',', Qt::SkipEmptyParts);
     PropertyList::Array also;
@@ -45,16 +42,16 @@ void applyOverrides(SettingsStore& settings, const OffloadRunner::Request& reque
         if (!kind)
             continue;
         if (i == 0)
-            settings.setOverride(SettingsKey::checksumFormat, PropertyList(qint64(*kind)));
+            settings.setOverride(SettingsKey::checksumFormat, qint64(*kind));
         else
             also.push_back(PropertyList(qint64(*kind)));
     }
     if (!digests.isEmpty())
         settings.setOverride(SettingsKey::alsoChecksumFormats, PropertyList(also));
     if (request.onlyMovies)
-        settings.setOverride(SettingsKey::onlyCopyQTMovies, PropertyList(qint64(1)));
+        settings.setOverride(SettingsKey::onlyCopyQTMovies, true);
     if (request.inlineCheck)
-        settings.setOverride(SettingsKey::inlineVerification, PropertyList(qint64(1)));
+        settings.setOverride(SettingsKey::inlineVerification, true);
 }
 
 }  // namespace

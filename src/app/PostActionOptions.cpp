@@ -5,14 +5,6 @@
 #include "Preferences.h"
 #include "SettingsStore.h"
 
-namespace {
-
-void set(SettingsStore& settings, const char* key, qint64 value) {
-    settings.setOverride(QString::fromLatin1(key), PropertyList(value));
-}
-
-}  // namespace
-
 void PostActionOptions::addTo(CLI::App& command) {
     command
         .add_option("--archive", archive_,
@@ -26,14 +18,14 @@ void PostActionOptions::addTo(CLI::App& command) {
 
 void PostActionOptions::applyTo(SettingsStore& settings) const {
     if (none_) {
-        for (const char* key : SettingsKey::postActionSwitches)
-            set(settings, key, 0);
+        for (const Setting<IntegerSwitch>* postActionSwitch : SettingsKey::postActionSwitches)
+            settings.setOverride(*postActionSwitch, false);
         return;
     }
     if (!archive_.empty()) {
-        set(settings, SettingsKey::actionArchive, 1);
-        set(settings, SettingsKey::actionArchiveType, archive_ == "image" ? 0 : 1);
+        settings.setOverride(SettingsKey::actionArchive, true);
+        settings.setOverride(SettingsKey::actionArchiveType, archive_ == "image" ? 0 : 1);
     }
     if (eject_)
-        set(settings, SettingsKey::actionEject, 1);
+        settings.setOverride(SettingsKey::actionEject, true);
 }

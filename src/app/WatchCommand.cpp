@@ -28,14 +28,13 @@ void say(const QString& line) {
 
 void applyOverrides(SettingsStore& settings, const QStringList& destinations, bool image) {
     // Imaging a whole card is asked for on the command line, never inherited from the desktop.
-    settings.setOverride(SettingsKey::transferType, PropertyList(qint64(image ? 1 : 0)));
+    settings.setOverride(SettingsKey::transferType, image ? 1 : 0);
     if (destinations.isEmpty())
         return;
-    PropertyList::Array entries;
+    std::vector<DestinationEntry> entries;
     for (const QString& destination : destinations)
-        entries.push_back(
-            DestinationEntry{1, QFileInfo(destination).absoluteFilePath()}.toPropertyList());
-    settings.setOverride(SettingsKey::destinationList, PropertyList(entries));
+        entries.push_back({1, QFileInfo(destination).absoluteFilePath()});
+    settings.setOverride(SettingsKey::destinationList, entries);
 }
 
 std::shared_ptr<QVVolume> listedAt(const AppController& controller, const QString& path) {

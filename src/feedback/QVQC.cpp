@@ -12,6 +12,7 @@
 
 #include "QVJSON.h"
 #include "QVLog.h"
+#include "SettingsKeys.h"
 #include "SettingsStore.h"
 
 namespace {
@@ -20,9 +21,6 @@ const QString kAlphabet =
     QStringLiteral("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXZY0123456789");
 constexpr qint64 kDay = 86400;
 constexpr qint64 kIdentifierLife = 7776000;  // 90 days
-const QString kLaunchCount = QStringLiteral("launchCount");
-const QString kLastSubmission = QStringLiteral("lastSubmission");
-const QString kLastOSVersion = QStringLiteral("lastOSVersion");
 
 }  // namespace
 
@@ -38,7 +36,7 @@ QVQC::QVQC(SettingsStore& settings, Places places, std::shared_ptr<const Clock> 
     for (const PropertyList& event : cached.toArray())
         cache_.push_back(event);
     shouldLog_ = consent()[QStringLiteral("logQC")].toInteger() == 1;
-    settings_.setObject(kLaunchCount, PropertyList(settings_.integer(kLaunchCount) + 1));
+    settings_.set(SettingsKey::launchCount, settings_.get(SettingsKey::launchCount) + 1);
 }
 
 QVQC::~QVQC() = default;
@@ -70,7 +68,7 @@ void QVQC::loadQC() {
     if (const auto found = stored.find(QStringLiteral("logQC")); found != stored.end()) {
         shouldLog_ = found->second.toBool();
     } else {
-        if (settings_.integer(kLaunchCount) < 2)
+        if (settings_.get(SettingsKey::launchCount) < 2)
             return;  // never on the first launch
         const int answer =
             ask_ ? ask_(QStringLiteral("Help improve Quorvant software by submitting analytics and "
@@ -81,7 +79,7 @@ void QVQC::loadQC() {
         if (answer == 1 || answer == -1) {
             setQCLogging(answer == 1);
         } else {
-            const QString page = settings_.string(infoPageKey);
+            const QString page = settings_.get(SettingsKey::analyticsInfoPage);
             if (!page.isEmpty() && openInfoPage_)
                 openInfoPage_(page);
         }
@@ -90,8 +88,8 @@ void QVQC::loadQC() {
         return;
     logLoadEvent();
     logSystemSpecsEvent();
-    const PropertyList last = settings_.object(kLastSubmission);
-    const bool due = last.isAbsent() ? settings_.integer(kLaunchCount) >= 4
+    const PropertyList last = settings_.get(SettingsKey::lastSubmission);
+    const bool due = last.isAbsent() ? settings_.get(SettingsKey::launchCount) >= 4
                                      : last.toDateTime().secsTo(clock_->now()) > kDay;
     if (!cache_.empty() && due)
         uploadData();
@@ -119,13 +117,13 @@ void QVQC::logLoadEvent() {
 
 void QVQC::logSystemSpecsEvent() {
     const QString version = osVersion_ ? osVersion_() : QString();
-    if (version.isEmpty() || version == settings_.string(kLastOSVersion))
+    if (version.isEmpty() || version == settings_.get(SettingsKey::lastOSVersion))
         return;
     logQCEvent(PropertyList(
         PropertyList::Dictionary{{QStringLiteral("event"), PropertyList(QStringLiteral("specs"))},
                                  {QStringLiteral("date"), PropertyList(now())},
                                  {QStringLiteral("data"), PropertyList(version)}}));
-    settings_.setObject(kLastOSVersion, PropertyList(version));
+    settings_.set(SettingsKey::lastOSVersion, version);
 }
 
 void QVQC::writeCache() {
@@ -179,7 +177,7 @@ void QVQC::uploadData() {
     shouldLog_ = consent()[QStringLiteral("logQC")].toInteger() == 1;
     if (!shouldLog_ || cache_.empty())
         return;
-    const QString endpoint = settings_.string(endpointKey);
+    const QString endpoint = settings_.get(SettingsKey::analyticsEndpoint);
     if (endpoint.isEmpty()) {
         if (!saidNoEndpoint_)
             QVLog::appendLog(u"Analytics are kept but not sent: no endpoint is set");
@@ -199,7 +197,7 @@ void QVQC::uploadData() {
     // Sent or not, these events are not kept for a retry.
     cache_.clear();
     QFile::remove(places_.cacheFile);
-    settings_.setObject(kLastSubmission, PropertyList(clock_->now()));
+    settings_.set(SettingsKey::lastSubmission, PropertyList(clock_->now()));
 }
 
 QByteArray QVQC::generateFormData(const std::vector<std::pair<QString, QString>>& fields,

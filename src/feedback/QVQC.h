@@ -32,9 +32,6 @@ class QVQC : public QObject {
     /// The consent sheet: its answer, 1 (default), 0 (alternate) or -1 (other).
     using Ask = std::function<int(const QString& title, const QStringList& buttons)>;
 
-    static constexpr const char* endpointKey = "analyticsEndpoint";
-    static constexpr const char* infoPageKey = "analyticsInfoPage";
-
     /// Reads the cache and the consent, and counts this launch.
     QVQC(SettingsStore& settings, Places places, std::shared_ptr<const Clock> clock,
          std::function<QString()> osVersion, Ask ask, QObject* parent = nullptr);

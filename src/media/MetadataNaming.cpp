@@ -127,7 +127,7 @@ QString initialValue(const MetadataField& field, const QDateTime& now, const QSt
 // Only the day of the month is compared: a transfer on the same day number of another
 // month does not count as a new day.
 QString applyDayRule(const QString& value, const SettingsStore& settings, const QDateTime& now) {
-    const PropertyList last = settings.object(SettingsKey::lastTransferDate);
+    const PropertyList last = settings.get(SettingsKey::lastTransferDate);
     if (last.type() != PropertyList::Type::Date) {
         return value;
     }
@@ -189,7 +189,7 @@ MetadataValues MetadataNaming::populateDefaultMetadata(const SettingsStore& sett
                                                        const Clock& clock,
                                                        const QString& userName) {
     MetadataValues values;
-    const PropertyList stored = settings.object(SettingsKey::metadata);
+    const PropertyList stored = settings.get(SettingsKey::metadata);
     if (stored.type() != PropertyList::Type::Array) {
         QVLog::appendLog(u"Metadata fields setting is not a list; the volume gets no metadata");
         return values;
@@ -213,7 +213,7 @@ MetadataValues MetadataNaming::claimNumbers(SettingsStore& settings, const Clock
                                             const MetadataValues& listed, const QString& userName) {
     MetadataValues values = shown;
     settings.transaction([&] {
-        const PropertyList stored = settings.object(SettingsKey::metadata);
+        const PropertyList stored = settings.get(SettingsKey::metadata);
         if (stored.type() != PropertyList::Type::Array)
             return;
         std::vector<MetadataField> fields = MetadataField::listFrom(stored);
@@ -238,7 +238,7 @@ MetadataValues MetadataNaming::claimNumbers(SettingsStore& settings, const Clock
             values[identifier] = value;
         }
         if (changed)
-            settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+            settings.set(SettingsKey::metadata, MetadataField::toArray(fields));
     });
     return values;
 }
@@ -250,7 +250,7 @@ const QString kCardKey = QStringLiteral("card");
 const QString kValuesKey = QStringLiteral("metadata");
 
 PropertyList::Array rememberedCards(const SettingsStore& settings) {
-    const PropertyList cards = settings.object(SettingsKey::transferredCards);
+    const PropertyList cards = settings.get(SettingsKey::transferredCards);
     return cards.type() == PropertyList::Type::Array ? cards.toArray() : PropertyList::Array();
 }
 
@@ -279,7 +279,7 @@ void MetadataNaming::rememberCard(SettingsStore& settings, const QString& card,
         if (cards.size() > kRememberedCards)
             cards.erase(cards.begin(),
                         cards.begin() + std::ptrdiff_t(cards.size() - kRememberedCards));
-        settings.setObject(SettingsKey::transferredCards, cards);
+        settings.set(SettingsKey::transferredCards, cards);
     });
 }
 
@@ -306,7 +306,7 @@ void MetadataNaming::forgetCard(SettingsStore& settings, const QString& card) {
         const PropertyList::Array cards = rememberedCards(settings);
         const PropertyList::Array kept = withoutCard(cards, card);
         if (kept.size() != cards.size())
-            settings.setObject(SettingsKey::transferredCards, kept);
+            settings.set(SettingsKey::transferredCards, kept);
     });
 }
 
@@ -361,7 +361,7 @@ void MetadataNaming::setValue(MetadataValues& values, const QString& identifier,
                               const QString& value, SettingsStore& settings) {
     values[identifier] = value;
     std::vector<MetadataField> fields =
-        MetadataField::listFrom(settings.object(SettingsKey::metadata));
+        MetadataField::listFrom(settings.get(SettingsKey::metadata));
     const auto field = std::find_if(fields.begin(), fields.end(), [&](const MetadataField& f) {
         return f.identifier() == identifier;
     });
@@ -369,7 +369,7 @@ void MetadataNaming::setValue(MetadataValues& values, const QString& identifier,
         return;
     }
     field->defaultVal = value;
-    settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+    settings.set(SettingsKey::metadata, MetadataField::toArray(fields));
 }
 
 QString MetadataNaming::proposeFieldTitle(const std::vector<MetadataField>& fields) {

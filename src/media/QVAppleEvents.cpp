@@ -14,6 +14,7 @@
 #include "QVException.h"
 #include "QVLocalPaths.h"
 #include "QVLog.h"
+#include "SettingsKeys.h"
 #include "TextValues.h"
 
 namespace {
@@ -106,7 +107,7 @@ bool QVAppleEvents::sendXMLToFCP(const QString& xml, const QString& projectPath,
 }
 
 bool QVAppleEvents::handToEditingApplication(const QString& file) const {
-    const QString program = settings_.string(QString::fromLatin1(editingApplicationKey)).trimmed();
+    const QString program = settings_.get(SettingsKey::editingApplication).trimmed();
     if (program.isEmpty())
         return true;
     const QString resolved = resolveProgram(program);
@@ -207,8 +208,7 @@ bool QVAppleEvents::closeProject(const QString&, bool) const {
 }
 
 QString QVAppleEvents::finalCutProVersionString() const {
-    const QString version =
-        settings_.string(QString::fromLatin1(editingApplicationVersionKey)).trimmed();
+    const QString version = settings_.get(SettingsKey::editingApplicationVersion).trimmed();
     return version.isEmpty() ? kDefaultVersion : version;
 }
 

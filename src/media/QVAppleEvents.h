@@ -21,9 +21,6 @@ class QVAppleEvents {
   public:
     /// Starts `program` with `arguments` without waiting; false when it could not start.
 
-    static constexpr const char* editingApplicationKey = "editingApplication";
-    static constexpr const char* editingApplicationVersionKey = "editingApplicationVersion";
-
     /// The editing application is started through processes.
     QVAppleEvents(const SettingsStore& settings, ProcessRunner& processes);
 

@@ -3,35 +3,74 @@
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QThread>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <utility>
 
-// Qt's queue of posted calls is one lock: a call runs after everything its poster did before
-// posting, and a waiting poster goes on after the call. ThreadSanitizer can't see inside Qt, so
-// the checked build is told of that order here, through one address standing for that lock.
 #if defined(__SANITIZE_THREAD__)
-extern "C" void __tsan_acquire(void* address);
-extern "C" void __tsan_release(void* address);
-
-namespace {
-
-const char kPostedCalls = 0;
-
-void released() {
-    __tsan_release(const_cast<char*>(&kPostedCalls));
-}
-
-void acquired() {
-    __tsan_acquire(const_cast<char*>(&kPostedCalls));
-}
-
-}  // namespace
-#else
-namespace {
-
-void released() {}
-void acquired() {}
-
-}  // namespace
+#include <sanitizer/tsan_interface.h>
 #endif
+
+namespace {
+
+// Qt's queue runs a posted call after all its poster did before posting, through locks
+// ThreadSanitizer can't see; the checked build is told of that order on the call's own state.
+void handingToQt([[maybe_unused]] void* state) {
+#if defined(__SANITIZE_THREAD__)
+    __tsan_release(state);
+#endif
+}
+
+void takenFromQt([[maybe_unused]] void* state) {
+#if defined(__SANITIZE_THREAD__)
+    __tsan_acquire(state);
+#endif
+}
+
+// One posted call, shared by the poster and the queued call. The poster waits for its end here
+// rather than with Qt's blocking call, which leaves its arguments on the poster's stack and
+// wakes it through locks ThreadSanitizer can't see, so the checked build took it for a race.
+struct PostedCall {
+    std::mutex mutex;
+    std::condition_variable ended;
+    std::function<void()> work;  // guarded by mutex; taken by whoever runs it
+    bool over = false;           // guarded by mutex
+
+    void end() {
+        {
+            const std::lock_guard lock(mutex);
+            over = true;
+        }
+        ended.notify_all();
+    }
+};
+
+// Held by the queued call alone (it is moved, never copied): when Qt drops a call still queued
+// as its receiver goes, the poster waiting for it is let go all the same.
+class EndWhenGone {
+  public:
+    explicit EndWhenGone(std::shared_ptr<PostedCall> call) : call_(std::move(call)) {}
+    EndWhenGone(EndWhenGone&&) noexcept = default;
+    EndWhenGone& operator=(EndWhenGone&&) = delete;
+    ~EndWhenGone() {
+        if (!call_)
+            return;
+        takenFromQt(call_.get());
+        call_->end();
+    }
+
+    std::function<void()> takeWork() const {
+        takenFromQt(call_.get());
+        const std::lock_guard lock(call_->mutex);
+        return std::exchange(call_->work, nullptr);
+    }
+
+  private:
+    std::shared_ptr<PostedCall> call_;
+};
+
+}  // namespace
 
 bool MainThread::isMainThread() {
     const QCoreApplication* app = QCoreApplication::instance();
@@ -43,15 +82,18 @@ void MainThread::performOnMainThread(std::function<void()> fn, bool wait) {
         fn();
         return;
     }
-    released();
+    const auto call = std::make_shared<PostedCall>();
+    call->work = std::move(fn);
+    handingToQt(call.get());
     QMetaObject::invokeMethod(
         QCoreApplication::instance(),
-        [fn = std::move(fn)] {
-            acquired();
-            fn();
-            released();
+        [guard = EndWhenGone(call)] {
+            if (const std::function<void()> work = guard.takeWork())
+                work();
         },
-        wait ? Qt::BlockingQueuedConnection : Qt::QueuedConnection);
-    if (wait)
-        acquired();
+        Qt::QueuedConnection);
+    if (!wait)
+        return;
+    std::unique_lock lock(call->mutex);
+    call->ended.wait(lock, [&call] { return call->over; });
 }

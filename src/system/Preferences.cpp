@@ -5,56 +5,24 @@
 namespace {
 
 constexpr int kHistoryLength = 15;
-const QString kUntitledProject = QStringLiteral("Untitled Project");
-
-PropertyList metadataRow(const char* title, int type, const char* defaultValue, int visible,
-                         int useInPath, int useInSpreadsheet) {
-    return PropertyList::Dictionary{
-        {QStringLiteral("title"), title},
-        {QStringLiteral("type"), type},
-        {QStringLiteral("defaultVal"), defaultValue},
-        {QStringLiteral("visible"), visible},
-        {QStringLiteral("useInPath"), useInPath},
-        {QStringLiteral("useInSpreadsheet"), useInSpreadsheet},
-    };
-}
 
 }  // namespace
 
-DestinationEntry Preferences::defaultDestination() {
-    return {1, QVLocalPaths::documentDirectory(true) + QStringLiteral("/Transferred Media")};
-}
-
-PropertyList::Array Preferences::defaultMetadata() {
-    return {
-        metadataRow("Day", 1, "1", 1, 1, 1),
-        metadataRow("Reel", 2, "0", 1, 1, 1),
-        metadataRow("Timestamp", 3, "", 0, 1, 0),
-    };
-}
-
 PropertyList::Dictionary Preferences::registeredDefaults() {
-    return {
-        {SettingsKey::projectName, kUntitledProject},
-        {SettingsKey::destinationList, PropertyList::Array{defaultDestination().toPropertyList()}},
-        {SettingsKey::processingEnabled, false},
-        {SettingsKey::concurrentThreads, 1},
-        {SettingsKey::transferType, 0},
-        {SettingsKey::writeDoneFlag, 1},
-        {SettingsKey::verifyFileSizes, 1},
-        {SettingsKey::verifyFileChecksums, 1},
-        {SettingsKey::actionGrowl, 1},
-        {SettingsKey::actionBounceDock, 1},
-        {SettingsKey::metadata, defaultMetadata()},
-        {SettingsKey::inlineVerification, 0},
-        {SettingsKey::writeAscMhl, 1},
+    PropertyList::Dictionary defaults;
+    const auto add = [&defaults](const auto* setting) {
+        const PropertyList value = setting->storedDefault();
+        if (!value.isAbsent())
+            defaults[setting->key()] = value;
     };
+    std::apply([&add](const auto*... settings) { (add(settings), ...); }, SettingsKey::all);
+    return defaults;
 }
 
 std::vector<DestinationEntry> Preferences::registerAndMigrate() {
     store_.registerDefaults(registeredDefaults());
 
-    const PropertyList obsolete = store_.object(SettingsKey::destinations);
+    const PropertyList obsolete = store_.get(SettingsKey::destinations);
     if (obsolete.type() == PropertyList::Type::Array) {
         std::vector<DestinationEntry> migrated;
         for (const QString& path : obsolete.toStringList()) {
@@ -66,52 +34,48 @@ std::vector<DestinationEntry> Preferences::registerAndMigrate() {
 
     std::vector<DestinationEntry> list = destinationList();
     if (list.empty()) {
-        list.push_back(defaultDestination());
+        list.push_back(SettingsKey::defaultDestination());
     }
     return list;
 }
 
 std::vector<DestinationEntry> Preferences::destinationList() const {
-    return DestinationEntry::listFrom(store_.object(SettingsKey::destinationList));
+    return store_.get(SettingsKey::destinationList);
 }
 
 void Preferences::setDestinationList(const std::vector<DestinationEntry>& list) {
-    store_.setObject(SettingsKey::destinationList, DestinationEntry::toPropertyList(list));
+    store_.set(SettingsKey::destinationList, list);
 }
 
 void Preferences::repairConcurrentThreads() {
-    if (store_.integer(SettingsKey::concurrentThreads) < 1) {
-        store_.setObject(SettingsKey::concurrentThreads, 2);
+    if (store_.get(SettingsKey::concurrentThreads) < 1) {
+        store_.set(SettingsKey::concurrentThreads, 2);
     }
 }
 
 QStringList Preferences::ignoreVolumeNames(const QStringList& names) {
     QStringList added;
     store_.transaction([&] {
-        QStringList ignored = store_.object(SettingsKey::ignoredVolumes).toStringList();
+        QStringList ignored = store_.get(SettingsKey::ignoredVolumes);
         for (const QString& name : names) {
             if (ignored.contains(name))
                 continue;
             ignored << name;
             added << name;
         }
-        if (added.isEmpty())
-            return;
-        PropertyList::Array list;
-        for (const QString& name : ignored)
-            list.push_back(PropertyList(name));
-        store_.setObject(SettingsKey::ignoredVolumes, PropertyList(list));
+        if (!added.isEmpty())
+            store_.set(SettingsKey::ignoredVolumes, ignored);
     });
     return added;
 }
 
 QString Preferences::projectTitle(const SettingsStore& store) {
-    const QString title = store.string(SettingsKey::projectName);
-    return title.isEmpty() ? kUntitledProject : title;
+    const QString title = store.get(SettingsKey::projectName);
+    return title.isEmpty() ? SettingsKey::projectName.registeredDefault() : title;
 }
 
-QStringList Preferences::addToHistory(const QString& key, const QString& text) {
-    QStringList history = store_.object(key).toStringList();
+QStringList Preferences::addToHistory(const Setting<QStringList>& key, const QString& text) {
+    QStringList history = store_.get(key);
     if (text.isEmpty() || history.contains(text)) {
         return history;
     }
@@ -119,7 +83,7 @@ QStringList Preferences::addToHistory(const QString& key, const QString& text) {
     if (history.size() > kHistoryLength) {
         history.removeLast();
     }
-    store_.setObject(key, history);
+    store_.set(key, history);
     return history;
 }
 

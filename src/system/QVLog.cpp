@@ -8,7 +8,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <cstdio>
-#include <future>
 
 #include "Clock.h"
 #include "MainThread.h"
@@ -100,6 +99,7 @@ QVLog::~QVLog() {
     }
     workArrived_.notify_all();
     becameIdle_.notify_all();
+    operationRan_.notify_all();
     writer_.join();
 }
 
@@ -162,13 +162,10 @@ void QVLog::createNewLog(const Places& places, std::shared_ptr<const Clock> cloc
         return;
     }
     // Run on the writer so the file handle has a single owner.
-    std::promise<void> done;
-    log.enqueue([&log, &name, &done, &clock] {
+    log.runOnWriter([&log, &name, &clock] {
         log.clock_ = std::move(clock);
         log.startNewLog(name);
-        done.set_value();
     });
-    done.get_future().wait();
 }
 
 void QVLog::startNewLog(const QString& name) {
@@ -332,6 +329,20 @@ void QVLog::enqueue(std::function<void()> operation) {
     }
 }
 
+// The wait is on the queue's lock, not a promise: a promise wakes its waiter through a futex
+// ThreadSanitizer can't see, so the waiter's stack, reused at once, looked raced by the writer.
+void QVLog::runOnWriter(std::function<void()> operation) {
+    const auto ran = std::make_shared<bool>(false);  // guarded by queueMutex_
+    enqueue([this, operation = std::move(operation), ran] {
+        operation();
+        const std::lock_guard lock(queueMutex_);
+        *ran = true;
+        operationRan_.notify_all();
+    });
+    std::unique_lock lock(queueMutex_);
+    operationRan_.wait(lock, [this, &ran] { return *ran || stopping_; });
+}
+
 void QVLog::runQueue() {
     std::unique_lock lock(queueMutex_);
     for (;;) {
@@ -391,10 +402,5 @@ void QVLog::willTerminate() {
     }
     waitUntilIdle();
     // Close the file on the writer so no line is half-written when the handle goes.
-    std::promise<void> closed;
-    enqueue([this, &closed] {
-        fileHandle_.reset();
-        closed.set_value();
-    });
-    closed.get_future().wait();
+    runOnWriter([this] { fileHandle_.reset(); });
 }

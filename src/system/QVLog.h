@@ -91,6 +91,8 @@ class QVLog {
     void writeLine(const QString& text);
     void writeHeader();
     void enqueue(std::function<void()> operation);
+    /// Queues operation and returns once the writer has run it (or the log is going).
+    void runOnWriter(std::function<void()> operation);
     void waitUntilIdle();
     void runQueue();
     bool onWriterThread() const;
@@ -115,6 +117,7 @@ class QVLog {
     // empties: a line costs no system call while the writer is busy.
     std::condition_variable workArrived_;
     std::condition_variable becameIdle_;
+    std::condition_variable operationRan_;
     std::deque<std::function<void()>> writeQueue_;  // guarded by queueMutex_
     bool busy_ = false;                             // guarded by queueMutex_
     bool writerAsleep_ = false;                     // guarded by queueMutex_

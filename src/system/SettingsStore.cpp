@@ -119,15 +119,6 @@ void SettingsStore::setOverride(const QString& key, const PropertyList& value) {
     overrides_[key] = value;
 }
 
-PropertyList::Dictionary SettingsStore::dictionary(const QString& key) const {
-    return object(key).toDictionary();
-}
-
-bool SettingsStore::hasStoredValue(const QString& key) const {
-    const std::lock_guard lock(mutex_);
-    return stored_.count(key) != 0;
-}
-
 void SettingsStore::setObject(const QString& key, const PropertyList& value) {
     transaction([&] {
         const std::lock_guard lock(mutex_);

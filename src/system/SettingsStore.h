@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "PropertyList.h"
+#include "Setting.h"
 
 class SettingsStore {
   public:
@@ -24,22 +25,30 @@ class SettingsStore {
     void registerDefaults(const PropertyList::Dictionary& defaults);
     PropertyList::Dictionary registeredDefaults() const;
 
-    PropertyList object(const QString& key) const;
-    qint64 integer(const QString& key) const { return object(key).toInteger(); }
-    double real(const QString& key) const { return object(key).toDouble(); }
-    bool boolean(const QString& key) const { return object(key).toBool(); }
-    QString string(const QString& key) const { return object(key).toString(); }
-    PropertyList::Array array(const QString& key) const { return object(key).toArray(); }
-    PropertyList::Dictionary dictionary(const QString& key) const;
-    /// Integer switches are on only when they equal 1.
-    bool isOn(const QString& key) const { return integer(key) == 1; }
-    bool hasStoredValue(const QString& key) const;
+    /// A declared setting, read as its type (SettingsKeys.h).
+    template <typename T>
+    typename Setting<T>::Value get(const Setting<T>& setting) const {
+        return SettingValue<T>::read(object(setting.key()));
+    }
+    template <typename T>
+    void set(const Setting<T>& setting, const typename Setting<T>::Value& value) {
+        setObject(setting.key(), SettingValue<T>::write(value));
+    }
+    template <typename T>
+    void remove(const Setting<T>& setting) {
+        remove(setting.key());
+    }
+    /// A value for this run only: it shadows the stored one and is never written. Writing the
+    /// key drops the override.
+    template <typename T>
+    void setOverride(const Setting<T>& setting, const typename Setting<T>::Value& value) {
+        setOverride(setting.key(), SettingValue<T>::write(value));
+    }
 
+    /// The value as stored, whatever its type (the store's own work, a value written by hand).
+    PropertyList object(const QString& key) const;
     void setObject(const QString& key, const PropertyList& value);
     void remove(const QString& key);
-
-    /// A value for this run only: it shadows the stored one and is never written. Writing the
-    /// key with setObject drops the override.
     void setOverride(const QString& key, const PropertyList& value);
 
     /// Writes the stored values; false (and a log line) when the file can't be written.

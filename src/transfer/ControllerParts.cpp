@@ -10,7 +10,7 @@ namespace {
 std::vector<DestinationEntry> destinationsAtStart(SettingsStore& settings) {
     std::vector<DestinationEntry> list = Preferences(settings).destinationList();
     if (list.empty())
-        list.push_back(Preferences::defaultDestination());
+        list.push_back(SettingsKey::defaultDestination());
     return list;
 }
 

@@ -55,7 +55,10 @@ PostActionSteps::PostActionSteps(ControllerContext& context) : c_(context) {
               if (c_.fileManager.createEmptyFile(marker))
                   run.report(u"Done marker: "_qs + marker);
           }});
-    step({u"writeChecksumFileForVolume:"_qs, nullptr, u"Writing checksum file..."_qs, false,
+    step({u"writeChecksumFileForVolume:"_qs,
+          {},
+          u"Writing checksum file..."_qs,
+          false,
           [this](PostActionRun& run) {
               c_.flow.writeChecksumFileForVolume(run.volume());
               run.report(u"Checksum manifest written to "_qs +
@@ -64,7 +67,7 @@ PostActionSteps::PostActionSteps(ControllerContext& context) : c_(context) {
     steps_.append(std::make_unique<SpreadsheetAction>(c_.services.disks));
     steps_.append(std::make_unique<EmbedMetadataAction>(
         c_.services.processes, LocalPaths::helperProgram(u"QTMetaTool"_qs)));
-    step({u"noteFileSystemChanged:"_qs, nullptr, {}, true, [this](PostActionRun& run) {
+    step({u"noteFileSystemChanged:"_qs, {}, {}, true, [this](PostActionRun& run) {
               for (const QString& destination : run.volume().destinations())
                   c_.services.desktop.noteFileSystemChanged(destination);
           }});
@@ -98,7 +101,7 @@ PostActionSteps::PostActionSteps(ControllerContext& context) : c_(context) {
               c_.services.notifier.postGrowlNotification(
                   u"Transfer Complete"_qs, run.volume().name(), QString(), u"Transfer Complete"_qs);
           }});
-    step({u"finish"_qs, nullptr, u"Finishing..."_qs, false, [this](PostActionRun& run) {
+    step({u"finish"_qs, {}, u"Finishing..."_qs, false, [this](PostActionRun& run) {
               run.volume().setStatus(QVVolume::Done);
               c_.updates.changed(run.volumePointer());
               c_.onMainThread([this] { c_.flow.reloadVolumeList(); }, true);

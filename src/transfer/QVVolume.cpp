@@ -440,7 +440,7 @@ QVVolume::MetadataValues numbersOf(const QVVolume::MetadataValues& values,
                                    const SettingsStore& settings) {
     QVVolume::MetadataValues numbers;
     for (const MetadataField& field :
-         MetadataField::listFrom(settings.object(SettingsKey::metadata))) {
+         MetadataField::listFrom(settings.get(SettingsKey::metadata))) {
         const auto found = values.find(field.identifier());
         if (MetadataNaming::isNumbered(field) && found != values.end())
             numbers.insert(*found);

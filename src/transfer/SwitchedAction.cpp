@@ -5,7 +5,7 @@
 #include "TransferOptions.h"
 
 void SwitchedAction::perform(PostActionRun& run) {
-    if (step_.setting && !run.options().isOn(step_.setting))
+    if (step_.setting && !run.options().isOn(*step_.setting))
         return;
     if (!step_.logLine.isEmpty())
         QVLog::appendLog(step_.logLine);

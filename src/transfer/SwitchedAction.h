@@ -4,17 +4,19 @@
 // thread.
 
 #include <functional>
+#include <optional>
 
 #include "PostAction.h"
+#include "Setting.h"
 
 class SwitchedAction : public PostAction {
   public:
     using Body = std::function<void(PostActionRun& run)>;
     struct Step {
-        QString name;                   // for the log when the step fails
-        const char* setting = nullptr;  // null: always runs
-        QString logLine;                // logged before the body; none when empty
-        bool onCopy = false;            // needs the first destination
+        QString name;                                   // for the log when the step fails
+        std::optional<Setting<IntegerSwitch>> setting;  // none: always runs
+        QString logLine;                                // logged before the body; none when empty
+        bool onCopy = false;                            // needs the first destination
         Body body;
     };
 

@@ -79,7 +79,7 @@ bool containsItemNewerThan(FileLayer& files, const QByteArray& folder, const tim
 QStringList TransferAdmission::chooseDestinations(const QVVolume& volume) {
     std::vector<DestinationEntry> list = c_.volumes.destinations();
     if (list.empty()) {
-        list = {Preferences::defaultDestination()};
+        list = {SettingsKey::defaultDestination()};
         c_.volumes.setDestinations(list);
         Preferences(c_.settings).setDestinationList(list);
     } else if (std::none_of(list.begin(), list.end(),
@@ -119,8 +119,7 @@ void TransferAdmission::startWorker(const std::shared_ptr<QVVolume>& volume,
 
 void TransferAdmission::addVolumeToQueue(const std::shared_ptr<QVVolume>& volume) {
     try {
-        const qint64 limit =
-            std::max<qint64>(1, c_.settings.integer(SettingsKey::concurrentThreads));
+        const qint64 limit = std::max<qint64>(1, c_.settings.get(SettingsKey::concurrentThreads));
         // Giving back a busy volume's slot before choosing keeps the count honest.
         c_.queue.giveBackSlotOf(volume->status());
         volume->reset();
@@ -203,7 +202,7 @@ void TransferAdmission::claimCardMetadata(const std::shared_ptr<QVVolume>& volum
     // The day rule compares with the previous transfer's date: numbers first.
     const MetadataValues values = volume->claimMetadata(c_.settings);
     MetadataNaming::rememberCard(c_.settings, cardIdentity(*volume), values);
-    c_.settings.setObject(SettingsKey::lastTransferDate, PropertyList(c_.services.clock->now()));
+    c_.settings.set(SettingsKey::lastTransferDate, PropertyList(c_.services.clock->now()));
     for (const auto& listed : c_.volumes.volumes()) {
         if (listed != volume && listed->refreshListedMetadata(c_.settings))
             c_.publish(listed);

@@ -180,11 +180,11 @@ void TransferCompletion::incrementFailureCountForVolume(QVVolume& volume) {
         return;
     // Two cards failing at once, in this process or another, must not lose a count.
     c_.settings.transaction([&] {
-        PropertyList::Dictionary counts = c_.settings.dictionary(SettingsKey::failureCounts);
+        PropertyList::Dictionary counts = c_.settings.get(SettingsKey::failureCounts);
         const auto found = counts.find(key);
         const qint64 count = found == counts.end() ? 0 : found->second.toInteger();
         counts[key] = PropertyList(count + 1);
-        c_.settings.setObject(SettingsKey::failureCounts, PropertyList(counts));
+        c_.settings.set(SettingsKey::failureCounts, counts);
     });
 }
 

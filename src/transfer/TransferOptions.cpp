@@ -14,7 +14,7 @@ DigestContext::Kind digestOf(qint64 checksumFormat) {
 std::vector<DigestContext::Kind> alsoDigestsOf(const SettingsStore& settings,
                                                DigestContext::Kind main) {
     std::vector<DigestContext::Kind> kinds;
-    const PropertyList list = settings.object(SettingsKey::alsoChecksumFormats);
+    const PropertyList list = settings.get(SettingsKey::alsoChecksumFormats);
     if (list.type() != PropertyList::Type::Array)
         return kinds;
     for (const PropertyList& value : list.toArray()) {
@@ -27,32 +27,31 @@ std::vector<DigestContext::Kind> alsoDigestsOf(const SettingsStore& settings,
 
 }  // namespace
 
-bool TransferOptions::isOn(const char* postActionSwitch) const {
-    return switchedOn_.contains(QString::fromLatin1(postActionSwitch));
+bool TransferOptions::isOn(const Setting<IntegerSwitch>& postActionSwitch) const {
+    return switchedOn_.contains(postActionSwitch.key());
 }
 
 std::shared_ptr<const TransferOptions> TransferOptions::read(const SettingsStore& settings) {
     auto options = std::make_shared<TransferOptions>();
-    options->verification = verificationTypeFor(settings.integer(SettingsKey::checksumFormat));
+    options->verification = verificationTypeFor(settings.get(SettingsKey::checksumFormat));
     options->alsoDigests = alsoDigestsOf(settings, options->digest());
-    options->verifySizes = settings.isOn(SettingsKey::verifyFileSizes);
-    options->verifyChecksums = settings.isOn(SettingsKey::verifyFileChecksums);
-    options->inlineVerification = settings.isOn(SettingsKey::inlineVerification);
-    options->onlyMovies = settings.isOn(SettingsKey::onlyCopyQTMovies);
-    options->diskImage = settings.integer(SettingsKey::transferType) != 0;
-    options->writeHistory = settings.isOn(SettingsKey::writeAscMhl);
-    options->notify = settings.isOn(SettingsKey::actionGrowl);
+    options->verifySizes = settings.get(SettingsKey::verifyFileSizes);
+    options->verifyChecksums = settings.get(SettingsKey::verifyFileChecksums);
+    options->inlineVerification = settings.get(SettingsKey::inlineVerification);
+    options->onlyMovies = settings.get(SettingsKey::onlyCopyQTMovies);
+    options->diskImage = settings.get(SettingsKey::transferType) != 0;
+    options->writeHistory = settings.get(SettingsKey::writeAscMhl);
+    options->notify = settings.get(SettingsKey::actionGrowl);
     options->projectTitle = Preferences::projectTitle(settings);
-    options->fields = MetadataField::listFrom(settings.object(SettingsKey::metadata));
-    options->destinationList =
-        DestinationEntry::listFrom(settings.object(SettingsKey::destinationList));
-    options->archiveType = int(settings.integer(SettingsKey::actionArchiveType));
-    options->archiveToCustomFolder = settings.isOn(SettingsKey::archiveToCustomDir);
-    options->archiveFolder = settings.string(SettingsKey::archiveDirectory);
-    options->editingProject = settings.string(SettingsKey::fcpProjectPath);
-    for (const char* key : SettingsKey::postActionSwitches) {
-        if (settings.isOn(key))
-            options->switchedOn_ << QString::fromLatin1(key);
+    options->fields = MetadataField::listFrom(settings.get(SettingsKey::metadata));
+    options->destinationList = settings.get(SettingsKey::destinationList);
+    options->archiveType = int(settings.get(SettingsKey::actionArchiveType));
+    options->archiveToCustomFolder = settings.get(SettingsKey::archiveToCustomDir);
+    options->archiveFolder = settings.get(SettingsKey::archiveDirectory);
+    options->editingProject = settings.get(SettingsKey::fcpProjectPath);
+    for (const Setting<IntegerSwitch>* postActionSwitch : SettingsKey::postActionSwitches) {
+        if (settings.get(*postActionSwitch))
+            options->switchedOn_ << postActionSwitch->key();
     }
     return options;
 }

@@ -12,6 +12,7 @@
 #include "DestinationEntry.h"
 #include "DigestContext.h"
 #include "MetadataField.h"
+#include "Setting.h"
 
 class SettingsStore;
 
@@ -40,7 +41,7 @@ struct TransferOptions {
 
     DigestContext::Kind digest() const { return DigestContext::Kind(int(verification) - 1); }
     /// Whether the step after a verified transfer switched by this setting runs.
-    bool isOn(const char* postActionSwitch) const;
+    bool isOn(const Setting<IntegerSwitch>& postActionSwitch) const;
 
     /// The settings as they are now.
     static std::shared_ptr<const TransferOptions> read(const SettingsStore& settings);

@@ -137,7 +137,7 @@ std::shared_ptr<QVVolume> VolumeDiscovery::addVolumeLocationToList(const QString
     c_.flow.recallCardMetadata(*volume);
     if (isFolder)
         volume->setStatus(QVVolume::Idle);
-    const QStringList ignored = c_.settings.object(SettingsKey::ignoredVolumes).toStringList();
+    const QStringList ignored = c_.settings.get(SettingsKey::ignoredVolumes);
     if (!isDestinationDrive(path) && !ignored.contains(name))
         c_.volumes.add(volume);
     c_.onMainThread([this] { c_.flow.reloadVolumeList(); }, false);
@@ -311,7 +311,7 @@ void VolumeDiscovery::showInfo() {
     const QString diskUuid = info ? (*info)["DiskUUID"].toString() : QString();
     const QString volumeUuid = info ? (*info)["VolumeUUID"].toString() : QString();
     const QString key = diskUuid.isEmpty() ? volumeUuid : diskUuid;
-    const auto counts = c_.settings.dictionary(SettingsKey::failureCounts);
+    const auto counts = c_.settings.get(SettingsKey::failureCounts);
     const auto count = key.isEmpty() ? counts.end() : counts.find(key);
     c_.view.showInfo(volume.name(),
                      {{QStringLiteral("Mount Point"), path},

@@ -187,12 +187,12 @@ void VolumePresentation::setVolumeListValue(int row, const QString& column, cons
         values[column] = value;
         volume->setMetadata(values);
         std::vector<MetadataField> fields =
-            MetadataField::listFrom(c_.settings.object(SettingsKey::metadata));
+            MetadataField::listFrom(c_.settings.get(SettingsKey::metadata));
         for (MetadataField& field : fields) {
             if (field.identifier() == column)
                 field.defaultVal = value;
         }
-        c_.settings.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+        c_.settings.set(SettingsKey::metadata, MetadataField::toArray(fields));
     } else {
         return;
     }

@@ -262,8 +262,8 @@ void MainWindow::attach(AppController& controller) {
     failureReview_->setController(&controller);
     sizeColumns();
     SettingsStore& settings = controller.settings();
-    project_->addItems(settings.object(SettingsKey::recentProjects).toStringList());
-    project_->setEditText(settings.string(SettingsKey::projectName));
+    project_->addItems(settings.get(SettingsKey::recentProjects));
+    project_->setEditText(settings.get(SettingsKey::projectName));
     automatic_->setChecked(controller.cardsweepEnabled());
     controller.updateToolbarForTableSelection();
     controller.refreshTotalRemainingSpace();
@@ -521,9 +521,9 @@ void MainWindow::reveal(const QString& name, const QStringList& folders, const Q
 void MainWindow::projectEdited() {
     const QString name = project_->currentText().trimmed();
     SettingsStore& settings = controller_->settings();
-    if (name == settings.object(SettingsKey::projectName).toString())
+    if (name == settings.get(SettingsKey::projectName))
         return;
-    settings.setObject(SettingsKey::projectName, PropertyList(name));
+    settings.set(SettingsKey::projectName, name);
     const QStringList history =
         Preferences(settings).addToHistory(SettingsKey::recentProjects, name);
     const QSignalBlocker quiet(project_);

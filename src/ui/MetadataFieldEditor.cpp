@@ -108,11 +108,11 @@ const std::vector<MetadataFieldEditor::KeyChoice>& MetadataFieldEditor::qtMetaCa
 }
 
 std::vector<MetadataField> MetadataFieldEditor::fields() const {
-    return MetadataField::listFrom(settings_.object(SettingsKey::metadata));
+    return MetadataField::listFrom(settings_.get(SettingsKey::metadata));
 }
 
 void MetadataFieldEditor::save(const std::vector<MetadataField>& fields) {
-    settings_.setObject(SettingsKey::metadata, MetadataField::toArray(fields));
+    settings_.set(SettingsKey::metadata, MetadataField::toArray(fields));
     Q_EMIT fieldsChanged();
 }
 

@@ -185,24 +185,24 @@ void PreferencesWindow::chooseDestinations() {
         addDestinations(dialog.selectedFiles());
 }
 
-QCheckBox* PreferencesWindow::addSwitch(QFormLayout& form, const QString& text, const char* key) {
+QCheckBox* PreferencesWindow::addSwitch(QFormLayout& form, const QString& text,
+                                        const Setting<IntegerSwitch>& key) {
     auto* box = new QCheckBox(text, this);
-    box->setChecked(controller_.settings().isOn(key));
-    connect(box, &QCheckBox::toggled, this, [this, key](bool on) {
-        controller_.settings().setObject(key, PropertyList(qint64(on ? 1 : 0)));
-    });
+    box->setChecked(controller_.settings().get(key));
+    connect(box, &QCheckBox::toggled, this,
+            [this, key](bool on) { controller_.settings().set(key, on); });
     form.addRow(box);
     return box;
 }
 
 void PreferencesWindow::addChoice(QFormLayout& form, const QString& label,
-                                  const QStringList& choices, const char* key, int shown) {
+                                  const QStringList& choices, const Setting<qint64>& key,
+                                  int shown) {
     auto* popup = new QComboBox(this);
     popup->addItems(choices);
     popup->setCurrentIndex(shown);
-    connect(popup, &QComboBox::currentIndexChanged, this, [this, key](int index) {
-        controller_.settings().setObject(key, PropertyList(qint64(index)));
-    });
+    connect(popup, &QComboBox::currentIndexChanged, this,
+            [this, key](int index) { controller_.settings().set(key, index); });
     form.addRow(label, popup);
 }
 
@@ -213,17 +213,15 @@ QWidget* PreferencesWindow::transferPage() {
               {QStringLiteral("MD5"), QStringLiteral("SHA-1"), QStringLiteral("XXH64"),
                QStringLiteral("XXH3 (64-bit)"), QStringLiteral("XXH128")},
               SettingsKey::checksumFormat,
-              int(std::clamp<qint64>(settings.integer(SettingsKey::checksumFormat), 0, 4)));
+              int(std::clamp<qint64>(settings.get(SettingsKey::checksumFormat), 0, 4)));
     addChoice(*form, QStringLiteral("Transfer:"),
               {QStringLiteral("Copy the files"), QStringLiteral("Image the whole card")},
-              SettingsKey::transferType, settings.integer(SettingsKey::transferType) == 0 ? 0 : 1);
+              SettingsKey::transferType, settings.get(SettingsKey::transferType) == 0 ? 0 : 1);
     auto* threads = new QSpinBox(this);
     threads->setRange(1, 8);
-    threads->setValue(
-        int(std::clamp<qint64>(settings.integer(SettingsKey::concurrentThreads), 1, 8)));
-    connect(threads, &QSpinBox::valueChanged, this, [&settings](int value) {
-        settings.setObject(SettingsKey::concurrentThreads, PropertyList(qint64(value)));
-    });
+    threads->setValue(int(std::clamp<qint64>(settings.get(SettingsKey::concurrentThreads), 1, 8)));
+    connect(threads, &QSpinBox::valueChanged, this,
+            [&settings](int value) { settings.set(SettingsKey::concurrentThreads, value); });
     form->addRow(QStringLiteral("Cards at once:"), threads);
     QCheckBox* sizes =
         addSwitch(*form, QStringLiteral("Verify file sizes"), SettingsKey::verifyFileSizes);
@@ -256,7 +254,7 @@ void PreferencesWindow::chooseArchiveFolder() {
     const QString chosen =
         QFileDialog::getExistingDirectory(this, QStringLiteral("Archive Folder"));
     if (!chosen.isEmpty())
-        controller_.settings().setObject(SettingsKey::archiveDirectory, PropertyList(chosen));
+        controller_.settings().set(SettingsKey::archiveDirectory, chosen);
 }
 
 void PreferencesWindow::browseProject() {
@@ -270,13 +268,13 @@ void PreferencesWindow::browseProject() {
 void PreferencesWindow::changeProjectPath(const QString& path) {
     SettingsStore& settings = controller_.settings();
     if (!path.isEmpty())
-        settings.setObject(SettingsKey::fcpProjectPath, PropertyList(path));
+        settings.set(SettingsKey::fcpProjectPath, path);
     const QStringList history =
         Preferences(settings).addToHistory(SettingsKey::recentProjectPaths, path);
     const QSignalBlocker quiet(projectPath_);
     projectPath_->clear();
     projectPath_->addItems(history);
-    projectPath_->setEditText(settings.string(SettingsKey::fcpProjectPath));
+    projectPath_->setEditText(settings.get(SettingsKey::fcpProjectPath));
 }
 
 // The editing project that receives clip lists (its history kept), and the program that opens
@@ -299,11 +297,10 @@ void PreferencesWindow::addEditingRows(QFormLayout& form) {
     row->addWidget(projectPath_, 1);
     row->addWidget(browse);
     form.addRow(QStringLiteral("Editing project:"), row);
-    auto* application = new QLineEdit(settings.string(QVAppleEvents::editingApplicationKey), this);
+    auto* application = new QLineEdit(settings.get(SettingsKey::editingApplication), this);
     application->setPlaceholderText(QStringLiteral("Only write the clip list"));
     connect(application, &QLineEdit::editingFinished, this, [&settings, application] {
-        settings.setObject(QVAppleEvents::editingApplicationKey,
-                           PropertyList(application->text().trimmed()));
+        settings.set(SettingsKey::editingApplication, application->text().trimmed());
     });
     form.addRow(QStringLiteral("Editing application:"), application);
 }
@@ -325,7 +322,7 @@ QWidget* PreferencesWindow::afterTransferPage() {
     addChoice(*form, QStringLiteral("Archive as:"),
               {QStringLiteral("Disk image (squashfs)"), QStringLiteral("Zip")},
               SettingsKey::actionArchiveType,
-              settings.integer(SettingsKey::actionArchiveType) == 0 ? 0 : 1);
+              settings.get(SettingsKey::actionArchiveType) == 0 ? 0 : 1);
     addSwitch(*form, QStringLiteral("Archive into a folder of my own"),
               SettingsKey::archiveToCustomDir);
     auto* archiveFolder = new QPushButton(QStringLiteral("Choose Archive Folder…"), this);

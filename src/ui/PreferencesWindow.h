@@ -5,6 +5,8 @@
 
 #include <QDialog>
 
+#include "Setting.h"
+
 class AppController;
 class MetadataFieldEditor;
 class QCheckBox;
@@ -53,10 +55,10 @@ class PreferencesWindow : public QDialog {
     QWidget* afterTransferPage();
     QWidget* privacyPage();
     /// A check box that stores 1 or 0 under key as it is clicked.
-    QCheckBox* addSwitch(QFormLayout& form, const QString& text, const char* key);
+    QCheckBox* addSwitch(QFormLayout& form, const QString& text, const Setting<IntegerSwitch>& key);
     /// A pop-up of choices that stores the chosen index under key; shown is the index to show.
     void addChoice(QFormLayout& form, const QString& label, const QStringList& choices,
-                   const char* key, int shown);
+                   const Setting<qint64>& key, int shown);
     void destinationTicked(int row, bool ticked);
     void chooseDestinations();
     void chooseArchiveFolder();

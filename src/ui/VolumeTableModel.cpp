@@ -42,7 +42,7 @@ void VolumeTableModel::refreshColumns() {
     std::vector<DestinationEntry> ticked;
     if (controller_ != nullptr) {
         for (MetadataField& field :
-             MetadataField::listFrom(controller_->settings().object(SettingsKey::metadata))) {
+             MetadataField::listFrom(controller_->settings().get(SettingsKey::metadata))) {
             if (field.visible == 1)
                 visible.push_back(std::move(field));
         }

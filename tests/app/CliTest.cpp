@@ -199,7 +199,7 @@ TEST(Cli, ConcurrentOffloadsNeverShareAFolderOrANumber) {
     for (int round = 0; round < 6; ++round) {
         if (round == 3) {
             PropertyList::Array stampOnly;
-            for (const PropertyList& field : Preferences::defaultMetadata()) {
+            for (const PropertyList& field : SettingsKey::defaultMetadata()) {
                 if (field["title"].toString() == "Timestamp")
                     stampOnly.push_back(field);
             }

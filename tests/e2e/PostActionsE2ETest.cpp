@@ -44,8 +44,8 @@ TEST_F(PostActionsE2E, EveryStepLeavesItsResultAndTheCardIsEjected) {
 
     SettingsStore settings(workPath("settings.plist"));
     Preferences(settings).registerAndMigrate();
-    for (const char* key : SettingsKey::postActionSwitches)
-        settings.setObject(key, PropertyList(qint64(1)));
+    for (const Setting<IntegerSwitch>* key : SettingsKey::postActionSwitches)
+        settings.set(*key, true);
     settings.setObject(SettingsKey::actionArchiveType, PropertyList(qint64(0)));
     // Day and Reel go into the movies under keys of their own.
     auto fields = MetadataField::listFrom(settings.object(SettingsKey::metadata));

@@ -12,6 +12,7 @@
 #include "FakeClock.h"
 #include "PropertyList.h"
 #include "QVQC.h"
+#include "SettingsKeys.h"
 #include "SettingsStore.h"
 #include "WaitUntil.h"
 
@@ -54,7 +55,7 @@ class FormReceiver {
 class QVQCTest : public testing::Test {
   protected:
     QVQCTest() : settings_(work_.filePath("settings.plist")) {
-        settings_.setObject(QVQC::endpointKey, PropertyList(receiver_.address()));
+        settings_.set(SettingsKey::analyticsEndpoint, receiver_.address());
     }
     // One launch of the program: the collector made, then its start.
     std::unique_ptr<QVQC> launch(int answer = 0) {
@@ -88,7 +89,7 @@ class QVQCTest : public testing::Test {
 }  // namespace
 
 TEST_F(QVQCTest, NothingIsAskedFirstAndNothingKeptOrSentWithoutConsent) {
-    settings_.setObject(QVQC::infoPageKey, PropertyList(QString("https://example.invalid/qc")));
+    settings_.set(SettingsKey::analyticsInfoPage, "https://example.invalid/qc");
     launch();
     EXPECT_TRUE(asked_.isEmpty()) << "never on the first launch";
     launch(0);  // "More Info"
@@ -171,7 +172,7 @@ TEST_F(QVQCTest, TheUploadIsTheSpecifiedFormAndComesAtMostOnceADay) {
 }
 
 TEST_F(QVQCTest, WithNoEndpointNothingIsSent) {
-    settings_.setObject(QVQC::endpointKey, PropertyList(QString()));
+    settings_.set(SettingsKey::analyticsEndpoint, QString());
     for (int i = 0; i < 5; ++i)
         launch(1);
     QCoreApplication::processEvents();

@@ -180,7 +180,7 @@ TEST_F(MainWindowTest, EditsInTheListReachTheVolumeAndTheSettings) {
     project.setFocus();
     project.lineEdit()->setText("Night Shoot");
     QTest::keyClick(project.lineEdit(), Qt::Key_Return);
-    EXPECT_EQ(settings_.string(SettingsKey::projectName), "Night Shoot");
+    EXPECT_EQ(settings_.get(SettingsKey::projectName), "Night Shoot");
     EXPECT_TRUE(
         settings_.object(SettingsKey::recentProjects).toStringList().contains("Night Shoot"));
 }
@@ -318,7 +318,7 @@ TEST_F(MainWindowTest,
     // The editing project: stored as chosen; its history keeps each path once, newest first.
     for (const char* path : {"/projects/a.fcp", "/projects/b.fcp", "/projects/a.fcp"})
         preferences.changeProjectPath(path);
-    EXPECT_EQ(settings_.string(SettingsKey::fcpProjectPath), "/projects/a.fcp");
+    EXPECT_EQ(settings_.get(SettingsKey::fcpProjectPath), "/projects/a.fcp");
     QComboBox& projects = preferences.projectPath();
     ASSERT_EQ(projects.count(), 2);
     EXPECT_EQ(projects.itemText(0), "/projects/b.fcp");
@@ -332,7 +332,7 @@ TEST_F(MainWindowTest,
     EXPECT_TRUE(preferences.verificationWarning().isHidden());
     checksums->click();
     EXPECT_FALSE(preferences.verificationWarning().isHidden());
-    EXPECT_FALSE(settings_.isOn(SettingsKey::verifyFileChecksums));
+    EXPECT_FALSE(settings_.get(SettingsKey::verifyFileChecksums));
     checksums->click();
     EXPECT_TRUE(preferences.verificationWarning().isHidden());
 }

@@ -10,6 +10,7 @@
 #include "ClipList.h"
 #include "PosixProcessRunner.h"
 #include "QVAppleEvents.h"
+#include "SettingsKeys.h"
 #include "TestFiles.h"
 #include "TestMovies.h"
 
@@ -88,9 +89,9 @@ TEST_F(ClipListTest, DocumentDescribesEachClipWithOrWithoutUsableTiming) {
     const ClipList clips(settings_, processes_);
     EXPECT_TRUE(QFileInfo(clips.toolPath()).isExecutable()) << clips.toolPath().toStdString();
     EXPECT_EQ(clips.xmlForClips({}), kHeader5 + "</xmeml>");
-    settings_.setObject(QVAppleEvents::editingApplicationVersionKey, "5.1.1");
+    settings_.set(SettingsKey::editingApplicationVersion, "5.1.1");
     EXPECT_TRUE(clips.xmlForClips({}).contains("<xmeml version=\"2\">"));
-    settings_.remove(QVAppleEvents::editingApplicationVersionKey);
+    settings_.remove(SettingsKey::editingApplicationVersion);
 
     const QString path = TestFiles::write(dir_.filePath("My Clips/A001C002.mov"), "not a movie");
     ASSERT_TRUE(ClipList::percentEscapedPath(path).endsWith("/My%20Clips/A001C002.mov"));

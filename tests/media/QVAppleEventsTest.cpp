@@ -9,6 +9,7 @@
 #include "LogTail.h"
 #include "QVAppleEvents.h"
 #include "QVLocalPaths.h"
+#include "SettingsKeys.h"
 #include "TestFiles.h"
 
 namespace {
@@ -42,13 +43,13 @@ TEST(QVAppleEvents, SendWritesBesideTheProjectHandsOverAndOtherQueriesAnswerNoth
     EXPECT_EQ(TestFiles::read(dir.filePath("CARD 1 Clips.xml")),
               "<xmeml><clip><name>T&#234;te&#13;</name></clip></xmeml>");
     EXPECT_TRUE(runner.calls().empty());
-    store.setObject(QVAppleEvents::editingApplicationKey, "/bin/true");
+    store.set(SettingsKey::editingApplication, "/bin/true");
     EXPECT_TRUE(events.sendXMLToFCP(xml, project, "CARD 1"));
     EXPECT_EQ(runner.commandLines(), QStringList{"/bin/true " + dir.filePath("CARD 1 Clips.xml")});
     EXPECT_EQ(runner.calls().at(0).arguments.size(), 1);
 
     // A bare name is looked up on PATH; one that is nowhere is logged, the file still written.
-    store.setObject(QVAppleEvents::editingApplicationKey, "cardsweep-no-such-editor");
+    store.set(SettingsKey::editingApplication, "cardsweep-no-such-editor");
     const LogTail log;
     EXPECT_TRUE(events.sendXMLToFCP(xml, project, "CARD 2"));
     EXPECT_EQ(runner.calls().size(), 1u);

@@ -32,15 +32,54 @@ class PreferencesTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(PreferencesTest, FreshInstallReadsTheRegisteredDefaultsWithoutWritingThem) {
+// Every declared key on a fresh install: a registered one reads as this table, value and stored
+// type (integer switches are integers, not booleans); writing back what it reads as its type
+// stores the same; any other key reads as absent. Nothing is written until something changes.
+TEST_F(PreferencesTest, EveryKeyReadsItsRegisteredDefaultAndWritesItBackAsItsType) {
+    const auto row = [](const char* title, int type, const char* value, int visible, int path,
+                        int sheet) {
+        return PropertyList::Dictionary{{"title", title},      {"type", type},
+                                        {"defaultVal", value}, {"visible", visible},
+                                        {"useInPath", path},   {"useInSpreadsheet", sheet}};
+    };
+    const PropertyList::Dictionary expected = {
+        {"projectName", "Untitled Project"},
+        {"destinationList",
+         PropertyList::Array{PropertyList::Dictionary{
+             {"selected", 1},
+             {"path", QVLocalPaths::documentDirectory(true) + "/Transferred Media"}}}},
+        {"processingEnabled", false},
+        {"concurrentThreads", 1},
+        {"transferType", 0},
+        {"writeDoneFlag", 1},
+        {"verifyFileSizes", 1},
+        {"verifyFileChecksums", 1},
+        {"actionGrowl", 1},
+        {"actionBounceDock", 1},
+        {"metadata", PropertyList::Array{row("Day", 1, "1", 1, 1, 1), row("Reel", 2, "0", 1, 1, 1),
+                                         row("Timestamp", 3, "", 0, 1, 0)}},
+        {"inlineVerification", 0},
+        {"writeAscMhl", 1},
+    };
     Preferences preferences(store());
-    const std::vector<DestinationEntry> destinations = preferences.registerAndMigrate();
-    ASSERT_EQ(destinations.size(), 1U);
-    EXPECT_EQ(destinations[0].path, QVLocalPaths::documentDirectory(true) + "/Transferred Media");
-    EXPECT_TRUE(destinations[0].isSelected());
+    preferences.registerAndMigrate();
     preferences.repairConcurrentThreads();  // one thread is a valid count, left as it is
-    EXPECT_EQ(store().integer(SettingsKey::concurrentThreads), 1);
     EXPECT_FALSE(QFile::exists(path()));
+    std::size_t registered = 0;
+    const auto check = [&](const auto& key) {
+        SCOPED_TRACE(key.name);
+        const auto found = expected.find(key.key());
+        if (found == expected.end()) {
+            EXPECT_TRUE(store().object(key).isAbsent());
+            return;
+        }
+        ++registered;
+        EXPECT_EQ(store().object(key), found->second);
+        store().set(key, store().get(key));
+        EXPECT_EQ(PropertyList::readFile(path())[key.key()], found->second);
+    };
+    std::apply([&](const auto*... keys) { (check(*keys), ...); }, SettingsKey::all);
+    EXPECT_EQ(registered, expected.size());
 }
 
 TEST_F(PreferencesTest, MigratesTheObsoleteListRepairsBadValuesAndKeepsAnEmptyListInMemory) {
@@ -61,7 +100,7 @@ TEST_F(PreferencesTest, MigratesTheObsoleteListRepairsBadValuesAndKeepsAnEmptyLi
     // An empty list is replaced in memory only.
     store().setObject(SettingsKey::destinationList, PropertyList::Array{});
     EXPECT_EQ(Preferences(store()).registerAndMigrate(),
-              std::vector<DestinationEntry>{Preferences::defaultDestination()});
+              std::vector<DestinationEntry>{SettingsKey::defaultDestination()});
     EXPECT_TRUE(Preferences(store()).destinationList().empty());
 }
 
@@ -120,8 +159,7 @@ TEST_F(PreferencesTest, StoresSharingAFileKeepEachOthersChangesAndNumbers) {
     SettingsStore second(SettingsStore::defaultPath());
     first.setObject(SettingsKey::projectName, "Feature");
     second.setObject(SettingsKey::archiveDirectory, "/archive");
-    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).string(SettingsKey::projectName),
-              "Feature");
+    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).get(SettingsKey::projectName), "Feature");
     QList<qint64> handedOut;
     std::mutex mutex;
     std::vector<std::thread> threads;
@@ -129,7 +167,7 @@ TEST_F(PreferencesTest, StoresSharingAFileKeepEachOthersChangesAndNumbers) {
         threads.emplace_back([&, each] {
             for (int i = 0; i < 5; ++i) {
                 each->transaction([&] {
-                    const qint64 next = each->integer("counter") + 1;
+                    const qint64 next = each->object("counter").toInteger() + 1;
                     each->setObject("counter", next);
                     const std::lock_guard lock(mutex);
                     handedOut << next;
@@ -140,6 +178,6 @@ TEST_F(PreferencesTest, StoresSharingAFileKeepEachOthersChangesAndNumbers) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(QSet<qint64>(handedOut.begin(), handedOut.end()).size(), 20);
-    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).string(SettingsKey::archiveDirectory),
+    EXPECT_EQ(SettingsStore(SettingsStore::defaultPath()).get(SettingsKey::archiveDirectory),
               "/archive");
 }

@@ -149,7 +149,7 @@ TEST_F(AppControllerTest, DestinationChoiceFollowsTicksAndTheVolumesOwnOutput) {
     ASSERT_TRUE(copiesReach(4));
     EXPECT_EQ(Preferences(settings_).destinationList().size(), 1u);
     EXPECT_TRUE(stages_.copies()[3].destinations[0].startsWith(
-        Preferences::defaultDestination().path + "/Untitled Project/"));
+        SettingsKey::defaultDestination().path + "/Untitled Project/"));
     // A controller made over a stored empty list starts with the repaired one.
     Preferences(settings_).setDestinationList({});
     EXPECT_EQ(

@@ -128,7 +128,7 @@ TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneN
         EXPECT_EQ(QFileInfo(image).permissions() & QFile::WriteOwner, 0) << "images are read-only";
     }
 
-    const auto failureCounts = [&] { return settings_.dictionary(SettingsKey::failureCounts); };
+    const auto failureCounts = [&] { return settings_.get(SettingsKey::failureCounts); };
     EXPECT_TRUE(failureCounts().empty());
     layer.corruptWriteAt(QString(), MiB);  // every image written from here on
     EXPECT_EQ(transfer("damaged"), "ended: IMG CARD: Error: Disk image failed verification test");

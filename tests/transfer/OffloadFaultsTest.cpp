@@ -375,7 +375,7 @@ TEST_F(OffloadFaultsTest, ASecondCopyInsideTheFirstLeavesBothVerifying) {
     controller_ = std::make_unique<AppController>(settings_, view_, services_.bundle());
     controller_->setDestinationList({{1, workPath("dest one")}});
     PropertyList::Array stampOnly;
-    for (const PropertyList& field : Preferences::defaultMetadata()) {
+    for (const PropertyList& field : SettingsKey::defaultMetadata()) {
         if (field["title"].toString() == "Timestamp")
             stampOnly.push_back(field);
     }

@@ -32,8 +32,8 @@ QStringList linesAmong(const QString& text, const QStringList& wanted) {
 class PostActionsTest : public OffloadFixture {
   protected:
     void setAll(qint64 value) {
-        for (const char* key : SettingsKey::postActionSwitches)
-            settings_.setObject(key, PropertyList(value));
+        for (const Setting<IntegerSwitch>* key : SettingsKey::postActionSwitches)
+            settings_.setObject(*key, PropertyList(value));
     }
     // The destination list the sheets are matched against is the stored one.
     void storeDestinations() {
@@ -148,9 +148,9 @@ TEST_F(PostActionsTest, WithEveryActionOffOnlyTheManifestIsWrittenAndAFolderIsNe
 
 TEST_F(PostActionsTest, ADiskImageArchiveIgnoresItsFolderNameAndNoMoviesMeansNoHandOff) {
     setAll(0);
-    for (const char* key :
+    for (const Setting<IntegerSwitch>& key :
          {SettingsKey::actionArchive, SettingsKey::actionOpenQTPlayer, SettingsKey::actionSendFCP})
-        settings_.setObject(key, PropertyList(qint64(1)));
+        settings_.set(key, true);
     services_.fakeProcesses.answer("mksquashfs",
                                    FakeProcessRunner::exited(0, "Parallel mksquashfs"));
     makeController();
