@@ -8,7 +8,6 @@
 #include "FakeVolumeActions.h"
 #include "FaultyFileLayer.h"
 #include "FileLayer.h"
-#include "ManifestVerifier.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
 #include "TestFiles.h"
@@ -47,44 +46,6 @@ class EraseOnlyVerified : public ControllerServicesTest,
                           public testing::WithParamInterface<EraseCase> {};
 
 }  // namespace
-
-TEST_F(ControllerServicesTest, ACardUnmountedMidTransferStaysListedAsRemovedAndNothingIsVerified) {
-    FaultyFileLayer& layer = faultyLayer();
-    makeController(layer);
-    controller_->startWatchingMounts();
-    const QString path = card("A001")->path();
-    TestFiles::write(path + "/CONTENTS/CLIP/A001C003.MXF", TestFiles::randomBytes(8 * MiB, 2));
-    layer.slowReads(path + "/CONTENTS/CLIP/A001C003.MXF", 50);
-
-    // Mounted somewhere that isn't a card: not listed; the card itself is.
-    services_.fakeMounts.mount({"/srv/data", "/dev/sda3", "ext4", "", false});
-    services_.fakeMounts.setRemovable("/dev/sdz1");
-    services_.fakeMounts.mount({path, "/dev/sdz1", "exfat", "", false});
-    ASSERT_EQ(controller_->dataArray().size(), 1u);
-    const auto volume = controller_->dataArray().front();
-
-    controller_->addVolumeToQueue(volume);
-    ASSERT_TRUE(waitUntil([&] { return volume->progressBar().doubleValue > 0; }));
-    services_.fakeMounts.unmount(path);
-    ASSERT_TRUE(waitUntil([&] { return view_.events().filter("ended: ").size() == 1; }));
-    drainWorkers();
-
-    // The row stays, named, until the card comes back (then it is a new row).
-    EXPECT_EQ(controller_->dataArray(), std::vector<std::shared_ptr<QVVolume>>{volume});
-    EXPECT_EQ(volume->status(), QVVolume::Cancelled);
-    EXPECT_EQ(volume->statusText(), "Card removed during transfer");
-    EXPECT_TRUE(view_.events().contains(
-        "sheet: Transfer interrupted | The source drive was unmounted mid-transfer.\n\nA001 (" +
-        path + ") was removed before its transfer ended."));
-    for (const QString& destination : volume->destinations())
-        EXPECT_FALSE(ManifestVerifier::verify(destination, FileLayer::posix()).ok())
-            << destination.toStdString();
-    EXPECT_EQ(controller_->threadCount(), 0) << "the slot is given back";
-    services_.fakeMounts.mount({path, "/dev/sdz1", "exfat", "", false});
-    ASSERT_EQ(controller_->dataArray().size(), 1u);
-    EXPECT_NE(controller_->dataArray().front(), volume);
-    EXPECT_FALSE(controller_->dataArray().front()->errorString());
-}
 
 // Disk mode reads the device the mount table names; here an image file stands in for it.
 TEST_F(ControllerServicesTest, ACardIsImagedFromItsDeviceAndADamagedOrPulledOneNeverVerifies) {
