@@ -8,7 +8,6 @@
 #include <QTemporaryDir>
 
 #include "AppController.h"
-#include "CopyDelegate.h"
 #include "FaultyFileLayer.h"
 #include "OffloadFixture.h"
 #include "Preferences.h"
@@ -148,33 +147,6 @@ TEST(OffloadWalks, ALinkCountsInSizesButNotInDigests) {
     const auto sizes = verification.fileSizeDictForFolder(dir.filePath("card"));
     ASSERT_TRUE(sizes);
     EXPECT_EQ(*sizes, (VolumeVerification::SizeMap{{"/A.MXF", 6}, {"/link", 5}}));
-}
-
-TEST_F(OffloadTest, DelegateProgressSumsPerFileAndStopsOnceCancelled) {
-    makeController();
-    auto volume = std::make_shared<QVVolume>(SystemClock::shared());
-    volume->setStatus(QVVolume::Copying);
-    volume->setMaxProgressValue(200);
-    volume->addDestination("/d1");
-    volume->addDestination("/d2");
-    controller_->setDataArray({volume});
-
-    const auto infoFor = [&](const QString& source) {
-        auto info = std::make_shared<CopyInfo>();
-        info->source = source;
-        info->sourcePath = source.toUtf8();
-        return info;
-    };
-    const auto a = infoFor("/card/a");
-    const auto b = infoFor("/card/b");
-    const std::shared_ptr<CopyDelegate> copier = controller_->copierFor(volume);
-    copier->fileCopyBytesWritten(40, a);
-    copier->fileCopyBytesWritten(60, a);
-    copier->fileCopyBytesWritten(40, b);
-    EXPECT_EQ(volume->progressBar().doubleValue, 100) << "each file counts its latest total once";
-
-    volume->setStatus(QVVolume::Cancelled);
-    EXPECT_FALSE(copier->fileCopyShouldContinue(b));
 }
 
 // Numbers are spent by transfers, not by listing; a card keeps its transfer's numbers when it
