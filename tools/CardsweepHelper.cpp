@@ -15,7 +15,6 @@
 
 #include "AppContext.h"
 #include "CardLauncher.h"
-#include "FileLayer.h"
 #include "LocalPaths.h"
 #include "MountService.h"
 #include "ProcessRunner.h"
@@ -63,7 +62,7 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, onStop);
     std::signal(SIGINT, onStop);
 
-    CardLauncher launcher(context.mounts(), FileLayer::posix(), context.settings(),
+    CardLauncher launcher(context.mounts(), context.files(), context.settings(),
                           context.processes(), program);
     launcher.start();
     QVLog::appendLog(u"CardsweepHelper: watching for cards, starting %@", program);
